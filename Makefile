@@ -1,0 +1,53 @@
+# One command a purpose. Each target sets up what it needs in .venv, from a clean clone.
+PYTHON ?= python3.12
+VENV := .venv
+PY := $(VENV)/bin/python
+SOURCES := pyproject.toml CMakeLists.txt $(shell find src siblings taviropy -type f -not -path '*/__pycache__/*')
+
+.PHONY: demo examples test check format sanitize bench docs clean
+
+# The main job: quantile regressions on real data, with the solver's log and an independent check.
+demo: $(VENV)/demo
+	$(PY) examples/quantile_regression.py
+
+# All examples, one after the other.
+examples: $(VENV)/demo
+	for example in examples/*.py; do echo "== $$example"; $(PY) $$example || exit 1; done
+
+test: $(VENV)/test
+	$(PY) -m pytest
+
+# Format, lint and types.
+check: $(VENV)/check
+	$(PY) -m ruff format --check .
+	$(PY) -m ruff check .
+	$(PY) -m mypy
+	$(VENV)/bin/clang-format --dry-run --Werror $$(git ls-files '*.cpp' '*.hpp' '*.h')
+
+format: $(VENV)/check
+	$(PY) -m ruff format .
+	$(PY) -m ruff check --fix .
+	$(VENV)/bin/clang-format -i $$(git ls-files '*.cpp' '*.hpp' '*.h')
+
+# All native code with AddressSanitizer and UndefinedBehaviorSanitizer, the test suite under it.
+sanitize: $(VENV)/test
+	tools/sanitize $(PY) -m pytest
+
+# Speed against hand-written arrays and other libraries, in one run; writes docs/benchmarks.md.
+bench: $(VENV)/bench
+	$(PY) benchmarks/run.py
+
+docs: $(VENV)/docs
+	$(PY) -m sphinx -W -q -b html docs build/docs
+
+# What is installed with its extras; a change of the sources installs anew.
+$(VENV)/%: $(SOURCES) | $(VENV)/bin
+	$(PY) -m pip install -q '.[$*]'
+	touch $@
+
+$(VENV)/bin:
+	$(PYTHON) -m venv $(VENV)
+	$(PY) -m pip install -q --upgrade pip
+
+clean:
+	rm -rf $(VENV) build

@@ -1,0 +1,203 @@
+// Gathering scalar expressions to the arrays of a model: one native pass.
+#include "elements.hpp"
+#include "operands.hpp"
+
+namespace taviropy {
+
+namespace {
+
+/// The sizes of the arrays that a set of expressions fills.
+struct Sizes {
+    Py_ssize_t rows = 0, linear = 0, quadratic = 0;
+};
+
+[[noreturn]] void refuse_expression(Py_ssize_t row, PyObject* object, const char* expected) {
+    raise(PyExc_TypeError, "expression %zd is of type '%s'; expected %s", row,
+          Py_TYPE(object)->tp_name, expected);
+}
+
+constexpr const char* kLinearOperands = "a number, a Var or a LinExpr";
+constexpr const char* kQuadraticOperands = "a number, a Var, a LinExpr or a QuadExpr";
+
+Sizes measure(const Objects& exprs, bool quadratic) {
+    Sizes sizes;
+    sizes.rows = exprs.size();
+    exprs.each([&](Py_ssize_t row, PyObject* object) {
+        if (is_var(object)) {
+            ++sizes.linear;
+        } else if (is_linexpr(object)) {
+            sizes.linear += linear_view(as_linexpr(object)).size;
+        } else if (quadratic && is_quadexpr(object)) {
+            sizes.linear += linear_view(linear_part(as_quadexpr(object))).size;
+            sizes.quadratic += quadratic_view(as_quadexpr(object)).size;
+        } else if (!is_number(object)) {
+            refuse_expression(row, object, quadratic ? kQuadraticOperands : kLinearOperands);
+        }
+    });
+    return sizes;
+}
+
+/// Rows of terms under construction: pointers, coefficients and one or two arrays of ids.
+template <int width>
+class Rows {
+  public:
+    Rows(Py_ssize_t rows, Py_ssize_t terms)
+        : indptr("int64", rows + 1),
+          ids1("int32", terms),
+          ids2("int32", width == 2 ? terms : 0),
+          coeffs("float64", terms),
+          capacity_(terms) {
+        indptr.items[0] = 0;
+    }
+
+    /// A place for a number of terms; code run on the way may have changed an expression.
+    Py_ssize_t reserve(Py_ssize_t terms) {
+        if (terms > capacity_ - filled_)
+            raise(PyExc_RuntimeError, "an expression changed while it was read");
+        Py_ssize_t place = filled_;
+        filled_ += terms;
+        return place;
+    }
+    void end_row(Py_ssize_t row) { indptr.items[row + 1] = filled_; }
+
+    /// All places are filled, or an expression has changed.
+    void finish() const {
+        if (filled_ != capacity_)
+            raise(PyExc_RuntimeError, "an expression changed while it was read");
+    }
+
+    FilledArray<int64_t> indptr;
+    FilledArray<int32_t> ids1, ids2;
+    FilledArray<double> coeffs;
+
+  private:
+    Py_ssize_t capacity_, filled_ = 0;
+};
+
+void fill_linear(PyObject* model, Rows<1>& rows, Py_ssize_t row, const LinearView& view) {
+    Py_ssize_t place = rows.reserve(view.size);
+    for (Py_ssize_t k = 0; k < view.size; ++k) {
+        rows.ids1.items[place + k] = checked_id(model, variable(view.vars[k]), row);
+        rows.coeffs.items[place + k] = coefficient(view.coeffs[k]);
+    }
+}
+
+void fill_quadratic(PyObject* model, Rows<2>& rows, Py_ssize_t row, const QuadraticView& view) {
+    Py_ssize_t place = rows.reserve(view.size);
+    for (Py_ssize_t k = 0; k < view.size; ++k) {
+        rows.ids1.items[place + k] = checked_id(model, variable(view.vars1[k]), row);
+        rows.ids2.items[place + k] = checked_id(model, variable(view.vars2[k]), row);
+        rows.coeffs.items[place + k] = coefficient(view.coeffs[k]);
+    }
+}
+
+Ref gather_linear(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("gather_linear", nargs, 2, 2);
+    PyObject* model = model_argument(args[0]);
+    Objects exprs(args[1]);
+    Sizes sizes = measure(exprs, false);
+    Rows<1> rows(sizes.rows, sizes.linear);
+    FilledArray<double> constants("float64", sizes.rows);
+    exprs.each([&](Py_ssize_t row, PyObject* object) {
+        Operand operand = classify(object);
+        if (operand.kind == OperandKind::other || operand.kind > OperandKind::linear)
+            refuse_expression(row, object, kLinearOperands);
+        LinearView view = linear_view(operand);
+        constants.items[row] = view.constant;
+        fill_linear(model, rows, row, view);
+        rows.end_row(row);
+    });
+    rows.finish();
+    return checked(PyTuple_Pack(4, rows.indptr.array.get(), rows.ids1.array.get(),
+                                rows.coeffs.array.get(), constants.array.get()));
+}
+
+Ref gather_quadratic(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("gather_quadratic", nargs, 2, 2);
+    PyObject* model = model_argument(args[0]);
+    Objects exprs(args[1]);
+    Sizes sizes = measure(exprs, true);
+    Rows<2> quadratic(sizes.rows, sizes.quadratic);
+    Rows<1> linear(sizes.rows, sizes.linear);
+    FilledArray<double> constants("float64", sizes.rows);
+    exprs.each([&](Py_ssize_t row, PyObject* object) {
+        Operand operand = classify(object);
+        if (operand.kind == OperandKind::other || operand.kind > OperandKind::quadratic)
+            refuse_expression(row, object, kQuadraticOperands);
+        bool has_products = operand.kind == OperandKind::quadratic;
+        LinearView view =
+            has_products ? linear_view(linear_part(as_quadexpr(object))) : linear_view(operand);
+        constants.items[row] = view.constant;
+        fill_linear(model, linear, row, view);
+        if (has_products)
+            fill_quadratic(model, quadratic, row, quadratic_view(as_quadexpr(object)));
+        linear.end_row(row);
+        quadratic.end_row(row);
+    });
+    linear.finish();
+    quadratic.finish();
+    return checked(PyTuple_Pack(8, quadratic.indptr.array.get(), quadratic.ids1.array.get(),
+                                quadratic.ids2.array.get(), quadratic.coeffs.array.get(),
+                                linear.indptr.array.get(), linear.ids1.array.get(),
+                                linear.coeffs.array.get(), constants.array.get()));
+}
+
+std::vector<int32_t> ids_of(PyObject* model, PyObject* vararr) {
+    Objects vars(vararr);
+    std::vector<int32_t> ids(vars.size());
+    vars.each([&](Py_ssize_t k, PyObject* var) { ids[k] = checked_id(model, kVar, var, k); });
+    return ids;
+}
+
+[[noreturn]] void refuse_index(Py_ssize_t place, int64_t index, uint64_t size) {
+    raise(PyExc_ValueError,
+          "entry %zd of the column indices is %lld, out of range for %llu variables", place,
+          static_cast<long long>(index), static_cast<unsigned long long>(size));
+}
+
+bool counts_up(const std::vector<int32_t>& ids) {
+    for (std::size_t k = 0; k < ids.size(); ++k)
+        if (ids[k] != static_cast<int32_t>(k)) return false;
+    return true;
+}
+
+Ref map_columns(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("map_columns", nargs, 3, 3);
+    PyObject* model = model_argument(args[0]);
+    std::vector<int32_t> ids = ids_of(model, args[1]);
+    Integers indices(args[2], "the array of column indices");
+    uint64_t size = ids.size();
+    indices.each([size](Py_ssize_t place, int64_t index) {
+        if (static_cast<uint64_t>(index) >= size) refuse_index(place, index, size);
+    });
+    if (counts_up(ids)) return none();
+    FilledArray<int32_t> columns("int32", indices.size());
+    indices.each([&](Py_ssize_t k, int64_t index) { columns.items[k] = ids[index]; });
+    return std::move(columns.array);
+}
+
+}  // namespace
+
+PyMethodDef gather_methods[] = {
+    {"gather_linear", method<gather_linear>(), METH_FASTCALL,
+     "gather_linear(model, exprs, /)\n--\n\n"
+     "The terms of linear expressions as arrays.\n\n"
+     "exprs is an object ndarray of any strides (C order) or a list; each item a LinExpr, a Var or "
+     "a\n"
+     "number. Gives (indptr int64, ids int32, coeffs float64, constants float64): the terms of\n"
+     "expression i are at indptr[i]:indptr[i + 1], in stored order, unmerged.\n\n"
+     "TypeError for another type, TaviroError for a variable of another model or a removed one."},
+    {"gather_quadratic", method<gather_quadratic>(), METH_FASTCALL,
+     "gather_quadratic(model, exprs, /)\n--\n\n"
+     "The terms of quadratic expressions as arrays.\n\n"
+     "As gather_linear, for QuadExpr also. Gives (qptr, ids1, ids2, qcoeffs, indptr, ids, coeffs,\n"
+     "constants): the quadratic terms, then the linear parts."},
+    {"map_columns", method<map_columns>(), METH_FASTCALL,
+     "map_columns(model, vararr, indices, /)\n--\n\n"
+     "The ids of vararr[k] for each k of an int32 or int64 array, as an int32 ndarray; None where\n"
+     "the ids of vararr are 0, 1, 2, ..., so that indices are the ids already.\n\n"
+     "ValueError for an index out of range; TypeError and TaviroError as gather_linear."},
+    {nullptr},
+};
+
+}  // namespace taviropy

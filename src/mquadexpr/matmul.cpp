@@ -1,0 +1,123 @@
+// MQuadExpr: matrix products. With numbers the result stays quadratic, with variables it is
+// nonlinear.
+
+#include "core_interface/scalars.hpp"
+#include "mquadexpr/mquadexpr.hpp"
+#include "support/errors.hpp"
+#include "support/imports.hpp"
+#include "support/object_product.hpp"
+#include "support/sparse.hpp"
+
+namespace taviropy::mquadexpr {
+
+using namespace nb::literals;
+
+namespace {
+
+/// The two operands of a product in their order, with `self` on either side.
+struct Operands {
+    nb::object left, right;
+    Operands(nb::handle self, nb::handle other, bool self_left)
+        : left(nb::borrow(self_left ? self : other)), right(nb::borrow(self_left ? other : self)) {}
+    nb::object product() const { return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr())); }
+};
+
+bool is_zero(nb::handle extent) { return extent.equal(nb::int_(0)); }
+
+bool has_zero(nb::handle shape) {
+    int found = PySequence_Contains(shape.ptr(), nb::int_(0).ptr());
+    check(found);
+    return found == 1;
+}
+
+bool is_matrix(nb::handle np, nb::handle sp, nb::handle other) {
+    return is_ndarray(np, other) || is_sparse(sp, other);
+}
+
+nb::object dense(nb::handle sp, nb::handle other) {
+    return is_sparse(sp, other) ? sparse::to_array(other) : nb::borrow(other);
+}
+
+nb::object full_product(nb::handle self, nb::handle other, bool self_left) {
+    auto np = import_numpy();
+    auto sp = import_sparse();
+    Operands operands(self, other, self_left);
+    nb::object left_shape = operands.left.attr("shape");
+    nb::object right_shape = operands.right.attr("shape");
+    nb::object shape = names::_matmul_shape()(left_shape, right_shape, "do_raise"_a = true);
+    // What is empty, or a sum of nothing, goes past NumPy's object products.
+    if (is_zero(left_shape[-1]) || is_zero(right_shape[0]) || has_zero(shape))
+        return names::MQuadExpr().attr("zeros")(shape);
+    nb::object ndle = Operands(self.attr("_ndle"), other, self_left).product();
+    Operands factors(self.attr("_qearr"), dense(sp, other), self_left);
+    nb::object qearr = object_product(np, factors.left, factors.right);
+    nb::object result = new_full(qearr, ndle);
+    _normalize(result);
+    return result;
+}
+
+/// A product of one element is a pure scaling; any other shape makes `self` full.
+nb::object compact_product(nb::handle self, nb::handle other, bool self_left) {
+    auto sp = import_sparse();
+    nb::object ndle = Operands(self.attr("_ndle"), other, self_left).product();
+    if (!allows_compact(ndle.attr("shape"))) {
+        _convert_to_full(self);
+        return full_product(self, other, self_left);
+    }
+    nb::float_ value(as_double(dense(sp, other).attr("item")()));
+    nb::list quadparts(_copy_quadparts(self));
+    for (nb::handle entry : quadparts) QuadPart(entry).Q.attr("data") *= value;
+    return new_compact(quadparts, ndle);
+}
+
+nb::object numeric_product(nb::handle self, nb::handle other, bool self_left) {
+    auto np = import_numpy();
+    auto sp = import_sparse();
+    bool compact = take_compact_lane(self);
+    if (!is_matrix(np, sp, other)) return not_implemented();
+    return compact ? compact_product(self, other, self_left) : full_product(self, other, self_left);
+}
+
+}  // namespace
+
+static nb::object _matmul_compact_ndarray_or_spmatrix(nb::handle self, nb::handle other) {
+    return compact_product(self, other, true);
+}
+
+static nb::object _matmul_full_ndarray_or_spmatrix(nb::handle self, nb::handle other) {
+    return full_product(self, other, true);
+}
+
+static nb::object _rmatmul_compact_ndarray_or_spmatrix(nb::handle self, nb::handle other) {
+    return compact_product(self, other, false);
+}
+
+static nb::object _rmatmul_full_ndarray_or_spmatrix(nb::handle self, nb::handle other) {
+    return full_product(self, other, false);
+}
+
+static nb::object matmul(nb::handle self, nb::handle other) {
+    if (is_a(other, names::MVar, names::MLinExpr, names::MQuadExpr))
+        return Operands(as_nonlinear(self), other, true).product();
+    return numeric_product(self, other, true);
+}
+
+static nb::object rmatmul(nb::handle self, nb::handle other) {
+    if (is_a(other, names::MVar, names::MLinExpr))
+        return Operands(as_nonlinear(self), other, false).product();
+    return numeric_product(self, other, false);
+}
+
+void add_matmul_methods(ClassBody& body) {
+    body.method<&matmul>("__matmul__(self, other)")
+        .method<&rmatmul>("__rmatmul__(self, other)")
+        .method<&_matmul_compact_ndarray_or_spmatrix>(
+            "_matmul_compact_ndarray_or_spmatrix(self, other)")
+        .method<&_matmul_full_ndarray_or_spmatrix>("_matmul_full_ndarray_or_spmatrix(self, other)")
+        .method<&_rmatmul_compact_ndarray_or_spmatrix>(
+            "_rmatmul_compact_ndarray_or_spmatrix(self, other)")
+        .method<&_rmatmul_full_ndarray_or_spmatrix>(
+            "_rmatmul_full_ndarray_or_spmatrix(self, other)");
+}
+
+}  // namespace taviropy::mquadexpr

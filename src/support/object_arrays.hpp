@@ -1,0 +1,201 @@
+// Element-wise passes over object arrays.
+//
+// Every pass is one call of numpy.nditer: its flags decide what broadcasts, what is cast and what
+// is refused. A pass hands out one-dimensional chunks, and a native loop visits their slots. Where
+// all operands are C-contiguous, of one shape and of the right type, the iterator would give the
+// whole of them as one chunk in that order, so it isn't even made.
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+#include <array>
+#include <cstddef>
+
+#include "support/errors.hpp"
+
+namespace taviropy {
+
+/// A one-dimensional strided view of one operand's slots. A slot of a `writeonly` operand may be
+/// empty.
+struct Chunk {
+    char* data = nullptr;
+    Py_ssize_t stride = 0;
+
+    PyObject*& operator[](Py_ssize_t k) const {
+        return *reinterpret_cast<PyObject**>(data + k * stride);
+    }
+    double& number(Py_ssize_t k) const { return *reinterpret_cast<double*>(data + k * stride); }
+
+    /// The object in slot k, held while code of others runs; None for an empty slot, as NumPy reads
+    /// it.
+    nb::object element(Py_ssize_t k) const {
+        PyObject* slot = (*this)[k];
+        return nb::borrow(slot ? slot : Py_None);
+    }
+
+    /// Puts a new object into slot k.
+    void store(Py_ssize_t k, nb::object value) const {
+        PyObject* old = (*this)[k];
+        (*this)[k] = value.release().ptr();
+        Py_XDECREF(old);
+    }
+};
+
+/// The flags of a call of numpy.nditer, each a list of words with blanks between.
+struct WalkFlags {
+    const char* flags;        ///< "refs_ok external_loop buffered"
+    const char* op_flags[3];  ///< one for each operand: "readwrite no_broadcast"
+    const char* op_dtypes;  ///< one letter for each operand, 'O' or 'd'; null where none is passed
+
+    mutable PyObject* made[3] = {};  ///< the Python lists, made at first use
+};
+
+/// A buffer of an array, released at the end of its scope.
+class ArrayBuffer {
+  public:
+    ArrayBuffer() = default;
+    ArrayBuffer(const ArrayBuffer&) = delete;
+    ArrayBuffer& operator=(const ArrayBuffer&) = delete;
+    ~ArrayBuffer() { release(); }
+    /// False, with no exception set, where the array doesn't offer such a buffer.
+    bool acquire(nb::handle array, int flags);
+    void release();
+    const Py_buffer* operator->() const { return &view_; }
+    const Py_buffer& operator*() const { return view_; }
+    /// Native object references ('O') or doubles ('d').
+    bool holds(char letter) const;
+
+  private:
+    Py_buffer view_{};
+};
+
+namespace detail {
+
+/// One chunk an operand where the whole pass is one; -1 where numpy.nditer has to be asked.
+Py_ssize_t whole_chunk(const WalkFlags& spec, const nb::handle* operands, std::size_t count,
+                       ArrayBuffer* buffers, Chunk* chunks);
+
+/// A numpy.nditer in its `with` block.
+class Nditer {
+  public:
+    Nditer(const WalkFlags& spec, const nb::handle* operands, std::size_t count,
+           nb::handle op_axes = nb::handle());
+    ~Nditer();
+    /// The next chunks and their length; -1 at the end.
+    Py_ssize_t next(ArrayBuffer* buffers, Chunk* chunks);
+    /// Leaves the `with` block normally, which writes back what was buffered.
+    void close();
+
+  private:
+    const WalkFlags& spec_;
+    std::size_t count_;
+    nb::object iterator_;
+    bool open_ = true;
+};
+
+}  // namespace detail
+
+/// Walks the operands side by side: `body(chunks, size)` for each step, chunks being an array of N.
+/// With `op_axes`, a list as numpy.nditer takes it, the iterator is always asked.
+template <std::size_t N, class Body>
+void walk(const WalkFlags& spec, const std::array<nb::handle, N>& operands, Body&& body,
+          nb::handle op_axes = nb::handle()) {
+    std::array<ArrayBuffer, N> buffers;
+    std::array<Chunk, N> chunks;
+    if (!op_axes.is_valid()) {
+        Py_ssize_t size =
+            detail::whole_chunk(spec, operands.data(), N, buffers.data(), chunks.data());
+        if (size >= 0) {
+            if (size > 0) body(chunks, size);
+            return;
+        }
+    }
+    detail::Nditer iterator(spec, operands.data(), N, op_axes);
+    for (Py_ssize_t size; (size = iterator.next(buffers.data(), chunks.data())) >= 0;)
+        body(chunks, size);
+    for (ArrayBuffer& buffer : buffers) buffer.release();
+    iterator.close();
+}
+
+/// Walks `summands` and `sums`, each summand with the sum that it goes to: `body(summand, sum)`.
+/// `axes` has an entry for each axis of `summands`: -1 where it is summed away, else its place in
+/// the result. `sums` is a C-contiguous object array of the shape that is left.
+template <class Body>
+void walk_sums(nb::handle summands, nb::handle sums, nb::handle axes, Body&& body);
+
+/// No collection of garbage in the middle of a pass that makes many objects and frees none.
+class GcPause {
+  public:
+    GcPause() : was_enabled_(PyGC_Disable() != 0) {}
+    ~GcPause() {
+        if (was_enabled_) PyGC_Enable();
+    }
+    GcPause(const GcPause&) = delete;
+    GcPause& operator=(const GcPause&) = delete;
+
+  private:
+    bool was_enabled_;
+};
+
+/// np.empty(shape, dtype=object)
+nb::object empty_object_array(nb::handle np, nb::handle shape);
+
+/// np.array(element): a 0-d object array around one element.
+nb::object array_of_one(nb::handle np, nb::handle element);
+
+// ---- walk_sums
+// -------------------------------------------------------------------------------------
+
+namespace detail {
+
+constexpr int kMaxAxes = 64;
+
+/// C-order positions of a reduction over a C-contiguous array, as an odometer.
+struct SumPlan {
+    ArrayBuffer in, out;
+    int ndim = 0;
+    Py_ssize_t shape[kMaxAxes], step[kMaxAxes];  ///< step: slots of `sums` that an axis moves by
+};
+
+/// False where the arrays aren't both C-contiguous, so that numpy.nditer has to be asked.
+bool plan_sums(SumPlan& plan, nb::handle summands, nb::handle sums, nb::handle axes);
+
+/// Visits the summands in order, each with the place of its sum: `body(summand, place)`.
+template <class Body>
+void for_each_sum(const SumPlan& plan, Py_ssize_t size, Body&& body) {
+    auto** in = static_cast<PyObject**>(plan.in->buf);
+    Py_ssize_t at[kMaxAxes] = {}, place = 0;
+    for (Py_ssize_t k = 0; k < size; ++k) {
+        body(in[k], place);
+        for (int axis = plan.ndim - 1; axis >= 0; --axis) {
+            place += plan.step[axis];
+            if (++at[axis] < plan.shape[axis]) break;
+            place -= plan.step[axis] * plan.shape[axis];
+            at[axis] = 0;
+        }
+    }
+}
+
+extern const WalkFlags kSumFlags;
+nb::object sum_op_axes(nb::handle axes);
+
+}  // namespace detail
+
+template <class Body>
+void walk_sums(nb::handle summands, nb::handle sums, nb::handle axes, Body&& body) {
+    detail::SumPlan plan;
+    if (!detail::plan_sums(plan, summands, sums, axes)) {
+        walk<2>(
+            detail::kSumFlags, {summands, sums},
+            [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
+                for (Py_ssize_t k = 0; k < size; ++k) body(chunks[0][k], chunks[1][k]);
+            },
+            detail::sum_op_axes(axes));
+        return;
+    }
+    auto** out = static_cast<PyObject**>(plan.out->buf);
+    detail::for_each_sum(plan, plan.in->len / plan.in->itemsize,
+                         [&](PyObject* summand, Py_ssize_t place) { body(summand, out[place]); });
+}
+
+}  // namespace taviropy

@@ -1,0 +1,54 @@
+#include "support/sparse_views.hpp"
+
+#include <algorithm>
+#include <string>
+
+#include "support/imports.hpp"
+
+namespace taviropy::sparse {
+
+CompressedView::CompressedView(nb::handle matrix) {
+    if (!indptr_.acquire(matrix.attr("indptr")) || indptr_.ndim() != 1 ||
+        !indices_.acquire(matrix.attr("indices")) || indices_.ndim() != 1 ||
+        !data_.acquire(matrix.attr("data")) || data_.ndim() != 1 || !data_.is_real())
+        raise(PyExc_ValueError,
+              "malformed sparse matrix: indptr and indices must be one-dimensional arrays of "
+              "integers, "
+              "and data one of real numbers");
+    values_ = data_.doubles(import_numpy());
+    stored_ = std::min(data_.length(), indices_.size());
+}
+
+nb::object CompressedView::value_list(Line line) const {
+    nb::object list = checked(PyList_New(line.size()));
+    for (Py_ssize_t k = 0; k < line.size(); ++k) {
+        PyObject* number = PyFloat_FromDouble(values_[line.begin + k]);
+        if (!number) throw nb::python_error();
+        PyList_SET_ITEM(list.ptr(), k, number);
+    }
+    return list;
+}
+
+nb::object CompressedView::picked_list(Line line, const Chunk& objects, Py_ssize_t size) const {
+    nb::object list = checked(PyList_New(line.size()));
+    for (Py_ssize_t k = 0; k < line.size(); ++k) {
+        PyObject* object = objects[index(line.begin + k, size)];
+        PyList_SET_ITEM(list.ptr(), k, Py_NewRef(object ? object : Py_None));
+    }
+    return list;
+}
+
+void CompressedView::refuse_line(Py_ssize_t i) {
+    raise(PyExc_ValueError,
+          "malformed sparse matrix: indptr[" + std::to_string(i) + "] and indptr[" +
+              std::to_string(i + 1) +
+              "] don't bound a part of the stored entries; indptr must start at 0, "
+              "never fall and end within the data");
+}
+
+void CompressedView::refuse_index(Py_ssize_t found, Py_ssize_t limit) {
+    raise(PyExc_ValueError, "malformed sparse matrix: it holds the index " + std::to_string(found) +
+                                ", which is outside 0.." + std::to_string(limit - 1));
+}
+
+}  // namespace taviropy::sparse

@@ -1,0 +1,103 @@
+"""Optimization models written in blocks of NumPy and SciPy data.
+
+    import taviropy as tv
+
+    m = tv.Model()
+    x = m.addMVar(A.shape[1], obj=c)
+    m.addConstr(A @ x <= b)
+    m.optimize()
+    print(x.X)
+
+Importing the package loads neither NumPy nor SciPy nor a solver: they come in with the first call
+that needs them.
+"""
+
+from . import _matrixapi
+from ._core import (
+    Constr,
+    GenConstr,
+    GenExpr,
+    LinExpr,
+    Model,
+    NLExpr,
+    QConstr,
+    QuadExpr,
+    TempConstr,
+    Var,
+)
+from ._exception import TaviroError
+from ._functions import abs, cos, exp, log, sin, sqrt, tan
+from ._tvo import TVO
+
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from os import PathLike
+
+__version__ = "0.1.0"
+
+__all__ = [
+    "TVO",
+    "Constr",
+    "GenConstr",
+    "GenExpr",
+    "LinExpr",
+    "Model",
+    "NLExpr",
+    "QConstr",
+    "QuadExpr",
+    "TaviroError",
+    "TempConstr",
+    "Var",
+    "abs",
+    "cos",
+    "exp",
+    "log",
+    "read",
+    "sin",
+    "sqrt",
+    "tan",
+]
+
+for _name in (
+    "MVar",
+    "MLinExpr",
+    "MQuadExpr",
+    "MNLExpr",
+    "MConstr",
+    "MQConstr",
+    "MGenConstr",
+    "vstack",
+    "hstack",
+    "concatenate",
+):
+    if hasattr(_matrixapi, _name):
+        globals()[_name] = getattr(_matrixapi, _name)
+        __all__.append(_name)
+del _name
+
+
+def read(path: "str | PathLike[str]") -> Model:
+    """
+    ROUTINE:
+      read(path)
+
+    PURPOSE:
+      Read a model from a file.
+
+    ARGUMENTS:
+      path (str or path): an MPS or LP file, also gzipped (".mps.gz").
+
+    RETURN VALUE:
+      A Model; getVars() and getConstrs() give its elements, getVarByName() a single one.
+
+    EXAMPLE:
+      m = tv.read("diet.mps")
+
+    NOTES:
+      A row with two sides (a range) becomes a constraint of the sense "<" with the upper side as
+      its RHS; the lower side is kept until Sense of the row is set. FileNotFoundError for a
+      missing file, TaviroError for one that can't be read or that holds semi-continuous variables.
+    """
+    from .engines._files import read_file
+
+    return read_file(path)

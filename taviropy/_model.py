@@ -1,0 +1,602 @@
+"""The model: variables, constraints and an objective, handed to a solver as arrays."""
+
+from __future__ import annotations
+
+from sys import getrefcount, version_info
+
+from . import _attrutil
+from ._attrutil import GENERAL, LINEAR, MODEL, QUADRATIC, VARIABLE
+from ._exception import TaviroError
+from ._scalars import Constr, ModelBase, TempConstr, holds_left_alone
+from ._tvo import TVO
+
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from os import PathLike
+    from typing import Any, NoReturn
+
+    from numpy.typing import ArrayLike
+
+    from ._matrixapi import MConstr, MVar
+    from ._scalars import Var
+
+_INF = float("inf")
+# What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
+# the call's own. Later versions of Python don't count all references.
+_REFERENCES_TO_LONE = 2 if version_info < (3, 14) else 0
+_COUNTS = {
+    "NumVars": VARIABLE,
+    "NumConstrs": LINEAR,
+    "NumQConstrs": QUADRATIC,
+    "NumGenConstrs": GENERAL,
+}
+
+
+class Model(ModelBase):
+    """
+    PURPOSE:
+      An optimization model: variables with bounds, constraints, an objective.
+
+    ARGUMENTS:
+      name (str): name of the model, the attribute ModelName.
+      engine (str): "highs" for linear, mixed-integer and convex quadratic models, "scip" for all
+        others, or "auto", which takes HiGHS where it can and SCIP where it must.
+
+    EXAMPLE:
+      with tv.Model("diet") as m:
+          x = m.addMVar(3, obj=[1.0, 2.0, 3.0])
+          m.addConstr(A @ x >= b)
+          m.optimize()
+          print(x.X, m.Objective)
+
+    NOTES:
+      Additions and removals take effect at update(), which load(), optimize() and write() call
+      first. Attributes of the model (NumVars, Status, Objective ...) read as m.NumVars; names
+      that begin with an underscore are free for your own data.
+    """
+
+    _closed: bool
+    _name: str
+    _build: Any  # the module of that name
+    _tables: Any  # by kind, the elements' data
+    _row_buffer: Any
+    _linear_rows: Any
+    _quadratic_rows: Any
+    _general: Any
+    _objective: Any
+    _session: Any
+
+    def __init__(self, name: str = "", engine: str = "auto") -> None:
+        from . import _build
+
+        super().__init__()
+        if engine not in ("auto", "highs", "scip"):
+            raise ValueError(f"There is no engine {engine!r}: use 'auto', 'highs' or 'scip'")
+        self.__dict__.update(_build.new_state(str(name), engine), _build=_build)
+
+    def __repr__(self) -> str:
+        if self._closed:
+            return "<taviropy.Model (closed)>"
+        counts = ", ".join(f"{self._tables[k].placed} {n[3:]}" for n, k in _COUNTS.items())
+        waiting = sum(table.size - table.placed for table in self._tables.values())
+        waiting += len(self._row_buffer)
+        more = f", {waiting} awaiting update" if waiting else ""
+        return f"<taviropy.Model {self._name!r}: {counts}{more}>"
+
+    def __enter__(self) -> Model:
+        return self
+
+    def __exit__(self, *exc_info: object) -> None:
+        self.close()
+
+    # Variables
+
+    def addVar(
+        self,
+        lb: float = 0.0,
+        ub: float = _INF,
+        obj: float = 0.0,
+        vtype: str = "C",
+        name: str = "",
+    ) -> Var:
+        """
+        ROUTINE:
+          addVar(lb=0.0, ub=inf, obj=0.0, vtype="C", name="")
+
+        PURPOSE:
+          Add one variable.
+
+        ARGUMENTS:
+          lb, ub (float): bounds, which may be infinite. Those of a binary variable are cut to
+            [0, 1].
+          obj (float): cost, its coefficient in the objective.
+          vtype (str): "C" continuous, "B" binary, "I" integer.
+          name (str): name; unnamed variables are "C0", "C1", ... by order of creation.
+
+        RETURN VALUE:
+          The Var. It may be used at once; its index is -1 until update().
+
+        EXAMPLE:
+          y = m.addVar(ub=10, vtype="I", name="y")
+
+        NOTES:
+          TaviroError for NaN, an infinite cost or an unknown type: nothing is added then.
+        """
+        if self._closed:
+            self._refuse_closed()
+        self._build.add_var(self, lb, ub, obj, vtype, name)
+        return self._new_element(VARIABLE)
+
+    def addMVar(
+        self,
+        shape: int | tuple[int, ...],
+        lb: ArrayLike = 0.0,
+        ub: ArrayLike = _INF,
+        obj: ArrayLike = 0.0,
+        vtype: str | ArrayLike = "C",
+        name: str | ArrayLike = "",
+    ) -> MVar:
+        """
+        ROUTINE:
+          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="")
+
+        PURPOSE:
+          Add an array of variables.
+
+        ARGUMENTS:
+          shape (int or tuple of ints): shape of the array.
+          lb, ub, obj, vtype, name: as for addVar; each a scalar, or an array that broadcasts to
+            the shape. One name "x" names the elements "x[0,1]".
+
+        RETURN VALUE:
+          An MVar of the shape.
+
+        EXAMPLE:
+          x = m.addMVar((2, 3), ub=np.arange(3), vtype="B", name="x")
+
+        NOTES:
+          ValueError for a bad shape or data that don't broadcast, TaviroError as for addVar;
+          nothing is added then.
+        """
+        if self._closed:
+            self._refuse_closed()
+        return self._build.add_mvar(self, shape, lb, ub, obj, vtype, name)
+
+    def getVars(self) -> MVar:
+        """
+        ROUTINE:
+          getVars()
+
+        PURPOSE:
+          All variables in the model, for instance of one that was read from a file.
+
+        RETURN VALUE:
+          An MVar of shape (NumVars,), in order of the columns.
+        """
+        from ._matrixapi import MVar
+
+        return MVar(self._elements_in_place(VARIABLE))
+
+    def getConstrs(self) -> MConstr:
+        """
+        ROUTINE:
+          getConstrs()
+
+        PURPOSE:
+          All linear constraints in the model.
+
+        RETURN VALUE:
+          An MConstr of shape (NumConstrs,), in order of the rows.
+        """
+        from ._matrixapi import MConstr
+
+        return MConstr(self._elements_in_place(LINEAR))
+
+    def getVarByName(self, name: str) -> Var | None:
+        """
+        ROUTINE:
+          getVarByName(name)
+
+        PURPOSE:
+          Find a variable by its name.
+
+        RETURN VALUE:
+          The first Var in the model with this VarName, or None.
+
+        NOTES:
+          Looks through all names; to find many, build a dictionary over getVars().
+        """
+        return self._element_by_name(VARIABLE, name)
+
+    def getConstrByName(self, name: str) -> Constr | None:
+        """
+        ROUTINE:
+          getConstrByName(name)
+
+        PURPOSE:
+          Find a linear constraint by its name.
+
+        RETURN VALUE:
+          The first Constr in the model with this ConstrName, or None.
+        """
+        return self._element_by_name(LINEAR, name)
+
+    # Constraints
+
+    def addConstr(self, constr: TempConstr, name: str | ArrayLike = "") -> Any:
+        """
+        ROUTINE:
+          addConstr(constr, name="")
+
+        PURPOSE:
+          Add what a comparison of expressions says: one constraint or an array of them.
+
+        ARGUMENTS:
+          constr (TempConstr): a comparison such as A @ x <= b. The two sides broadcast against
+            each other, also where one has a single element.
+          name (str): name; for an array "c" names the elements "c[0]". Unnamed constraints are
+            "R0", "QC0", "GC0" ... by order of creation.
+
+        RETURN VALUE:
+          Constr, QConstr or GenConstr where both sides are scalar; otherwise MConstr, MQConstr
+          or MGenConstr of the broadcast shape.
+
+        EXAMPLE:
+          balance = m.addConstr(A @ x + b == 0, name="balance")
+
+        NOTES:
+          The constraint is settled here: changing the operands afterwards doesn't change it.
+          ValueError where the shapes don't broadcast; TaviroError for NaN, infinite coefficients,
+          variables of another model or removed ones. Nothing is added then.
+        """
+        if self._closed:
+            self._refuse_closed()
+        if type(name) is str:
+            made = self._row_buffer.append(self, constr)
+            if made is not None:
+                if name:
+                    self._build.name_rows(self, made, name)
+                return made if type(made) is Constr else self._build.MConstr(made)
+        if type(constr) is not TempConstr:
+            raise TypeError(
+                f"addConstr needs a comparison of expressions such as 'A @ x <= b', not "
+                f"{type(constr).__name__}"
+                + (
+                    ": Python decided the comparison itself, as it does between plain values, and "
+                    "for an MNLExpr with anything but an MVar; write 'y == x ** 3' with an MVar y"
+                    if isinstance(constr, bool)
+                    else ""
+                )
+            )
+        alone = (
+            getrefcount(constr) == _REFERENCES_TO_LONE
+            and type(constr.lhs) is self._build.MLinExpr
+            and holds_left_alone(constr)
+        )
+        return self._build.add_constr(self, constr, name, alone)
+
+    def addGenConstrNL(self, resvar: Var | MVar, expr: object, name: str | ArrayLike = "") -> Any:
+        """
+        ROUTINE:
+          addGenConstrNL(resvar, expr, name="")
+
+        PURPOSE:
+          Add the nonlinear constraint resvar == expr.
+
+        ARGUMENTS:
+          resvar (Var or MVar): the variable, or an array of them.
+          expr: an NLExpr or MNLExpr, or anything that can be part of one; shapes broadcast.
+          name (str): name, as for addConstr.
+
+        RETURN VALUE:
+          A GenConstr where both are scalar, otherwise an MGenConstr.
+
+        EXAMPLE:
+          m.addGenConstrNL(y, x ** 3)
+
+        NOTES:
+          The same as addConstr(y == x ** 3). Errors as for addConstr.
+        """
+        if self._closed:
+            self._refuse_closed()
+        from ._general import add_nonlinear
+
+        return add_nonlinear(self, resvar, expr, name)
+
+    def addGenConstrIndicator(
+        self,
+        binvar: Var | MVar,
+        binval: ArrayLike,
+        constr: TempConstr,
+        name: str | ArrayLike = "",
+    ) -> Any:
+        """
+        ROUTINE:
+          addGenConstrIndicator(binvar, binval, constr, name="")
+
+        PURPOSE:
+          Add constraints that hold where a binary variable has a certain value.
+
+        ARGUMENTS:
+          binvar (Var or MVar): binary variables.
+          binval (bool, or array of them): the value that switches the constraint on.
+          constr (TempConstr): a linear comparison; the shapes of all three broadcast.
+          name (str): name, as for addConstr.
+
+        RETURN VALUE:
+          A GenConstr where all are scalar, otherwise an MGenConstr.
+
+        EXAMPLE:
+          m.addGenConstrIndicator(is_open, False, x <= 0)
+
+        NOTES:
+          TaviroError where a variable isn't binary; otherwise errors as for addConstr.
+        """
+        if self._closed:
+            self._refuse_closed()
+        from ._general import add_indicator
+
+        return add_indicator(self, binvar, binval, constr, name)
+
+    def setObjective(self, expr: object, sense: str | int = "min") -> None:
+        """
+        ROUTINE:
+          setObjective(expr, sense="min")
+
+        PURPOSE:
+          Set the objective; it replaces the costs of all variables and the offset.
+
+        ARGUMENTS:
+          expr: a number, or a linear or quadratic expression, scalar or matrix with one element.
+          sense (str): "min" or "max"; TVO.MINIMIZE and TVO.MAXIMIZE are accepted as well.
+
+        EXAMPLE:
+          m.setObjective(c @ x + 10, "max")
+          m.setObjective(x @ Q @ x)
+
+        NOTES:
+          ValueError for an array of several elements or an unknown sense, TaviroError as for
+          addConstr; the objective stays as it was then.
+        """
+        if self._closed:
+            self._refuse_closed()
+        self._build.set_objective(self, expr, sense)
+
+    # Changes
+
+    def remove(self, obj: object) -> None:
+        """
+        ROUTINE:
+          remove(obj)
+
+        PURPOSE:
+          Remove variables or constraints at the next update().
+
+        ARGUMENTS:
+          obj: a Var, Constr, QConstr or GenConstr, a matrix object of them, or a list or tuple of
+            these.
+
+        EXAMPLE:
+          m.remove(x[3:])
+
+        NOTES:
+          A removed element's index is -2 from the next update() on; those after it move up. A
+          removed variable leaves the linear and quadratic expressions that it stood in.
+          TaviroError for elements of another model and for those removed already.
+        """
+        if self._closed:
+            self._refuse_closed()
+        self._build.remove(self, obj)
+
+    def update(self) -> None:
+        """
+        ROUTINE:
+          update()
+
+        PURPOSE:
+          Let waiting additions and removals take effect.
+        """
+        if self._closed:
+            self._refuse_closed()
+        self._build.update(self)
+
+    # Solving
+
+    def load(self) -> None:
+        """
+        ROUTINE:
+          load()
+
+        PURPOSE:
+          Hand the model to the engine without solving it. The status becomes LOADED.
+
+        NOTES:
+          After a solve only what changed is handed over, and the engine goes on from the basis
+          that it has. TaviroError where the engine can't take the model.
+        """
+        self.update()
+        self._session.load(self)
+
+    def optimize(self) -> None:
+        """
+        ROUTINE:
+          optimize()
+
+        PURPOSE:
+          Solve the model. The outcome is the attribute Status, one of TVO.Status.
+
+        NOTES:
+          The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
+          ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
+          read. TaviroError where the engine can't take the model.
+        """
+        self.update()
+        self._session.solve(self)
+
+    def write(self, path: str | PathLike[str]) -> None:
+        """
+        ROUTINE:
+          write(path)
+
+        PURPOSE:
+          Write the model to a file; the ending tells the format.
+
+        ARGUMENTS:
+          path (str or path): a name that ends in ".mps" or ".lp"; for models of the engine SCIP
+            also ".cip".
+
+        NOTES:
+          TaviroError where the file can't be written. The LP format has no room for names such
+          as "x[0,1]": there they become "x(0,1)". A variable without cost, constraints and bounds
+          of its own is not written to LP files.
+        """
+        self.update()
+        self._session.write(self, path)
+
+    def setOption(self, name: str, value: object) -> None:
+        """
+        ROUTINE:
+          setOption(name, value)
+
+        PURPOSE:
+          Set an option of the solver.
+
+        ARGUMENTS:
+          name (str): "timeLimit" (seconds a solve), "gap" (relative gap of mixed-integer models),
+            "threads", "seed", "log" (bool), or an option by the engine's own name, such as
+            "presolve" of HiGHS or "limits/nodes" of SCIP.
+          value: a value of the option's type.
+
+        EXAMPLE:
+          m.setOption("timeLimit", 60)
+
+        NOTES:
+          TaviroError for an unknown name or a value that doesn't fit.
+        """
+        if self._closed:
+            self._refuse_closed()
+        self._session.set_option(name, value)
+
+    def close(self) -> None:
+        """
+        ROUTINE:
+          close()
+
+        PURPOSE:
+          Release the engine and the model's data. Closing twice does no harm; any other use of a
+          closed model is a TaviroError.
+        """
+        if not self._closed:
+            self._closed = True
+            self._session.close()
+            self._tables = self._session = self._row_buffer = None
+            self._close()
+
+    # Attributes
+
+    def getAttr(self, attrname: str) -> Any:
+        """
+        ROUTINE:
+          getAttr(attrname)
+
+        PURPOSE:
+          Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
+          NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
+          SolveTime.
+
+        NOTES:
+          AttributeError for another name; TaviroError for Objective and Bound without a solution.
+        """
+        if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
+            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+        if self._closed:
+            self._refuse_closed()
+        if attrname in _COUNTS:
+            return self._tables[_COUNTS[attrname]].placed
+        if attrname == "NumNonzeros":
+            return self._build.count_nonzeros(self)
+        if attrname == "ModelName":
+            return self._name
+        if attrname == "ObjSense":
+            return self._objective.sense
+        if attrname == "ObjOffset":
+            return self._objective.offset
+        return self._session.result(attrname)
+
+    def setAttr(self, attrname: str, value: object) -> None:
+        """
+        ROUTINE:
+          setAttr(attrname, value)
+
+        PURPOSE:
+          Set ModelName, ObjSense ("min", "max", 1 or -1) or ObjOffset.
+
+        NOTES:
+          AttributeError for another name, TaviroError for a value that doesn't fit.
+        """
+        kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
+        if kind != MODEL:
+            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+        if not settable:
+            raise AttributeError(f"Attribute '{attrname}' cannot be set")
+        if self._closed:
+            self._refuse_closed()
+        self._build.set_model_attribute(self, attrname, value)
+
+    def __getattr__(self, name: str) -> Any:
+        if name[:1] == "_":
+            raise AttributeError(f"'taviropy.Model' object has no attribute '{name}'")
+        return self.getAttr(name)
+
+    def __setattr__(self, name: str, value: object) -> None:
+        if name[:1] == "_":
+            self.__dict__[name] = value
+        else:
+            self.setAttr(name, value)
+
+    def __dir__(self) -> list[str]:
+        return sorted({*super().__dir__(), *_attrutil._attrlist(self, MODEL)})
+
+    # What the package's other modules call
+
+    @property
+    def _cmodel(self) -> Model:
+        return self
+
+    def _read_attribute(self, kind: int, attrname: str, positions: Any) -> Any:
+        if self._closed:
+            self._refuse_closed()
+        return self._session.read(self, kind, attrname, positions)
+
+    def _write_attribute(self, kind: int, attrname: str, positions: Any, values: Any) -> None:
+        if self._closed:
+            self._refuse_closed()
+        self._session.write_attribute(self, kind, attrname, positions, values)
+
+    def _element_name(self, kind: int, element_id: int) -> str:
+        """The name of an element, for its text: also while it waits and after its removal."""
+        return str(self._tables[kind].names.get([element_id])[0])
+
+    def _elements_in_place(self, kind: int) -> Any:
+        import numpy as np
+
+        if self._closed:
+            self._refuse_closed()
+        table = self._tables[kind]
+        return self._elements(kind, table.ids_of(np.arange(table.placed)))
+
+    def _element_by_name(self, kind: int, name: str) -> Any:
+        import numpy as np
+
+        if self._closed:
+            self._refuse_closed()
+        table = self._tables[kind]
+        names = table.names_of(np.arange(table.placed))
+        if name not in names:
+            return None
+        return self._elements(kind, table.ids_of(np.array([names.index(name)])))[0]
+
+    def _refuse_closed(self) -> NoReturn:
+        raise TaviroError(
+            TVO.Error.MODEL_CLOSED, "The model is closed: create a new one with taviropy.Model()"
+        )

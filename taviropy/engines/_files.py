@@ -1,0 +1,157 @@
+"""Reading and writing model files through HiGHS."""
+
+from __future__ import annotations
+
+import os
+
+import numpy as np
+from highspy import Highs, HighsStatus, HighsVarType
+
+from .._attrutil import LINEAR, VARIABLE
+from .._csr import Rows
+from .._exception import TaviroError
+from .._quadratic import QuadraticTerms
+from .._tvo import TVO
+
+_LESS, _EQUAL, _GREATER = range(3)
+_CONTINUOUS, _BINARY, _INTEGER = range(3)
+
+
+def write_file(highs, model, path):
+    """Write the model that HiGHS holds, with the model's names."""
+    if not path.endswith((".mps", ".lp", ".mps.gz")):
+        raise TaviroError(
+            TVO.Error.FILE, f"The ending of '{path}' names no known format: use .mps or .lp"
+        )
+    for kind, give in ((VARIABLE, highs.passColName), (LINEAR, highs.passRowName)):
+        table = model._tables[kind]
+        names = table.names_of(np.arange(table.placed))
+        for index, name in enumerate(_fit_for_file(names, path)):
+            give(index, name)
+    words = _run_quietly(highs, highs.writeModel, path)
+    if words is not None:
+        raise TaviroError(TVO.Error.FILE, f"The model can't be written to '{path}': {words}")
+
+
+def _fit_for_file(names, path):
+    """Names without white space, each one once; for LP files also without its operators."""
+    table = {ord(space): "_" for space in " \t\n\r"}
+    if path.endswith(".lp"):
+        table |= {ord(old): new for old, new in zip("[]<>=+-*^:/\\", "()________|", strict=False)}
+    names = [name.translate(table) for name in names]
+    if len(set(names)) == len(names):
+        return names
+    seen = {}
+    for place, name in enumerate(names):
+        count = seen.get(name, 0)
+        seen[name] = count + 1
+        if count:
+            names[place] = f"{name}~{count}"
+    return names
+
+
+def _run_quietly(highs, call, path):
+    """Call HiGHS with a path; None where it worked, else what HiGHS said."""
+    words = []
+    highs.setOptionValue("output_flag", True)
+    highs.setOptionValue("log_to_console", False)
+    highs.setCallback(lambda kind, text, *rest: words.append(text), None)
+    highs.startCallbackInt(0)
+    status = call(path)
+    highs.setCallback(None, None)
+    highs.setOptionValue("output_flag", False)
+    highs.setOptionValue("log_to_console", True)
+    if status != HighsStatus.kError:
+        return None
+    return " ".join(" ".join(words).split()) or "no reason given"
+
+
+def read_file(path):
+    """A Model of a file."""
+    path = os.fspath(path)
+    if not os.path.isfile(path):
+        raise FileNotFoundError(f"There is no file '{path}'")
+    highs = Highs()
+    words = _run_quietly(highs, highs.readModel, path)
+    if words is not None:
+        raise TaviroError(TVO.Error.FILE, f"The file '{path}' can't be read as a model: {words}")
+    return _model_of(highs)
+
+
+def _model_of(highs):
+    from .._model import Model
+
+    highs.ensureRowwise()
+    lp = highs.getLp()
+    model = Model(lp.model_name_)
+    _add_columns(model, lp)
+    _add_rows(model, lp)
+    objective = model._objective
+    objective.replace(int(lp.sense_), float(lp.offset_), _quadratic_terms(highs))
+    model.update()
+    return model
+
+
+def _add_columns(model, lp):
+    count = lp.num_col_
+    lower, upper = np.array(lp.col_lower_), np.array(lp.col_upper_)
+    types = np.full(count, _CONTINUOUS, np.uint8)
+    if len(lp.integrality_):
+        kinds = np.array([int(kind) for kind in lp.integrality_])
+        for kind, noun in (
+            (HighsVarType.kSemiContinuous, "semi-continuous"),
+            (HighsVarType.kSemiInteger, "semi-integer"),
+        ):
+            where = np.flatnonzero(kinds == int(kind))
+            if len(where):
+                raise TaviroError(
+                    TVO.Error.NOT_SUPPORTED,
+                    f"The variable '{lp.col_names_[where[0]]}' is {noun}, which a model has no "
+                    f"type for: write it with a binary variable and two constraints",
+                )
+        integer = kinds != int(HighsVarType.kContinuous)
+        types[integer] = _INTEGER
+        types[integer & (lower == 0.0) & (upper == 1.0)] = _BINARY
+    table = model._tables[VARIABLE]
+    model._new_elements(VARIABLE, (count,))
+    table.names.set(enumerate(lp.col_names_))
+    table.extend(count, LB=lower, UB=upper, Obj=np.array(lp.col_cost_), VType=types)
+
+
+def _add_rows(model, lp):
+    count = lp.num_row_
+    lower, upper = np.array(lp.row_lower_), np.array(lp.row_upper_)
+    sense = np.full(count, _LESS, np.uint8)
+    sense[(upper == np.inf) & (lower > -np.inf)] = _GREATER
+    sense[lower == upper] = _EQUAL
+    table = model._tables[LINEAR]
+    model._new_elements(LINEAR, (count,))
+    table.names.set(enumerate(lp.row_names_))
+    ranged = (sense == _LESS) & (lower > -np.inf)
+    if ranged.any():
+        table.need("Low")
+    table.extend(
+        count,
+        RHS=np.where(sense == _GREATER, lower, upper),
+        Sense=sense,
+        **({"Low": np.where(ranged, lower, -np.inf)} if ranged.any() else {}),
+    )
+    matrix = lp.a_matrix_
+    model._linear_rows.add(
+        Rows(
+            np.array(matrix.start_, np.int32),
+            np.array(matrix.index_, np.int32),
+            np.array(matrix.value_, np.float64),
+        )
+    )
+
+
+def _quadratic_terms(highs):
+    hessian = highs.getModel().hessian_
+    if not hessian.dim_:
+        return None
+    starts = np.array(hessian.start_)
+    rows = np.array(hessian.index_, np.int32)
+    columns = np.repeat(np.arange(hessian.dim_, dtype=np.int32), np.diff(starts))
+    values = np.array(hessian.value_, np.float64)
+    return QuadraticTerms(rows, columns, np.where(rows == columns, 0.5 * values, values))

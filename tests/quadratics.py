@@ -1,0 +1,39 @@
+"""Values of linear and quadratic matrix expressions at a point, taken from their terms."""
+
+import linear
+import numpy as np
+
+import taviropy as tv
+
+
+def point(*mvars, seed=7):
+    """A dictionary with a value for each variable, and the values of each block as an array."""
+    rng = np.random.default_rng(seed)
+    arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
+    at = {}
+    for x, array in zip(mvars, arrays, strict=True):
+        at.update(zip(x._vararr.flat, array.flat, strict=True))
+    return at, *arrays
+
+
+def terms(qe):
+    """The quadratic terms of a QuadExpr, in stored order."""
+    return list(zip(qe.coeffs, qe.vars1, qe.vars2, strict=True))
+
+
+def _value(qe, at):
+    constant, linear_terms = linear.terms(qe.linear)
+    return (
+        constant
+        + sum(c * at[v] for c, v in linear_terms)
+        + sum(c * at[u] * at[v] for c, u, v in terms(qe))
+    )
+
+
+def value_of(expr, at):
+    """The values of the elements of an MLinExpr or MQuadExpr, in its shape; its form stays."""
+    if isinstance(expr, tv.MLinExpr):
+        return linear.values(expr, at)
+    full = expr._to_full() if expr._is_compact else expr
+    values = np.array([_value(qe, at) for qe in full._qearr.flat], dtype=float)
+    return values.reshape(expr.shape) + linear.values(full._ndle, at)

@@ -1,0 +1,514 @@
+"""MNLExpr: the trees that operators build, what they share, and what in-place changes reach."""
+
+import gc
+import operator
+
+import numpy as np
+import pytest
+import scipy.sparse as sp
+from trees import form, value_of, values_of
+
+import taviropy as tv
+from taviropy._core import _ExprTree
+
+
+@pytest.fixture
+def m():
+    return tv.Model()
+
+
+@pytest.fixture
+def x(m):
+    return m.addMVar(3, name="x")
+
+
+@pytest.fixture
+def y(m):
+    return m.addMVar((2, 3), name="y")
+
+
+def roots(nl):
+    return [element._root for element in nl._nlearr.flat]
+
+
+def forms(nl):
+    return [form(root) for root in roots(nl)]
+
+
+def point(*mvars):
+    """A value for each variable of the blocks, and the blocks' values as arrays."""
+    rng = np.random.default_rng(7)
+    arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
+    at = {}
+    for x, array in zip(mvars, arrays, strict=True):
+        at.update(zip(x._vararr.flat, array.flat, strict=True))
+    return at, *arrays
+
+
+# ---- Construction ---------------------------------------------------------------------------
+
+
+def test_trees_of_every_kind_of_operand(m, x):
+    coerce = tv.MNLExpr._coerce_to_exprtree_array
+    v = x.tolist()
+    assert [form(t) for t in coerce(np.array([1, 2.5, True], dtype=object))] == [1.0, 2.5, 1.0]
+    assert [form(t) for t in coerce(x)] == v
+    linear = 2 * x[:2] + np.array([0.0, 3.0])
+    wanted = [("multiply", 2.0, v[0]), ("plus", ("multiply", 2.0, v[1]), 3.0)]
+    assert linear._is_compact
+    assert [form(t) for t in coerce(linear)] == wanted
+    assert linear._is_compact
+    full = linear._to_full()
+    assert [form(t) for t in coerce(full)] == wanted
+    nl = x.nl
+    assert [a is b for a, b in zip(coerce(nl), roots(nl), strict=True)] == [True] * 3
+    with pytest.raises(TypeError, match="^Unsupported operand 'spam'$"):
+        coerce("spam")
+
+
+def test_quadratic_terms_stand_before_linear_ones(x):
+    coerce = tv.MNLExpr._coerce_to_exprtree_array
+    a, b, _ = x.tolist()
+    full = x[:2] * x[1::-1] + np.array([0, 4])
+    assert [form(t) for t in coerce(full)] == [
+        ("multiply", a, b),
+        ("plus", ("multiply", b, a), 4.0),
+    ]
+    compact = x[:2] @ np.array([[3.0, 0], [0, 1]]) @ x[:2] - x[1]
+    trees = coerce(compact)
+    assert compact._is_compact
+    assert trees.shape == ()
+    assert form(trees.item()) == (
+        "plus",
+        ("multiply", 3.0, ("square", a)),
+        ("square", b),
+        ("multiply", -1.0, b),
+    )
+    assert form(coerce(tv.MQuadExpr.zeros(1))[0]) == ("plus",)
+
+
+@pytest.mark.parametrize("shape", [(), (0,), (3,), (2, 3), (2, 0), (1, 2, 2)])
+def test_factories_keep_the_shape(m, shape):
+    x = m.addMVar(shape)
+    at, xv = point(x)
+    numbers = np.arange(float(np.prod(shape))).reshape(shape)
+    for nl, wanted in [
+        (tv.MNLExpr._from_ndarray(numbers), numbers),
+        (x.nl, xv),
+        (tv.MNLExpr._from_mlinexpr(2 * x + 1), 2 * xv + 1),
+        (tv.MNLExpr._from_mquadexpr(x * x), xv * xv),
+    ]:
+        assert type(nl) is tv.MNLExpr
+        assert (nl.shape, nl.ndim, nl.size) == (shape, len(shape), xv.size)
+        assert isinstance(nl._nlearr, np.ndarray) and nl._nlearr.dtype == object
+        assert all(type(e) is tv.NLExpr for e in nl._nlearr.flat)
+        np.testing.assert_allclose(values_of(nl, at), wanted)
+
+
+def test_subclass_factories_and_the_hook_of_the_model(x):
+    class Mine(tv.MNLExpr):
+        pass
+
+    assert type(Mine._from_mvar(x)) is Mine
+    assert type(Mine._from_mlinexpr(x + 1)) is Mine
+    assert type(Mine._from_mvar(x) + 1) is tv.MNLExpr
+
+    class Recorder:
+        def addGenConstrNL(self, *args):
+            self.args = args
+            return "made"
+
+    recorder, nl = Recorder(), x.nl
+    assert nl._addAsConstr(recorder, x, "name") == "made"
+    assert recorder.args[0] is x and recorder.args[1] is nl and recorder.args[2] == "name"
+
+
+# ---- Operators ------------------------------------------------------------------------------
+
+OPERATORS = [operator.add, operator.sub, operator.mul, operator.truediv, operator.pow]
+
+
+@pytest.mark.parametrize("op", OPERATORS)
+def test_values_are_those_of_numpy(x, y, op):
+    """Every kind of operand on either side, broadcast both ways."""
+    at, xv, yv = point(x, y)
+    nl, nlv = y.nl * 1.5, yv * 1.5
+    v, vv = x[0].item(), xv[0]
+    column = np.array([[1.0], [3.0]])
+    operands = [
+        (2, 2.0),
+        (2.0, 2.0),
+        (np.float64(3), 3.0),
+        (np.float64(2), 2.0),
+        (np.bool_(True), 1.0),
+        (v, vv),
+        (2 * v + 1, 2 * vv + 1),
+        (v * v, vv**2),
+        (tv.NLExpr._from_var(v), vv),
+        (np.array([1, 2, 3]), np.array([1, 2, 3])),
+        (column, column),
+        (np.array(2.0), 2.0),
+        (np.ones((2, 1, 1)), np.ones((2, 1, 1))),
+        (x, xv),
+        (x + 1, xv + 1),
+        (y * 2, yv * 2),
+        (x * x, xv**2),
+        (y.nl, yv),
+        (y.nl[:, ::-1], yv[:, ::-1]),
+        (y.T.nl[:, :1].sum(axis=1), yv.T[:, 0]),
+    ]
+    for operand, number in operands:
+        for result, wanted in [
+            (op(nl, operand), op(nlv, number)),
+            (op(operand, nl), op(number, nlv)),
+        ]:
+            assert type(result) is tv.MNLExpr
+            assert result.shape == wanted.shape
+            np.testing.assert_allclose(values_of(result, at), wanted)
+    np.testing.assert_allclose(values_of(nl, at), nlv)
+
+
+@pytest.mark.parametrize(
+    "op, node",
+    list(zip(OPERATORS, ["plus", "minus", "multiply", "divide", "pow"], strict=True)),
+)
+def test_one_node_on_top_of_shared_ones(x, op, node):
+    nl, other = x.nl, (2 * x).copy() ** 3
+    before = roots(nl)
+    for left, right in [(nl, other), (other, nl)]:
+        result = op(left, right)
+        for element, a, b in zip(roots(result), roots(left), roots(right), strict=True):
+            assert element.op == node and element.children[0] is a and element.children[1] is b
+    for result, at in [(op(nl, 3), 1), (op(3, nl), 0)]:
+        assert [form(t.children[at]) for t in roots(result)] == [3.0] * 3
+        assert len({id(t.children[at]) for t in roots(result)}) == 1  # one node for the number
+    assert all(a is b for a, b in zip(roots(nl), before, strict=True))
+    assert [form(t) for t in roots(-nl)] == [("uminus", v) for v in x.tolist()]
+
+
+@pytest.mark.parametrize(
+    "op", [operator.iadd, operator.isub, operator.imul, operator.itruediv, operator.ipow]
+)
+def test_in_place_operators_change_the_elements_alone(x, y, op):
+    at, xv, yv = point(x, y)
+    plain = {
+        operator.iadd: operator.add,
+        operator.isub: operator.sub,
+        operator.imul: operator.mul,
+        operator.itruediv: operator.truediv,
+        operator.ipow: operator.pow,
+    }[op]
+    for operand, number in [
+        (3, 3),
+        (2, 2),
+        (x[0].item(), xv[0]),
+        (x, xv),
+        (y.nl, yv),
+        (np.ones(3), 1),
+    ]:
+        nl = y.nl
+        array, elements = nl._nlearr, list(nl._nlearr.flat)
+        assert op(nl, operand) is nl
+        assert nl._nlearr is array
+        assert all(a is b for a, b in zip(array.flat, elements, strict=True))
+        np.testing.assert_allclose(values_of(nl, at), plain(yv, number))
+    nl = x.nl
+    op(nl, nl)
+    np.testing.assert_allclose(values_of(nl, at), plain(xv, xv))
+
+
+def test_squares(x):
+    a = x[0].item()
+    nl = x[:1].nl
+    square, power = ("square", a), ("pow", a, 2.0)
+    for exponent in [2, 2.0, np.float64(2), np.array(2.0), np.array([2]), np.array([[2.0]])]:
+        result = nl**exponent
+        assert forms(result) == [square]
+        assert result.shape == np.broadcast_shapes((1,), np.shape(exponent))
+    assert forms(nl ** np.array([2.0, 2.0])) == [power, power]
+    assert forms(nl ** np.array([3.0])) == [("pow", a, 3.0)]
+    nl **= 2
+    assert forms(nl) == [square]
+    nl = x[:1].nl
+    nl **= np.array([2.0])
+    assert forms(nl) == [power]
+
+
+def test_shapes_that_do_not_fit(x, y):
+    nl = x.nl
+    before = roots(nl)
+    with pytest.raises(
+        ValueError, match=r"could not be broadcast together with shapes \(3,\) \(2,\)"
+    ):
+        nl + np.ones(2)
+    for operand in [np.ones((2, 3)), y, np.ones(2)]:
+        with pytest.raises(ValueError):
+            nl += operand
+    with pytest.raises(ValueError):
+        x[:1].nl.__imul__(np.ones(3))
+    assert all(a is b for a, b in zip(roots(nl), before, strict=True))
+    assert gc.isenabled()
+
+
+def test_zero_sizes(m):
+    empty = m.addMVar((0, 3)).nl
+    for result in [
+        -empty,
+        empty + 1,
+        2**empty,
+        empty**2,
+        empty * np.ones(3),
+        np.ones((1, 3)) / empty,
+    ]:
+        assert result.shape == (0, 3)
+    for change in [
+        lambda e: e.__iadd__(1),
+        lambda e: e.__ipow__(2),
+        lambda e: e.__imul__(np.ones(3)),
+    ]:
+        with pytest.raises(ValueError, match="zero-sized"):
+            change(empty)
+    with pytest.raises(ValueError, match="zero-sized"):
+        empty[...] = 1
+
+
+@pytest.mark.parametrize("operand", ["spam", None, [1, 2, 3], sp.eye(3, format="csr"), object()])
+def test_foreign_operands_are_declined(x, operand):
+    nl = x.nl
+    for name in [
+        "add",
+        "radd",
+        "iadd",
+        "sub",
+        "isub",
+        "mul",
+        "rmul",
+        "truediv",
+        "itruediv",
+        "pow",
+        "ipow",
+    ]:
+        assert getattr(nl, f"__{name}__")(operand) is NotImplemented
+    with pytest.raises(TypeError):
+        nl + operand
+
+
+def test_comparisons_with_variables_give_constraints(m, x):
+    """MNLExpr has none of its own: those of MVar are asked, on whichever side they stand."""
+    nl = x**3
+    for made, sense in [
+        (x == nl, tv.TVO.EQUAL),
+        (nl == x, tv.TVO.EQUAL),
+        (x <= nl, tv.TVO.LESS_EQUAL),
+        (nl >= x, tv.TVO.LESS_EQUAL),
+        (x >= nl, tv.TVO.GREATER_EQUAL),
+        (nl <= x, tv.TVO.GREATER_EQUAL),
+    ]:
+        assert type(made) is tv.TempConstr
+        assert made.lhs is x and made.sense == sense and made.rhs is nl
+    assert type(m.addConstr(nl == x)) is tv.MGenConstr
+    with pytest.raises(TypeError):
+        nl <= 1  # noqa: B015
+    with pytest.raises(TypeError, match="MVar"):
+        m.addConstr(m.addVar() == nl.sum())
+
+
+# ---- Memory layouts and subclasses of ndarray -----------------------------------------------
+
+
+def test_layouts_follow_numpy(x, y):
+    at, xv, yv = point(x, y)
+    nl = y.T.nl
+    assert nl._nlearr.flags.f_contiguous
+    assert (nl + 1)._nlearr.flags.f_contiguous
+    strided = tv.MNLExpr(y.nl._nlearr[::-1, ::2])
+    for result, wanted in [
+        (nl * np.asfortranarray(yv.T), yv.T * yv.T),
+        (nl - y.nl._nlearr.T.copy(order="C").size, yv.T - 6),
+        (strided / x[::2], yv[::-1, ::2] / xv[::2]),
+        (x[:, None].nl + y[0], xv[:, None] + yv[0]),
+    ]:
+        np.testing.assert_allclose(values_of(result, at), wanted)
+    strided += 1
+    np.testing.assert_allclose(values_of(strided, at), yv[::-1, ::2] + 1)
+
+
+@pytest.mark.filterwarnings("ignore:the matrix subclass:PendingDeprecationWarning")
+def test_subclasses_of_ndarray_stay(x):
+    at, xv = point(x)
+    row = x.reshape(1, 3).nl
+    result = row + np.matrix([[1.0, 2.0, 3.0]])
+    assert type(result._nlearr) is np.matrix
+    np.testing.assert_allclose(values_of(result, at), [xv + [1, 2, 3]])
+    masked = np.ma.array([1.0, 2.0, 3.0], mask=[0, 1, 0])
+    assert (x.nl * masked)._nlearr.mask.tolist() == [False, True, False]
+
+
+# ---- Indexing and assignment ----------------------------------------------------------------
+
+
+def test_slices_share_their_elements_and_copies_do_not(y):
+    nl = y.nl
+    variables = [("plus", v, 1.0) for v in y._vararr.flat]
+    part = nl[0, 1]
+    assert part.shape == ()
+    part += 1
+    nl[:, 2] += 1
+    nl[[1]] += 1  # written back by __setitem__, as for NumPy's arrays
+    copied = nl[[True, False]]
+    copied += 5
+    assert forms(nl) == [
+        y[0, 0].item(),
+        variables[1],
+        variables[2],
+        *variables[3:5],
+        ("plus", variables[5], 1.0),
+    ]
+    assert nl[1:][0, 0]._nlearr.item() is nl._nlearr[1, 0]
+    assert nl[[1]]._nlearr[0, 0] is not nl._nlearr[1, 0]
+    assert [e.shape for e in nl] == [(3,), (3,)]
+    with pytest.raises(IndexError):
+        nl[2]
+
+
+def test_assignment_puts_trees_into_the_elements(x, y):
+    nl = y.nl
+    elements = list(nl._nlearr.flat)
+    nl[0, 0] = 5
+    nl[0, 1:] = np.array([1, 2])
+    nl[1] = x
+    nl[1, 0] = x[0].item() * 2
+    nl[1, 1:] = nl[0, 1:]
+    a = x[0].item()
+    assert forms(nl) == [5.0, 1.0, 2.0, ("multiply", 2.0, a), 1.0, 2.0]
+    assert all(a is b for a, b in zip(nl._nlearr.flat, elements, strict=True))
+    nl[:, ::2] = np.array([[7], [8]])
+    assert forms(nl) == [7.0, 1.0, 7.0, 8.0, 1.0, 8.0]
+    nl[[0, 1], [0, 1]] = 9  # reaches the elements themselves, not a copy of them
+    assert forms(nl) == [9.0, 1.0, 7.0, 8.0, 9.0, 8.0]
+    for value in ["spam", None, [1, 2, 3]]:
+        with pytest.raises(ValueError) as error:
+            nl[0] = value
+        assert str(error.value) == f"Cannot assign {value} to MNLExpr"
+    for value in [np.ones(2), np.ones((1, 3)), y]:
+        with pytest.raises(ValueError):
+            nl[0] = value
+    assert forms(nl) == [9.0, 1.0, 7.0, 8.0, 9.0, 8.0]
+
+
+def test_item_is_a_private_copy(x):
+    nl = x[:1].nl
+    element = nl.item()
+    assert type(element) is tv.NLExpr and element is not nl._nlearr[0]
+    assert element._root is nl._nlearr[0]._root
+    with pytest.raises(ValueError):
+        x.nl.item()
+
+
+def test_repr(x, y):
+    header, text = repr(x.nl**2).split("\n", 1)
+    assert header == "<MNLExpr (3,)>"
+    assert text.startswith("array([") and text.endswith("])") and "dtype" not in text
+    assert str((x.nl**2)._nlearr[1]) in text
+    assert repr(y.nl).startswith("<MNLExpr (2, 3)>\narray([[")
+    assert np.get_printoptions()["formatter"] is None
+
+
+# ---- Products and sums ----------------------------------------------------------------------
+
+
+def test_matrix_products_have_the_values_of_numpy(x, y):
+    at, xv, yv = point(x, y)
+    A = np.array([[1.0, 0, 2], [0, 3, 1]])
+    nx, ny = x.nl, y.nl**2
+    cases = [
+        (A @ nx, A @ xv),
+        (nx @ A.T, xv @ A.T),
+        (nx @ np.arange(3), xv @ np.arange(3)),
+        (ny @ x, yv**2 @ xv),
+        (ny @ y.T, yv**2 @ yv.T),
+        (ny @ (x + 1), yv**2 @ (xv + 1)),
+        (nx @ nx, xv @ xv),
+        (x @ y.T.nl, xv @ yv.T),
+        (sp.csr_matrix(A) @ nx, A @ xv),
+        (sp.csc_array(A) @ y.T.nl, A @ yv.T),
+        (ny @ sp.coo_matrix(A.T), yv**2 @ A.T),
+        (nx @ sp.csr_array(A.T), xv @ A.T),
+    ]
+    for result, wanted in cases:
+        assert type(result) is tv.MNLExpr
+        assert result.shape == wanted.shape
+        np.testing.assert_allclose(values_of(result, at), wanted)
+    for bad in [np.ones((2, 2)), sp.eye(2), x[:2]]:
+        with pytest.raises(ValueError):
+            nx @ bad
+    for bad in [2, "spam"]:
+        with pytest.raises(TypeError):
+            nx @ bad
+
+
+def test_products_with_sparse_matrices_have_no_needless_nodes(x):
+    nl = x.nl
+    for result in [nl @ sp.eye(3), sp.eye(3) @ nl]:
+        assert all(a is b for a, b in zip(roots(result), roots(nl), strict=True))
+    a, b, c = x.tolist()
+    assert forms(sp.csr_matrix([[0, 2.0, 1]]) @ nl) == [("plus", ("multiply", 2.0, b), c)]
+    assert forms(nl @ sp.csr_matrix([[0], [2.0], [0]])) == [("multiply", b, 2.0)]
+    assert form(tv.MNLExpr._sum_terms([])._root) == ("plus",)
+    assert form(tv.MNLExpr._sum_terms((roots(nl)[0],))._root) == a
+
+
+def test_sums(m, y):
+    at, yv = point(y)
+    nl = y.nl
+    for axis in [None, 0, 1, -1, (0, 1)]:
+        total = nl.sum(axis)
+        wanted = yv.sum(axis)
+        assert total.shape == wanted.shape
+        np.testing.assert_allclose(values_of(total, at), wanted)
+    assert forms(nl.sum(axis=0)) == [("plus", *column) for column in y._vararr.T]
+    assert forms(nl.sum()) == [("plus", *y._vararr.flat)]
+    assert nl.sum()._nlearr.item()._root.children[0] is roots(nl)[0]
+    empty = m.addMVar((0, 2)).nl
+    assert forms(empty.sum(axis=0)) == [("plus",), ("plus",)]
+    assert empty.sum(axis=1).shape == (0,)
+    with pytest.raises(tv.TaviroError, match="Invalid axis specifications: 9") as error:
+        nl.sum(axis=9)
+    assert error.value.args[0] == -1
+
+
+# ---- Deep trees, garbage --------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("scalar", [False, True])
+def test_a_hundred_thousand_terms_one_by_one(m, scalar):
+    depth = 100_000
+    v = m.addVar()
+    total = tv.NLExpr._from_var(v) if scalar else tv.MVar.fromvar(v).nl
+    for _ in range(depth):
+        total += v
+    element = total if scalar else total._nlearr.item()
+    assert value_of(element._root, {v: 2.0}) == 2.0 * (depth + 1)
+    assert isinstance(repr(total), str)
+    used = [2 * total, -total, total**2, element.copy()]
+    assert value_of((used[0] if scalar else used[0]._nlearr.item())._root, {v: 1.0}) == 2.0 * (
+        depth + 1
+    )
+    del total, element, used  # freed without a recursion as deep as the tree
+
+
+def test_failures_in_the_middle_leave_the_done_elements_and_the_collector(x):
+    nl = x.nl
+    calls = []
+
+    def twice(node):
+        calls.append(node)
+        if len(calls) == 2:
+            raise RuntimeError("no more")
+        return _ExprTree._from_square(node)
+
+    with pytest.raises(RuntimeError, match="no more"):
+        nl._idispatch_unary_op(twice)
+    a, b, c = x.tolist()
+    assert forms(nl) == [("square", a), b, c]
+    assert gc.isenabled()
