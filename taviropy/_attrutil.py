@@ -128,7 +128,7 @@ def convert(attrname, datatype, values):
     if array.dtype.kind not in "biuf" or array.ndim != 1:
         raise TaviroError(
             TVO.Error.ERROR_INVALID_ARGUMENT,
-            f"'{attrname}' takes real numbers, not {_shortened(values)}",
+            f"'{attrname}' takes real numbers, not {shortened(values)}",
         )
     array = array.astype(np.float64, copy=False)
     if attrname != "Start" and np.isnan(array).any():
@@ -155,7 +155,7 @@ def _convert_texts(attrname, datatype, values):
             takes = "text" if allowed is None else "one of " + ", ".join(map(repr, allowed))
             raise TaviroError(
                 TVO.Error.ERROR_INVALID_ARGUMENT,
-                f"'{attrname}' takes {takes}, not {_shortened(value)} (at position {where})",
+                f"'{attrname}' takes {takes}, not {shortened(value)} (at position {where})",
             )
     if allowed is None:
         return [str(value) for value in values]
@@ -165,6 +165,7 @@ def _convert_texts(attrname, datatype, values):
     return np.fromiter((code[value] for value in values), np.uint8, len(values))
 
 
-def _shortened(value):
+def shortened(value):
+    """The value as text of at most 60 characters, for messages."""
     text = repr(value)
     return text if len(text) <= 60 else text[:57] + "..."

@@ -3,16 +3,20 @@
 from __future__ import annotations
 
 from bisect import bisect_left, bisect_right
+from decimal import Decimal
+from numbers import Real
 
 import numpy as np
 
 from . import _csr
+from ._attrutil import shortened
 from ._csr import Rows
 from ._exception import TaviroError
 from ._matrixapi import MLinExpr, MNLExpr, MQuadExpr, MVar
 from ._scalars import LinExpr, NLExpr, QuadExpr, Var, gather_linear, product_rows
 from ._tvo import TVO
 
+_LINEAR = (Var, LinExpr, int, float, Real, Decimal, np.bool)
 _HIGHER = (QuadExpr, NLExpr, MQuadExpr, MNLExpr)
 
 
@@ -91,25 +95,21 @@ def _side_of_data(model, operand):
         operand = operand.toarray()
     if isinstance(operand, _HIGHER):
         return None
-    is_sequence = isinstance(operand, list | tuple)
-    if hasattr(operand, "__len__") and not is_sequence and not hasattr(operand, "__array__"):
-        raise TaviroError(
-            TVO.Error.ERROR_INVALID_ARGUMENT,
-            f"A constraint can't compare with {operand!r} of type {type(operand).__name__}: give "
-            f"numbers, an array, a list or expressions",
-        )
     array = np.asarray(operand)
-    is_matrix = is_sequence or array.ndim > 0
+    is_matrix = isinstance(operand, list | tuple) or array.ndim > 0
     if array.dtype.kind in "biuf":
         return Side(array.shape, is_matrix, None, array.astype(np.float64, copy=False))
-    if array.dtype.kind != "O":
-        raise ValueError(
-            f"A constraint can't compare with {type(operand).__name__} of dtype {array.dtype}: "
-            f"give real numbers or expressions"
+    elements = array.reshape(-1).tolist() if array.dtype.kind == "O" else [operand]
+    other = [each for each in elements if not isinstance(each, _LINEAR)]
+    if not other:
+        return _side_of_exprs(model, array, array.shape, is_matrix)
+    strange = [each for each in other if not isinstance(each, _HIGHER)]
+    if strange:
+        raise TypeError(
+            f"A constraint or objective can't take {shortened(strange[0])} of type "
+            f"{type(strange[0]).__name__}: give real numbers, expressions, or an array of these"
         )
-    if not all(isinstance(e, int | float | np.number | Var | LinExpr) for e in array.flat):
-        return None
-    return _side_of_exprs(model, array, array.shape, is_matrix)
+    return None
 
 
 def difference(left, right):

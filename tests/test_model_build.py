@@ -1,6 +1,7 @@
 """Building a model: variables, constraints and objectives, and what is refused."""
 
 import gc
+from fractions import Fraction
 
 import numpy as np
 import pytest
@@ -92,6 +93,8 @@ def test_both_sides_of_a_constraint_broadcast(model):
         "matrix of variables": (y <= b, (2, 3)),
         "sparse": (y <= sp.csr_matrix([[1.0], [2.0]]), (2, 1)),
         "list": (x <= [1, 2, 3], (3,)),
+        "range": (x <= range(3), (3,)),
+        "fractions": (x <= [Fraction(1, 2), 1, x[0].item()], (3,)),
         "0-d": (x.sum() == 1, ()),
     }
     for text, (comparison, shape) in shapes.items():
@@ -104,7 +107,7 @@ def test_both_sides_of_a_constraint_broadcast(model):
     with pytest.raises(TypeError, match="comparison"):
         model.addConstr(True)
     model.update()
-    assert model.NumConstrs == 3 + 3 + 6 + 3 + 6 + 2 + 3 + 1 + 1
+    assert model.NumConstrs == 3 + 3 + 6 + 3 + 6 + 2 + 3 * 3 + 1 + 1
 
 
 def rows_of(model):
@@ -207,8 +210,11 @@ def test_bad_data_in_a_constraint_add_nothing(model):
                 model.addConstr(comparison)
         with refused(INVALID, "sense"):
             model.addConstr(tv.TempConstr(v, "<>", 1.0))
-        with pytest.raises(ValueError):
-            model.addConstr(x <= "abc")
+        for operand in ("abc", None, {}, 1j, ["a", "b", "c"], [v, None, 1]):
+            with pytest.raises(TypeError, match="can't take .* of type"):
+                model.addConstr(x <= operand)
+            with pytest.raises(TypeError, match="can't take .* of type"):
+                model.setObjective(operand)
         broken = A @ x
         broken._matmulparts[0][0].indices[0] = 77
         with pytest.raises((ValueError, IndexError)):
