@@ -326,10 +326,10 @@ def remove(model, obj):
             continue
         for kind, scalar, matrix, field in kinds:
             if type(item) is scalar:
-                found[kind].append(model._ids(kind, item))
+                found[kind].append(model._ids(kind, item, True))
                 break
             if isinstance(item, matrix):
-                found[kind].append(model._ids(kind, getattr(item, field)))
+                found[kind].append(model._ids(kind, getattr(item, field), True))
                 break
         else:
             raise TypeError(

@@ -100,7 +100,9 @@ def _side_of_data(model, operand):
     if array.dtype.kind in "biuf":
         return Side(array.shape, is_matrix, None, array.astype(np.float64, copy=False))
     elements = array.reshape(-1).tolist() if array.dtype.kind == "O" else [operand]
-    other = [each for each in elements if not isinstance(each, _LINEAR)]
+    # None in an object array is a slot that nobody filled, empty as LinExpr(); elsewhere a mistake.
+    linear = (*_LINEAR, type(None)) if isinstance(operand, np.ndarray) else _LINEAR
+    other = [each for each in elements if not isinstance(each, linear)]
     if not other:
         return _side_of_exprs(model, array, array.shape, is_matrix)
     strange = [each for each in other if not isinstance(each, _HIGHER)]

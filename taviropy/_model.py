@@ -382,7 +382,7 @@ class Model(ModelBase):
         NOTES:
           A removed element's index is -2 from the next update() on; those after it move up. A
           removed variable leaves the linear and quadratic expressions that it stood in.
-          TaviroError for elements of another model and for those removed already.
+          Removing an element again does nothing. TaviroError for elements of another model.
         """
         if self._closed:
             self._refuse_closed()

@@ -70,17 +70,16 @@ def test_numbering_follows_a_plain_list(steps):
     )
 
 
-def test_discard_is_all_or_none():
+def test_discard_marks_once():
     m = Model()
     m._new_elements(2, 4)
     m._settle(2)
     m._discard(2, [3])
-    for ids in ([0, 3], [1, 1]):
-        with refused(GONE, "removed already"):
-            m._discard(2, ids)
+    m._discard(2, [3, 3])
     with pytest.raises(IndexError, match="no element has the id 9: there are 4"):
         m._discard(2, [0, 9])
     np.testing.assert_array_equal(m._settle(2), [0, 1, 2])
+    m._discard(2, [3])  # gone, and nothing more happens
     assert m._settle(2) is None and m._first_id(1) == 0
     with pytest.raises(ValueError, match="no kind 3"):
         m._settle(3)

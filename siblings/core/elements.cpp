@@ -60,12 +60,15 @@ std::vector<int32_t> id_list(PyObject* source, Py_ssize_t known) {
     return ids;
 }
 
-int32_t checked_id(PyObject* model, int kind, PyObject* element, Py_ssize_t place) {
+int32_t checked_id(PyObject* model, int kind, PyObject* element, Py_ssize_t place,
+                   bool removed_pass) {
     PyTypeObject* wanted = handle_type(static_cast<ElementKind>(kind));
     if (!Py_IS_TYPE(element, wanted))
         raise(PyExc_TypeError, "element %zd is of type '%s'; expected '%s'", place,
               Py_TYPE(element)->tp_name, wanted->tp_name);
-    return checked_id(model, as_handle(element), place);
+    const HandleObject* handle = as_handle(element);
+    if (removed_pass && handle->model == model) return handle->id;
+    return checked_id(model, handle, place);
 }
 
 void refuse_element(PyObject* model, const HandleObject* handle, Py_ssize_t place) {

@@ -81,8 +81,9 @@ inline int32_t checked_id(PyObject* model, const HandleObject* handle, Py_ssize_
     return handle->id;
 }
 
-/// The same of an object that must be a handle of a kind.
-int32_t checked_id(PyObject* model, int kind, PyObject* element, Py_ssize_t place);
+/// The same of an object that must be a handle of a kind; a removed one may pass.
+int32_t checked_id(PyObject* model, int kind, PyObject* element, Py_ssize_t place,
+                   bool removed_pass = false);
 
 /// A model argument of a native function.
 PyObject* model_argument(PyObject* object);

@@ -60,15 +60,19 @@ Ref allocate_node(Op op, Ref data, PyObject* const* children, Py_ssize_t count) 
     return self;
 }
 
+/// As where Python code asks a wrong object for the terms that it doesn't have.
+[[noreturn]] void refuse_expression(PyObject* object, const char* expected) {
+    raise(PyExc_AttributeError, "'%s' object has no terms: expected a %s", Py_TYPE(object)->tp_name,
+          expected);
+}
+
 PyObject* linexpr_argument(PyObject* object) {
-    if (!is_linexpr(object))
-        raise(PyExc_TypeError, "expected a LinExpr, not '%s'", Py_TYPE(object)->tp_name);
+    if (!is_linexpr(object)) refuse_expression(object, "LinExpr");
     return object;
 }
 
 PyObject* quadexpr_argument(PyObject* object) {
-    if (!is_quadexpr(object))
-        raise(PyExc_TypeError, "expected a QuadExpr, not '%s'", Py_TYPE(object)->tp_name);
+    if (!is_quadexpr(object)) refuse_expression(object, "QuadExpr");
     return object;
 }
 

@@ -30,7 +30,7 @@ Sizes measure(const Objects& exprs, bool quadratic) {
         } else if (quadratic && is_quadexpr(object)) {
             sizes.linear += linear_view(linear_part(as_quadexpr(object))).size;
             sizes.quadratic += quadratic_view(as_quadexpr(object)).size;
-        } else if (!is_number(object)) {
+        } else if (!is_number(object) && object != Py_None) {
             refuse_expression(row, object, quadratic ? kQuadraticOperands : kLinearOperands);
         }
     });
@@ -91,6 +91,13 @@ void fill_quadratic(PyObject* model, Rows<2>& rows, Py_ssize_t row, const Quadra
     }
 }
 
+/// What an element is; None, which fills a new object array, is an empty expression as in
+/// LinExpr().
+Operand classify_element(PyObject* object) {
+    if (object == Py_None) return {OperandKind::number, object, 0.0};
+    return classify(object);
+}
+
 Ref gather_linear(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("gather_linear", nargs, 2, 2);
     PyObject* model = model_argument(args[0]);
@@ -99,7 +106,7 @@ Ref gather_linear(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     Rows<1> rows(sizes.rows, sizes.linear);
     FilledArray<double> constants("float64", sizes.rows);
     exprs.each([&](Py_ssize_t row, PyObject* object) {
-        Operand operand = classify(object);
+        Operand operand = classify_element(object);
         if (operand.kind == OperandKind::other || operand.kind > OperandKind::linear)
             refuse_expression(row, object, kLinearOperands);
         LinearView view = linear_view(operand);
@@ -121,7 +128,7 @@ Ref gather_quadratic(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     Rows<1> linear(sizes.rows, sizes.linear);
     FilledArray<double> constants("float64", sizes.rows);
     exprs.each([&](Py_ssize_t row, PyObject* object) {
-        Operand operand = classify(object);
+        Operand operand = classify_element(object);
         if (operand.kind == OperandKind::other || operand.kind > OperandKind::quadratic)
             refuse_expression(row, object, kQuadraticOperands);
         bool has_products = operand.kind == OperandKind::quadratic;
@@ -182,9 +189,10 @@ PyMethodDef gather_methods[] = {
     {"gather_linear", method<gather_linear>(), METH_FASTCALL,
      "gather_linear(model, exprs, /)\n--\n\n"
      "The terms of linear expressions as arrays.\n\n"
-     "exprs is an object ndarray of any strides (C order) or a list; each item a LinExpr, a Var or "
+     "exprs is an object ndarray of any strides (C order) or a list; each item a LinExpr, a Var, "
      "a\n"
-     "number. Gives (indptr int64, ids int32, coeffs float64, constants float64): the terms of\n"
+     "number or None. Gives (indptr int64, ids int32, coeffs float64, constants float64): the "
+     "terms of\n"
      "expression i are at indptr[i]:indptr[i + 1], in stored order, unmerged.\n\n"
      "TypeError for another type, TaviroError for a variable of another model or a removed one."},
     {"gather_quadratic", method<gather_quadratic>(), METH_FASTCALL,

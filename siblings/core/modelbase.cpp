@@ -103,12 +103,13 @@ Ref ModelBase_first_id(PyObject* self, PyObject* kind) {
 }
 
 Ref ModelBase_ids(PyObject* self, PyObject* const* args, Py_ssize_t nargs) {
-    check_count("_ids", nargs, 2, 2);
+    check_count("_ids", nargs, 2, 3);
     int kind = kind_argument(args[0]);
     Objects elements(args[1]);
+    bool removed_pass = nargs == 3 && args[2] == Py_True;
     FilledArray<int32_t> ids("int32", elements.size());
     elements.each([&](Py_ssize_t k, PyObject* element) {
-        ids.items[k] = checked_id(self, kind, element, k);
+        ids.items[k] = checked_id(self, kind, element, k, removed_pass);
     });
     return std::move(ids.array);
 }
@@ -169,12 +170,14 @@ PyMethodDef methods[] = {
     {"_first_id", method<ModelBase_first_id>(), METH_O,
      "_first_id($self, kind, /)\n--\n\nThe id that the next new element of a kind will get."},
     {"_ids", method<ModelBase_ids>(), METH_FASTCALL,
-     "_ids($self, kind, elements, /)\n--\n\nThe ids (int32 ndarray, one-dimensional) of the "
-     "handles in an object ndarray of any strides\n(C order), in a list, or of one handle.\n\n"
-     "TypeError for another type; TaviroError for an element of another model or a removed one."},
+     "_ids($self, kind, elements, removed_pass=False, /)\n--\n\nThe ids (int32 ndarray, "
+     "one-dimensional) of the handles in an object ndarray of any strides\n(C order), in a list, "
+     "or "
+     "of one handle.\n\nTypeError for another type; TaviroError for an element of another model, "
+     "and for a removed one\nunless removed_pass is True."},
     {"_discard", method<ModelBase_discard>(), METH_FASTCALL,
-     "_discard($self, kind, ids, /)\n--\n\nMarks elements for removal at the next _settle, all of "
-     "them or none.\n\nTaviroError for one that is removed or marked already."},
+     "_discard($self, kind, ids, /)\n--\n\nMarks elements for removal at the next _settle; those "
+     "marked or removed before stay so."},
     {"_settle", method<ModelBase_settle>(), METH_O,
      "_settle($self, kind, /)\n--\n\nThe update of a kind: marked elements get the index -2, later "
      "ones move up, waiting ones get\nthe next indices.\n\nNone where nothing was removed, else an "

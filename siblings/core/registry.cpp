@@ -15,31 +15,12 @@ int32_t Registry::enter(Py_ssize_t elements) {
     return static_cast<int32_t>(first);
 }
 
-void Registry::mark(int32_t id) {
-    if (numbers_[id] == kRemoved || is_discarded_[id])
-        raise_taviro_error("NOT_IN_MODEL",
-                           "The element created as number %d is removed already: an element can "
-                           "be removed once only",
-                           id);
-    discarded_.push_back(id);
-    is_discarded_[id] = true;
-}
-
-void Registry::unmark(std::size_t from) {
-    while (discarded_.size() > from) {
-        is_discarded_[discarded_.back()] = false;
-        discarded_.pop_back();
-    }
-}
-
 void Registry::discard(const int32_t* ids, Py_ssize_t size) {
-    std::size_t before = discarded_.size();
     is_discarded_.resize(numbers_.size());
-    try {
-        for (Py_ssize_t k = 0; k < size; ++k) mark(ids[k]);
-    } catch (...) {
-        unmark(before);
-        throw;
+    for (Py_ssize_t k = 0; k < size; ++k) {
+        if (numbers_[ids[k]] == kRemoved || is_discarded_[ids[k]]) continue;
+        discarded_.push_back(ids[k]);
+        is_discarded_[ids[k]] = true;
     }
 }
 
@@ -60,7 +41,8 @@ void Registry::settle(std::vector<int32_t>& kept) {
         }
         ++place;
     }
-    unmark(0);
+    for (int32_t id : discarded_) is_discarded_[id] = false;
+    discarded_.clear();
     count_ = next;
     first_waiting_ = numbers_.size();
 }

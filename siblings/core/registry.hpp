@@ -27,7 +27,7 @@ class Registry {
     int32_t enter(Py_ssize_t elements);
     /// Takes back the elements entered last.
     void withdraw(Py_ssize_t elements) { numbers_.resize(numbers_.size() - elements); }
-    /// Marks elements, given by ids that exist, for removal: all or none of them.
+    /// Marks elements, given by ids that exist, for removal; one marked or removed before stays so.
     void discard(const int32_t* ids, Py_ssize_t size);
     /// Whether the next settling removes something.
     bool has_discarded() const { return !discarded_.empty(); }
@@ -36,9 +36,6 @@ class Registry {
     void settle(std::vector<int32_t>& kept);
 
   private:
-    void mark(int32_t id);
-    void unmark(std::size_t from);
-
     std::vector<int32_t> numbers_;    ///< by id: index, kWaiting or kRemoved
     std::vector<int32_t> discarded_;  ///< ids to remove at the next settling
     std::vector<bool> is_discarded_;  ///< by id, as long as needed

@@ -85,14 +85,15 @@ static nb::object _add_compact_mlinexpr_compact(nb::handle self, nb::handle othe
     PY_ASSERT(allows_compact(b.attr("shape")));
     PY_ASSERT(leading_adim(self) == 1 || leading_adim(self) == m);
     PY_ASSERT(leading_adim(other) == 1 || leading_adim(other) == m);
-    nb::list A_parts, x_parts, parts;
+    std::vector<sparse::Beside> A_parts;
+    nb::list x_parts, parts;
     for (nb::handle operand : {self, other}) {
         Part part = merged_part(operand);
         if (!part.A.is_valid()) continue;
-        A_parts.append(part.A);
+        A_parts.push_back({part.A, leading_adim(operand) != m});
         x_parts.append(part.x.attr("_vararr"));
     }
-    if (A_parts.size() > 0)
+    if (!A_parts.empty())
         parts.append(nb::make_tuple(sparse::hstack(A_parts, m), concatenated(np, x_parts)));
     return new_compact(parts, b);
 }
@@ -127,7 +128,10 @@ static nb::object add_compact(nb::handle self, nb::handle other) {
         return _add_compact_mlinexpr(self, from_constant(sparse::to_array(other)));
     if (is_a(other, names::Var) || is_linexpr(other)) return sum_with_copy(self, other);
     if (is_quadexpr(other)) return sum_as_quadratic(self, other);
-    if (is_scalar(other)) return sum_with_copy(self, checked(PyNumber_Float(other.ptr())));
+    if (is_scalar(other)) {
+        nb::object sum = copy_of(self);  // first, so that it merges the parts of self in any case
+        return in_place_plus(sum, checked(PyNumber_Float(other.ptr())));
+    }
     return not_implemented();
 }
 

@@ -84,6 +84,14 @@ static nb::object widened(nb::object A, nb::handle x_shape, int axis) {
     return sparse::scaled_identity(n, nb::cast<double>(nb::float_(factor)));
 }
 
+void refuse_vector(nb::handle csr) {
+    nb::object shape = csr.attr("shape");
+    if (nb::len(shape) != 2)
+        raise(PyExc_IndexError, "a sparse array of shape " + text_of(shape) +
+                                    " has no columns to match with variables: reshape it to two "
+                                    "dimensions, or multiply by its toarray()");
+}
+
 nb::object compact_product(nb::handle cls, nb::handle A, nb::handle x, nb::handle x_shape,
                            Side side, nb::handle b) {
     const bool right = side == Side::right;
@@ -92,6 +100,7 @@ nb::object compact_product(nb::handle cls, nb::handle A, nb::handle x, nb::handl
                                     text_of(x_shape) + " is not compact");
     nb::object flat = flat_mvar(x);
     nb::object rows = right ? sparse::to_csr(A, true) : sparse::transposed_to_csr(A);
+    if (!is_ndarray(import_numpy(), A)) refuse_vector(rows);
     nb::list parts;
     parts.append(nb::make_tuple(widened(rows, x_shape, right ? 1 : 0), flat));
     return new_compact(cls, parts, b);

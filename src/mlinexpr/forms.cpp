@@ -155,9 +155,10 @@ static nb::object _leading_adim(nb::handle self) { return const_of(self).attr("s
 nb::object _concat_matmulparts(nb::handle self) {
     nb::object parts = parts_of(self);
     if (nb::len(parts) <= 1) return nb::none();
-    nb::list matrices, arrays;
+    std::vector<sparse::Beside> matrices;
+    nb::list arrays;
     for (nb::handle part : parts) {
-        matrices.append(part[0]);
+        matrices.push_back({part[0]});
         arrays.append(part[1].attr("_vararr"));
     }
     nb::object A = sparse::hstack(matrices);

@@ -84,6 +84,9 @@ nb::object _from_compact_affine_expr(nb::handle cls, nb::handle x_left, nb::hand
                                      nb::handle x_right, nb::handle b);
 /// Which operand of a product the variables are.
 enum class Side { left, right };
+/// Refuses a sparse array of one dimension, which SciPy leaves as it is when asked for a
+/// csr_matrix.
+void refuse_vector(nb::handle csr);
 /// The compact product of A and the variables x, whose shape is given, plus the constant b.
 nb::object compact_product(nb::handle cls, nb::handle A, nb::handle x, nb::handle x_shape,
                            Side side, nb::handle b);

@@ -167,14 +167,6 @@ static nb::object in_two_dimensions(nb::handle np, nb::object array, int axis, n
     return np.attr("expand_dims")(array, axis);
 }
 
-/// The same for a sparse array of one dimension.
-static nb::object in_two_dimensions(nb::handle A, int axis, nb::list squeezed) {
-    if (nb::len(nb::object(A.attr("shape"))) != 1) return nb::borrow(A);
-    squeezed.append(axis);
-    nb::object row_or_column = axis == 0 ? nb::make_tuple(1, -1) : nb::make_tuple(-1, 1);
-    return A.attr("reshape")(row_or_column);
-}
-
 static void match_inner(Py_ssize_t A_extent, Py_ssize_t x_extent) {
     if (A_extent != x_extent)
         raise(PyExc_ValueError, "a matrix with the inner dimension " + std::to_string(A_extent) +
@@ -233,7 +225,8 @@ nb::object _from_matmul_left_ndarray(nb::handle cls, nb::handle x, nb::handle A)
 nb::object _from_matmul_right_spmatrix(nb::handle, nb::handle A, nb::handle x) {
     nb::object np = import_numpy();
     nb::list squeezed;
-    nb::object csr = sparse::to_csr(in_two_dimensions(A, 0, squeezed), false);
+    nb::object csr = sparse::to_csr(A, false);
+    refuse_vector(csr);
     Grid variables(in_two_dimensions(np, x.attr("_vararr"), 1, squeezed), 'O');
     sparse::CompressedView matrix(csr);
     match_inner(nb::cast<Py_ssize_t>(nb::object(csr.attr("shape")[1])), variables.rows());
@@ -252,9 +245,8 @@ nb::object _from_matmul_right_spmatrix(nb::handle, nb::handle A, nb::handle x) {
 nb::object _from_matmul_left_spmatrix(nb::handle, nb::handle x, nb::handle A) {
     nb::object np = import_numpy();
     nb::list squeezed;
-    nb::object csc =
-        import_sparse().attr("csc_matrix")(sparse::sound(in_two_dimensions(A, 1, squeezed)),
-                                           "dtype"_a = np.attr("float64"), "copy"_a = false);
+    nb::object csc = import_sparse().attr("csc_matrix")(
+        sparse::sound(A), "dtype"_a = np.attr("float64"), "copy"_a = false);
     if (!truth(csc.attr("has_sorted_indices"))) csc = csc.attr("sorted_indices")();
     Grid variables(in_two_dimensions(np, x.attr("_vararr"), 0, squeezed), 'O');
     sparse::CompressedView matrix(csc);

@@ -281,7 +281,8 @@ nb::object _split_lin_quad(nb::handle mixarr) {
 }
 
 static nb::object scaled_by_number(nb::handle self, nb::handle other) {
-    return in_place_times(copy_of(self), as_float(other));
+    nb::object result = copy_of(self);  // first, so that it merges the parts of self in any case
+    return in_place_times(result, as_float(other));
 }
 
 /// What both lanes do with operands other than arrays; `full` is a full form of the expression.

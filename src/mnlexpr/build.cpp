@@ -71,7 +71,7 @@ static nb::object _coerce_to_exprtree_array(nb::handle value) {
     if (is_a(value, names::MLinExpr)) return linear_trees(np, value);
     if (is_a(value, names::MQuadExpr)) return quadratic_trees(np, value);
     if (is_ndarray(np, value)) return make_nodes(np, "_from_constant", value);
-    raise(PyExc_TypeError, "Unsupported operand '" + text_of(value) + "'");
+    raise(PyExc_TypeError, "Unsupported operand '" + format_of(value) + "'");
 }
 
 /// cls(elements), each element made by a class-level operation of `NLExpr`.

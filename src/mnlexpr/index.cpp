@@ -40,7 +40,7 @@ static nb::object setitem(nb::handle self, nb::handle obj, nb::handle value) {
     nb::object sub = checked(PyObject_GetItem(self.attr("_nlearr").ptr(), obj.ptr()));
     Operand operand = take_operand(np, value);
     if (operand.unknown())
-        raise(PyExc_ValueError, "Cannot assign " + text_of(value) + " to MNLExpr");
+        raise(PyExc_ValueError, "Cannot assign " + format_of(value) + " to MNLExpr");
     walk_with_trees(sub, operand, [](nb::handle nle, nb::handle tree) { set_root(nle, tree); });
     return nb::none();
 }

@@ -64,7 +64,7 @@ static nb::object as_constant(nb::handle np, nb::handle value) {
     } catch (nb::python_error& error) {
         if (!error.matches(PyExc_Exception)) throw;
     }
-    raise(PyExc_ValueError, "Cannot assign " + text_of(value) + " to MQuadExpr");
+    raise(PyExc_ValueError, "Cannot assign " + format_of(value) + " to MQuadExpr");
 }
 
 static nb::object setitem(nb::handle self, nb::handle obj, nb::handle value) {

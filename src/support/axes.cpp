@@ -11,7 +11,7 @@ nb::object axes_list(nb::handle axis, nb::handle ndim) {
     } catch (nb::python_error& error) {
         if (!error.matches(PyExc_IndexError)) throw;
     }
-    raise_taviro_error(-1, "Invalid axis specifications: " + text_of(axis));
+    raise_taviro_error(-1, "Invalid axis specifications: " + format_of(axis));
 }
 
 nb::object reduced_shape(nb::handle shape, nb::handle axeslist) {

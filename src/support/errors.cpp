@@ -56,12 +56,17 @@ void fail_assertion(Site site) {
     throw_raised(site);
 }
 
-std::string text_of(nb::handle object) {
-    nb::object text = checked(PyObject_Str(object.ptr()));
+static std::string utf8(nb::object text) {
     Py_ssize_t size = 0;
     const char* data = PyUnicode_AsUTF8AndSize(text.ptr(), &size);
     if (!data) throw nb::python_error();
     return std::string(data, static_cast<std::size_t>(size));
+}
+
+std::string text_of(nb::handle object) { return utf8(checked(PyObject_Str(object.ptr()))); }
+
+std::string format_of(nb::handle object) {
+    return utf8(checked(PyObject_Format(object.ptr(), nullptr)));
 }
 
 }  // namespace taviropy

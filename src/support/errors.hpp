@@ -37,8 +37,11 @@ bool asserts_enabled();
         if (::taviropy::asserts_enabled() && !(condition)) ::taviropy::fail_assertion(); \
     } while (0)
 
-/// str(object) and format(object), as the texts of errors show values.
+/// str(object), as the texts of errors show values.
 std::string text_of(nb::handle object);
+
+/// format(object); of a NumPy number it shows more digits than str.
+std::string format_of(nb::handle object);
 
 /// Py_NotImplemented as a result.
 inline nb::object not_implemented() { return nb::borrow(Py_NotImplemented); }

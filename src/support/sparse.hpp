@@ -6,6 +6,8 @@
 
 #include <nanobind/nanobind.h>
 
+#include <vector>
+
 namespace taviropy::sparse {
 
 namespace nb = nanobind;
@@ -33,12 +35,15 @@ nb::object identity(Py_ssize_t n);
 /// spdiags(full(n, value), 0, n, n, format='csr')
 nb::object scaled_identity(Py_ssize_t n, double value);
 
-/// hstack(parts, format='csr'), for a list of csr matrices of ours
-nb::object hstack(nb::list parts);
+/// A csr matrix of ours in a stack, or a single row, which stands in each row of the stack.
+struct Beside {
+    nb::object A;
+    bool repeated = false;
+};
 
-/// The same, each part of another number of rows being a single row, which is repeated:
-/// hstack([A if A.shape[0] == rows else kron(ones((rows, 1)), A) for A in parts], format='csr')
-nb::object hstack(nb::list parts, Py_ssize_t rows);
+/// hstack(matrices, format='csr'), with kron(ones((rows, 1)), A) for a repeated row A. Where
+/// nothing is repeated, `rows` doesn't count.
+nb::object hstack(const std::vector<Beside>& parts, Py_ssize_t rows = 0);
 
 /// csr_matrix(kron(ones((rows, 1)), A)): the single row of A, `rows` times
 nb::object repeat_row(nb::handle A, Py_ssize_t rows);

@@ -44,11 +44,14 @@ struct Block {
     std::vector<Py_ssize_t> columns;  ///< of a repeated row
     std::vector<double> values;
 
-    Block(nb::handle np, nb::handle A, Py_ssize_t rows) : c(A, "csr"), repeated(c.major != rows) {
-        if (repeated && c.major != 1)
-            raise(PyExc_ValueError, "cannot stack a matrix of " + std::to_string(c.major) +
-                                        " rows beside one of " + std::to_string(rows));
+    Block(nb::handle np, const Beside& part) : c(part.A, "csr"), repeated(part.repeated) {
         if (repeated) take_row(c.data.doubles(np));
+    }
+    void check_rows(Py_ssize_t rows) const {
+        if (c.major != (repeated ? 1 : rows))
+            raise(PyExc_ValueError, "cannot stack a matrix of " + std::to_string(c.major) +
+                                        " rows where " + std::to_string(repeated ? 1 : rows) +
+                                        " are expected");
     }
     Py_ssize_t entries(Py_ssize_t rows) const {
         return repeated ? rows * static_cast<Py_ssize_t>(columns.size()) : c.nnz;
@@ -129,23 +132,18 @@ nb::object scaled_identity(Py_ssize_t n, double value) {
     return value == 0.0 ? empty_csr(n, n) : diagonal(n, value);
 }
 
-nb::object hstack(nb::list parts, Py_ssize_t rows) {
+nb::object hstack(const std::vector<Beside>& parts, Py_ssize_t rows) {
     auto np = import_numpy();
     auto sp = import_sparse();
     std::deque<Block> blocks;
-    for (std::size_t k = 0; k < parts.size(); ++k) blocks.emplace_back(np, parts[k], rows);
+    for (const Beside& part : parts) blocks.emplace_back(np, part);
+    if (!blocks.front().repeated) rows = blocks.front().c.major;
+    for (const Block& block : blocks) block.check_rows(rows);
     return stack(np, sp, blocks, rows);
 }
 
-nb::object hstack(nb::list parts) {
-    Py_ssize_t rows = nb::cast<Py_ssize_t>(parts[0].attr("shape")[0]);
-    return hstack(parts, rows);
-}
-
 nb::object repeat_row(nb::handle A, Py_ssize_t rows) {
-    nb::list parts;
-    parts.append(A);
-    return hstack(parts, rows);
+    return hstack({{nb::borrow(A), true}}, rows);
 }
 
 nb::object repeated_row(const double* row, Py_ssize_t size, Py_ssize_t rows) {
