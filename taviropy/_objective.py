@@ -6,6 +6,7 @@ import math
 
 import numpy as np
 
+from ._csr import Rows
 from ._exception import TaviroError
 from ._linear import check_coefficients, linear_side
 from ._tvo import TVO
@@ -17,7 +18,7 @@ class Objective:
     def __init__(self):
         self.sense = TVO.MINIMIZE
         self.offset = 0.0
-        self.quadratic = None  # QuadraticTerms, or None
+        self.quadratic = None  # QuadraticTerms as `summed_terms` gives them, or None
         self.version = 0  # grows when the quadratic terms change
         self.convexity = (None, True)  # an answer, and what it was given for
 
@@ -54,16 +55,18 @@ def parse_objective(model, expr):
 
 
 def _parse_quadratic(model, expr):
-    from ._quadratic import check_quadratic, quadratic_side, terms_of
+    from ._quadratic import quadratic_objective, summed_terms
 
-    side = quadratic_side(model, expr)
-    if side is None:
+    linear, parts = quadratic_objective(model, expr) or (None, ())
+    if linear is None:
         raise TaviroError(
             TVO.Error.NOT_SUPPORTED,
             "The objective is nonlinear: add a variable y and the constraint 'y == expression', "
             "and make y the objective",
         )
-    if side.rows is None or not side.rows.nnz:
-        return side.linear, None
-    check_quadratic(model, side.rows, "objective")
-    return side.linear, terms_of(side.rows)
+    terms = summed_terms(parts)
+    if not len(terms.data):
+        return linear, None
+    rows = Rows(np.array([0, len(terms.data)]), terms.ids1, terms.data)
+    check_coefficients(model, rows, "objective")
+    return linear, terms

@@ -84,7 +84,7 @@ class Session:
 
     def load(self, model):
         """Bring the engine into step with the model."""
-        self._in_step(model)
+        self._in_step(model, final=False)
         self._solution.status = TVO.Status.LOADED
 
     def solve(self, model):
@@ -116,10 +116,11 @@ class Session:
         """Release the engine."""
         self._drop_engine()
 
-    def _in_step(self, model):
+    def _in_step(self, model, final=True):
+        """The engine, which has the model; `final` tells that it is going to be used."""
         from .engines import choose
 
-        engine_class = choose(self._wanted, model)
+        engine_class = choose(self._wanted, model, final)
         if type(self._engine) is not engine_class:
             self._drop_engine()
             self._engine = engine_class()

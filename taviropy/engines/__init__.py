@@ -16,25 +16,28 @@ from .._exception import TaviroError
 from .._tvo import TVO
 
 
-def choose(wanted, model):
-    """The engine class for a model: the one that is wanted, or for "auto" one that can take it."""
-    if wanted == "scip" or (wanted == "auto" and _highs().reason_against(model)):
-        try:
-            return _scip()
-        except ImportError as error:
-            reason = _highs().reason_against(model) or "the model was made with engine='scip'"
-            raise TaviroError(
-                TVO.Error.NOT_SUPPORTED,
-                f"The engine SCIP is needed, since {reason}; it is not installed ({error}): "
-                f"pip install 'taviropy[scip]'",
-            ) from None
-    reason = _highs().reason_against(model)
-    if reason:
+def choose(wanted, model, final=True):
+    """The engine class for a model: the one that is wanted, or for "auto" one that can take it.
+
+    What takes long to find out is left out unless the answer is to be `final`.
+    """
+    reason = "" if wanted == "scip" else _highs().reason_against(model, final)
+    if wanted == "highs" and reason:
         raise TaviroError(
             TVO.Error.NOT_SUPPORTED,
             f"HiGHS can't take the model, since {reason}: use engine='scip' or engine='auto'",
         )
-    return _highs()
+    if wanted == "highs" or (wanted == "auto" and not reason):
+        return _highs()
+    try:
+        return _scip()
+    except ImportError as error:
+        reason = reason or "the model was made with engine='scip'"
+        raise TaviroError(
+            TVO.Error.NOT_SUPPORTED,
+            f"The engine SCIP is needed, since {reason}; it is not installed ({error}): "
+            f"pip install 'taviropy[scip]'",
+        ) from None
 
 
 def knows_option(name, option):

@@ -10,7 +10,7 @@ from highspy import Highs, HighsStatus, HighsVarType
 from .._attrutil import LINEAR, VARIABLE
 from .._csr import Rows
 from .._exception import TaviroError
-from .._quadratic import QuadraticTerms
+from .._quadratic import summed_terms
 from .._tvo import TVO
 
 _LESS, _EQUAL, _GREATER = range(3)
@@ -154,4 +154,5 @@ def _quadratic_terms(highs):
     rows = np.array(hessian.index_, np.int32)
     columns = np.repeat(np.arange(hessian.dim_, dtype=np.int32), np.diff(starts))
     values = np.array(hessian.value_, np.float64)
-    return QuadraticTerms(rows, columns, np.where(rows == columns, 0.5 * values, values))
+    halved = np.where(rows == columns, 0.5 * values, values)
+    return summed_terms([(columns, rows, halved)])

@@ -69,8 +69,12 @@ class HighsEngine:
         self._threads = None
 
     @staticmethod
-    def reason_against(model):
-        """Why HiGHS can't take the model, as part of a sentence; empty where it can."""
+    def reason_against(model, final):
+        """Why HiGHS can't take the model, as part of a sentence; empty where it can.
+
+        Whether a quadratic objective is convex takes a while to find out: unless the answer is
+        to be `final`, one that isn't known yet is taken for convex.
+        """
         for kind, noun in ((QUADRATIC, "quadratic"), (GENERAL, "general")):
             table = model._tables[kind]
             if table.placed:
@@ -81,7 +85,7 @@ class HighsEngine:
             if len(integers):
                 name = model._tables[VARIABLE].names_of(integers[:1])[0]
                 return f"its objective is quadratic and the variable '{name}' is integer"
-            if not is_convex(model):
+            if not is_convex(model, final):
                 return "its quadratic objective is not convex"
         return ""
 
@@ -267,17 +271,16 @@ class HighsEngine:
     def _pass_hessian(self, model):
         """Hand over the quadratic terms: half of x' H x, H by its lower triangle."""
         terms = model._objective.quadratic.by_column(column_numbers(model))
-        matrix = terms.lower_triangle(self._columns)
-        values = matrix.data.copy()
-        column_of = np.repeat(np.arange(self._columns), np.diff(matrix.indptr))
-        values[matrix.indices == column_of] *= 2.0
+        starts = np.zeros(self._columns + 1, np.int32)
+        np.cumsum(np.bincount(terms.ids1, minlength=self._columns), out=starts[1:])
+        values = np.where(terms.ids1 == terms.ids2, 2.0 * terms.data, terms.data)
         self._do(
             self._highs.passHessian,
             self._columns,
-            matrix.nnz,
+            len(values),
             int(HessianFormat.kTriangular),
-            matrix.indptr,
-            matrix.indices,
+            starts,
+            terms.ids2,
             values,
         )
 
