@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import math
 
 import numpy as np
 
@@ -118,7 +117,7 @@ def _roots(expr):
 
 
 def check_tree(model, root):
-    """Refuse a tree with variables of another model or removed ones, or constants not finite."""
+    """Refuse a tree with variables of another model or removed ones."""
     variables, waiting, seen = [], [root], set()
     while waiting:
         node = waiting.pop()
@@ -127,11 +126,6 @@ def check_tree(model, root):
         seen.add(id(node))
         if node.op == "var":
             variables.append(node.data)
-        elif node.op == "constant" and not math.isfinite(node.data):
-            raise TaviroError(
-                TVO.Error.ERROR_INVALID_ARGUMENT,
-                f"The nonlinear expression holds the constant {node.data}: it must be finite",
-            )
         waiting.extend(node.children)
     model._ids(VARIABLE, variables)
 

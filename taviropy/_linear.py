@@ -96,8 +96,10 @@ def _side_of_data(model, operand):
     if isinstance(operand, _HIGHER):
         return None
     array = np.asarray(operand)
-    is_matrix = isinstance(operand, list | tuple) or array.ndim > 0
-    if array.dtype.kind in "biuf":
+    is_sequence = isinstance(operand, list | tuple)
+    is_matrix = is_sequence or array.ndim > 0
+    is_data = is_sequence or not is_matrix or hasattr(operand, "__array__")
+    if is_data and array.dtype.kind in "biuf":
         return Side(array.shape, is_matrix, None, array.astype(np.float64, copy=False))
     elements = array.reshape(-1).tolist() if array.dtype.kind == "O" else [operand]
     # None in an object array is a slot that nobody filled, empty as LinExpr(); elsewhere a mistake.

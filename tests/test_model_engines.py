@@ -191,13 +191,16 @@ def test_nonlinear_constraints(model):
     for bad in (
         lambda: model.addConstr(v**3 <= z),
         lambda: model.addConstr(z + 1 == v**3),
-        lambda: model.addConstr(z == v**3 + np.nan),
         lambda: model.setObjective(v**3),
     ):
         with pytest.raises(TaviroError):
             bad()
     model.update()
     assert model.NumGenConstrs == 6
+    broken = model.addConstr(z == v**3 + np.nan, name="broken")
+    with pytest.raises(TaviroError, match="'broken' holds the constant nan"):
+        model.load()
+    model.remove(broken)
     model.remove(v)
     with pytest.raises(TaviroError, match="'GC4'.*removed"):
         model.optimize()

@@ -157,10 +157,9 @@ Py_ssize_t Nditer::next(ArrayBuffer* buffers, Chunk* chunks) {
         int flags = PyBUF_STRIDES | PyBUF_FORMAT | (writes(spec_.op_flags[k]) ? PyBUF_WRITABLE : 0);
         if (!buffers[k].acquire(chunk, flags) || buffers[k]->ndim != 1 ||
             !buffers[k].holds(spec_.op_dtypes ? spec_.op_dtypes[k] : 'O'))
-            raise(PyExc_ValueError,
-                  "a chunk of the iteration is not a one-dimensional array of " +
-                      std::string(spec_.op_dtypes && spec_.op_dtypes[k] == 'd' ? "doubles"
-                                                                               : "objects"));
+            raise(PyExc_AttributeError,
+                  "the elements of an array of dtype " + text_of(chunk.attr("dtype")) +
+                      " are no expressions; the arrays of an expression hold objects");
         chunks[k] = {static_cast<char*>(buffers[k]->buf), buffers[k]->strides[0]};
         size = buffers[k]->shape[0];
     }

@@ -87,11 +87,12 @@ void write_row(const Block& block, const double* values, Py_ssize_t i, Py_ssize_
     with_index(block.c.wide(), [&](auto in) {
         using In = decltype(in);
         const In* indptr = block.c.indptr.as<In>();
-        const In* indices = block.c.indices.as<In>();
-        for (In j = indptr[i]; j < indptr[i + 1]; ++j, ++k) {
-            made.indices[k] = static_cast<I>(indices[j] + shift);
-            made.data[k] = values[j];
-        }
+        const In* indices = block.c.indices.as<In>() + indptr[i];
+        const auto count = static_cast<Py_ssize_t>(indptr[i + 1] - indptr[i]);
+        I* shifted = made.indices.begin() + k;
+        for (Py_ssize_t j = 0; j < count; ++j) shifted[j] = static_cast<I>(indices[j] + shift);
+        std::copy_n(values + indptr[i], count, made.data.begin() + k);
+        k += count;
     });
 }
 
@@ -166,14 +167,16 @@ nb::object repeated_row(const double* row, Py_ssize_t size, Py_ssize_t rows) {
     });
 }
 
-/// An array of any shape as contiguous doubles, one axis.
-static nb::object flat_doubles(nb::handle np, nb::handle array) {
+/// An array of any shape as contiguous doubles, one axis. What keeps its axes, as a numpy.matrix
+/// does, has a single row, which is no factor for the first row and leaves none for the others.
+static nb::object flat_doubles(nb::handle np, nb::handle array, bool first_row_is_empty) {
     nb::object flat = np.attr("require")(array, "dtype"_a = np.attr("float64")).attr("reshape")(-1);
     const auto ndim = nb::cast<int>(nb::object(flat.attr("ndim")));
     if (ndim != 1)
-        raise(PyExc_ValueError, "the factors of the rows keep " + std::to_string(ndim) +
-                                    " axes when flattened, as a numpy.matrix does; convert them by "
-                                    "numpy.asarray first");
+        raise(first_row_is_empty ? PyExc_IndexError : PyExc_ValueError,
+              "the factors of the rows keep " + std::to_string(ndim) +
+                  " axes when flattened, as a numpy.matrix does; convert them by numpy.asarray "
+                  "first");
     return np.attr("ascontiguousarray")(flat);
 }
 
@@ -184,7 +187,8 @@ void scale_rows(nb::handle A, nb::handle factors) {
     constexpr int flags = PyBUF_C_CONTIGUOUS | PyBUF_FORMAT;
     nb::object array = A.attr("data");
     bool usable = factors.type().is(np.attr("ndarray")) && scale.acquire(factors, flags);
-    if (!usable || !scale.holds('d')) scale.acquire(flat_doubles(np, factors), flags);
+    if (!usable || !scale.holds('d'))
+        scale.acquire(flat_doubles(np, factors, c.indptr[1] == c.indptr[0]), flags);
     if (scale->len / scale->itemsize < c.major)
         raise(PyExc_IndexError, std::to_string(scale->len / scale->itemsize) + " factors for " +
                                     std::to_string(c.major) + " rows");

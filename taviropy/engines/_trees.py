@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from math import log
+from math import isfinite, log
 from typing import Any
 
 from pyscipopt import cos, exp, sin, sqrt
@@ -71,6 +71,12 @@ class TreeTranslator:
         """An expression of SCIP for a node, or a float where it is constant."""
         op = node.op
         if op == "constant":
+            if not isfinite(node.data):
+                raise TaviroError(
+                    TVO.Error.ERROR_INVALID_ARGUMENT,
+                    f"The general constraint '{self._name}' holds the constant {node.data}: it "
+                    f"must be finite; remove the constraint and add it anew",
+                )
             return float(node.data)
         if op == "var":
             return VarExpr(self._variable(node.data))
