@@ -3,6 +3,7 @@
 // The result is of the narrowest class that can hold all operands. Expressions are copied before
 // they are stacked, since NumPy keeps references and an expression owns its elements.
 
+#include "mvar.hpp"
 #include "support/classes.hpp"
 #include "support/errors.hpp"
 #include "support/functions.hpp"
@@ -108,7 +109,7 @@ nb::object _apply_array_manipulation_routine(nb::handle numpyfunc, nb::handle tu
     nb::object ndarray = np.attr("ndarray");
     const nb::handle no_arrays;
     if (all_are(tup, no_arrays, names::MVar))
-        return names::MVar()(numpyfunc(each_field(tup, "_vararr")));
+        return mvar::new_mvar(numpyfunc(each_field(tup, "_vararr")));
     if (all_are(tup, no_arrays, names::MConstr))
         return names::MConstr()(numpyfunc(each_field(tup, "_constrarr")));
     if (all_are(tup, no_arrays, names::MQConstr))

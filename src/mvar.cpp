@@ -34,25 +34,50 @@ attribute name reads as an empty array, also the names by which NumPy, SciPy
 and copy.deepcopy ask what an object can do: these three fail on an empty MVar
 where they ask, as with a SciPy sparse matrix on its left.)";
 
-nb::object init(nb::handle self, nb::handle arr) {
-    nb::object np = import_numpy();
+/// The two fields of an MVar of an array.
+struct Fields {
     nb::object vararr, cmodel;
-    {
-        // np.require gives an object array that is writable as it is.
-        ArrayBuffer buffer;
-        if (nb::handle(reinterpret_cast<PyObject*>(Py_TYPE(arr.ptr()))).is(np.attr("ndarray")) &&
-            buffer.acquire(arr, PyBUF_STRIDES | PyBUF_FORMAT | PyBUF_WRITABLE) &&
-            buffer.holds('O')) {
-            vararr = nb::borrow(arr);
-            cmodel = handles::model_of(*buffer);
+
+    explicit Fields(nb::handle arr) {
+        nb::object np = import_numpy();
+        {
+            // np.require gives an object array that is writable as it is.
+            ArrayBuffer buffer;
+            if (arr.type().is(np.attr("ndarray")) &&
+                buffer.acquire(arr, PyBUF_STRIDES | PyBUF_FORMAT | PyBUF_WRITABLE) &&
+                buffer.holds('O')) {
+                vararr = nb::borrow(arr);
+                cmodel = handles::model_of(*buffer);
+                return;
+            }
         }
-    }
-    if (!vararr.is_valid()) {
         vararr = np.attr("require")(arr, "dtype"_a = "O", "requirements"_a = "W");
         cmodel = handles::model_of(vararr);
     }
-    handles::store_fields(self, "_vararr", vararr, "_cmodel", cmodel);
+};
+
+nb::object init(nb::handle self, nb::handle arr) {
+    Fields fields(arr);
+    handles::store_fields(self, "_vararr", fields.vararr, "_cmodel", fields.cmodel);
     return nb::none();
+}
+
+// The class that this module makes; lives as long as the module does.
+PyTypeObject* own_class = nullptr;
+
+/// What `__setattr__` does with a private name.
+void store_private(nb::handle self, PyObject* name, nb::handle value) {
+    check(PyObject_GenericSetAttr(self.ptr(), name, value.ptr()));
+}
+
+nb::object of_fields(const Fields& fields) {
+    static PyObject* no_arguments = PyTuple_New(0);
+    static PyObject* vararr = PyUnicode_InternFromString("_vararr");
+    static PyObject* cmodel = PyUnicode_InternFromString("_cmodel");
+    nb::object self = checked(PyBaseObject_Type.tp_new(own_class, no_arguments, nullptr));
+    store_private(self, vararr, fields.vararr);
+    store_private(self, cmodel, fields.cmodel);
+    return self;
 }
 
 constexpr const char* kCopyDoc = R"(ROUTINE:
@@ -345,6 +370,12 @@ nb::object _indexed_data(nb::handle self, nb::handle a, nb::handle dtype) {
 
 }  // namespace
 
+nb::object new_mvar(nb::handle array) {
+    nb::object cls = names::MVar();
+    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class)) return cls(array);
+    return of_fields(Fields(array));
+}
+
 }  // namespace mvar
 
 void define_mvar(nb::module_ module) {
@@ -352,6 +383,7 @@ void define_mvar(nb::module_ module) {
     nb::dict attributes;
     attributes["__array_priority__"] = 100;
     ClassBody body(module, "MVar", kClassDoc, attributes, /*hashable=*/false);
+    own_class = reinterpret_cast<PyTypeObject*>(names::MVar().ptr());
     body.method<&init>("__init__(self, arr)")
         .method<&copy>("copy(self)", kCopyDoc)
         .method<&Methods::tolist>("tolist(self)", kTolistDoc)

@@ -7,7 +7,7 @@
 namespace taviropy::mvar {
 
 /// A new handle on the array, of the class that the name `MVar` stands for.
-inline nb::object new_mvar(nb::handle array) { return names::MVar()(array); }
+nb::object new_mvar(nb::handle array);
 
 /// Adds the operators and comparisons (mvar_operators.cpp).
 void add_operators(ClassBody& body);

@@ -5,6 +5,7 @@
 // what is linear, MQuadExpr products of two variable arrays, MNLExpr powers and quotients.
 
 #include "core_interface/scalars.hpp"
+#include "mlinexpr/mlinexpr.hpp"
 #include "mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
@@ -118,10 +119,18 @@ nb::object rmatmul(nb::handle self, nb::handle other) {
     return not_implemented();
 }
 
-nb::object add(nb::handle self, nb::handle other) { return toexpr(self) + other; }
-nb::object radd(nb::handle self, nb::handle other) { return other + toexpr(self); }
-nb::object sub(nb::handle self, nb::handle other) { return toexpr(self) - other; }
-nb::object rsub(nb::handle self, nb::handle other) { return other - toexpr(self); }
+nb::object add(nb::handle self, nb::handle other) {
+    return mlinexpr::plus_fresh(toexpr(self), other);
+}
+nb::object radd(nb::handle self, nb::handle other) {
+    return mlinexpr::rplus_fresh(other, toexpr(self));
+}
+nb::object sub(nb::handle self, nb::handle other) {
+    return mlinexpr::minus_fresh(toexpr(self), other);
+}
+nb::object rsub(nb::handle self, nb::handle other) {
+    return mlinexpr::rminus_fresh(other, toexpr(self));
+}
 nb::object neg(nb::handle self) { return self * nb::int_(-1); }
 nb::object pos(nb::handle self) { return nb::borrow(self); }
 nb::object truediv(nb::handle self, nb::handle other) { return toexpr(self) / other; }

@@ -7,6 +7,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
+#include "mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -71,7 +72,7 @@ nb::object full_operand(nb::handle other) {
 }
 
 nb::object concatenated(nb::handle np, nb::list arrays) {
-    return names::MVar()(np.attr("concatenate")(arrays));
+    return mvar::new_mvar(np.attr("concatenate")(arrays));
 }
 
 }  // namespace
@@ -83,14 +84,14 @@ static nb::object _add_compact_mlinexpr_compact(nb::handle self, nb::handle othe
     nb::object b = np.attr("asarray")(plus(const_of(self), const_of(other)));
     const auto m = nb::cast<Py_ssize_t>(nb::object(b.attr("size")));
     PY_ASSERT(allows_compact(b.attr("shape")));
-    PY_ASSERT(leading_adim(self) == 1 || leading_adim(self) == m);
-    PY_ASSERT(leading_adim(other) == 1 || leading_adim(other) == m);
     std::vector<sparse::Beside> A_parts;
     nb::list x_parts, parts;
     for (nb::handle operand : {self, other}) {
+        const Py_ssize_t rows = leading_adim(operand);
+        PY_ASSERT(rows == 1 || rows == m);
         Part part = merged_part(operand);
         if (!part.A.is_valid()) continue;
-        A_parts.push_back({part.A, leading_adim(operand) != m});
+        A_parts.push_back({part.A, rows != m});
         x_parts.append(part.x.attr("_vararr"));
     }
     if (!A_parts.empty())
@@ -166,7 +167,7 @@ static nb::object _iadd_compact_var(nb::handle self, nb::handle other) {
     auto np = import_numpy();
     nb::list variables;
     variables.append(other);
-    nb::object x = names::MVar()(np.attr("array")(variables, "dtype"_a = "O"));
+    nb::object x = mvar::new_mvar(np.attr("array")(variables, "dtype"_a = "O"));
     double one = 1.0;
     add_own_part(self, sparse::repeated_row(&one, 1, leading_adim(self)), x);
     return nb::none();
@@ -303,6 +304,37 @@ nb::object iadd(nb::handle self, nb::handle other) {
     if (use_compact(self)) return iadd_compact(self, other);
     _convert_to_full(self);
     return iadd_full(self, other);
+}
+
+// ---- Expressions that nobody else holds --------------------------------------------------------
+
+/// A Python number beside an expression that only the caller refers to, so that a copy which takes
+/// the sum is of no use to anybody.
+static bool takes_number(const nb::object& expr, nb::handle other) {
+    return (PyFloat_CheckExact(other.ptr()) || PyLong_CheckExact(other.ptr())) &&
+           Py_REFCNT(expr.ptr()) == 1 && expr.type().is(names::MLinExpr()) && is_scalar(other);
+}
+
+nb::object plus_fresh(nb::object expr, nb::handle other) {
+    if (!takes_number(expr, other)) return plus(expr, other);
+    if (use_compact(expr)) return iadd_compact(expr, checked(PyNumber_Float(other.ptr())));
+    return iadd(expr, other);
+}
+
+nb::object rplus_fresh(nb::handle other, nb::object expr) {
+    return takes_number(expr, other) ? plus_fresh(std::move(expr), other) : plus(other, expr);
+}
+
+nb::object minus_fresh(nb::object expr, nb::handle other) {
+    if (!takes_number(expr, other)) return minus(expr, other);
+    return plus_fresh(std::move(expr), negated(other));
+}
+
+nb::object rminus_fresh(nb::handle other, nb::object expr) {
+    if (!takes_number(expr, other)) return minus(other, expr);
+    nb::object opposite = imul(expr, nb::float_(-1.0));
+    expr.reset();
+    return plus_fresh(std::move(opposite), other);
 }
 
 // ---- Differences -------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
+#include "mvar.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
 #include "support/sparse.hpp"
@@ -70,7 +71,7 @@ static nb::object own_constant(nb::handle np, nb::handle b, nb::handle shape_Ax)
 
 /// The variables as a one-dimensional MVar, in C order.
 static nb::object flat_mvar(nb::handle x) {
-    return names::MVar()(x.attr("_vararr").attr("reshape")(-1));
+    return mvar::new_mvar(x.attr("_vararr").attr("reshape")(-1));
 }
 
 /// What a 1 by 1 matrix stands for next to a block of variables that lies along `axis`: a multiple

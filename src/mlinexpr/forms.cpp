@@ -2,6 +2,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
+#include "mvar.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
 #include "support/sparse.hpp"
@@ -162,7 +163,7 @@ nb::object _concat_matmulparts(nb::handle self) {
         arrays.append(part[1].attr("_vararr"));
     }
     nb::object A = sparse::hstack(matrices);
-    nb::object x = names::MVar()(import_numpy().attr("concatenate")(arrays));
+    nb::object x = mvar::new_mvar(import_numpy().attr("concatenate")(arrays));
     nb::list merged;
     merged.append(nb::make_tuple(A, x));
     nb::setattr(self, "_matmulparts", merged);

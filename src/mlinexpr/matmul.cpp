@@ -5,6 +5,7 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "mquadexpr/mquadexpr.hpp"
+#include "mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -63,7 +64,7 @@ nb::object element_product(nb::handle np, nb::handle left, nb::handle right) {
     return is_ndarray(np, result) ? result : array_of_one(np, result);
 }
 
-nb::object flat_mvar(nb::handle y) { return names::MVar()(y.attr("_vararr").attr("reshape")(-1)); }
+nb::object flat_mvar(nb::handle y) { return mvar::new_mvar(y.attr("_vararr").attr("reshape")(-1)); }
 
 /// A full MQuadExpr of mixed products.
 nb::object quadratic(nb::handle mixarr) {

@@ -127,6 +127,12 @@ nb::object _normalize(nb::handle self);
 // ---- add.cpp --------------------------------------------------------------------------------
 
 nb::object add(nb::handle self, nb::handle other);
+/// `expr + other`; where nobody else holds the expression, a number is added in place.
+nb::object plus_fresh(nb::object expr, nb::handle other);
+/// The same of `other + expr`, `expr - other` and `other - expr`.
+nb::object rplus_fresh(nb::handle other, nb::object expr);
+nb::object minus_fresh(nb::object expr, nb::handle other);
+nb::object rminus_fresh(nb::handle other, nb::object expr);
 nb::object iadd(nb::handle self, nb::handle other);
 nb::object _add_full_mlinexpr(nb::handle self, nb::handle other);
 nb::object _iadd_full_ndarray(nb::handle self, nb::handle other);

@@ -7,6 +7,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
+#include "mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -219,7 +220,7 @@ static nb::object _mul_compact_ndarray(nb::handle self, nb::handle other) {
             PY_ASSERT(rows == 1 && size > 1);
             A = sparse::repeat_row(part.A, size_of(b));
         }
-        add_own_part(result, A, names::MVar()(part.x.attr("_vararr")));
+        add_own_part(result, A, mvar::new_mvar(part.x.attr("_vararr")));
     }
     return in_place_times(result, other);
 }

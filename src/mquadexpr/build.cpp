@@ -3,6 +3,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
+#include "mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -34,7 +35,7 @@ bool flattens_to_vector(nb::handle np, nb::handle shape) {
 
 /// One variable as a vector.
 nb::object vector_of(nb::handle mvar) {
-    return names::MVar()(mvar.attr("_vararr").attr("reshape")(nb::make_tuple(1)));
+    return mvar::new_mvar(mvar.attr("_vararr").attr("reshape")(nb::make_tuple(1)));
 }
 
 }  // namespace
@@ -126,9 +127,9 @@ static nb::object _from_quadfun_compact(nb::handle cls, nb::handle x, nb::handle
     auto np = import_numpy();
     PY_ASSERT(flattens_to_vector(np, x.attr("shape")));
     PY_ASSERT(flattens_to_vector(np, y.attr("shape")));
-    nb::object left = names::MVar()(x.attr("_vararr").attr("flatten")());
+    nb::object left = mvar::new_mvar(x.attr("_vararr").attr("flatten")());
     nb::object matrix = sparse::to_coo(Q, /*copy=*/true);
-    nb::object right = names::MVar()(y.attr("_vararr").attr("flatten")());
+    nb::object right = mvar::new_mvar(y.attr("_vararr").attr("flatten")());
     nb::list quadparts;
     quadparts.append(nb::make_tuple(left, matrix, right));
     return new_compact(cls, quadparts, ndle);

@@ -7,6 +7,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
+#include "mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -194,9 +195,9 @@ nb::object _concat_quadparts(nb::handle self) {
         matrices.append(part.Q);
         ys.append(part.y.attr("_vararr"));
     }
-    nb::object x = names::MVar()(np.attr("concatenate")(xs));
+    nb::object x = mvar::new_mvar(np.attr("concatenate")(xs));
     nb::object Q = sparse::block_diag(matrices);
-    nb::object y = names::MVar()(np.attr("concatenate")(ys));
+    nb::object y = mvar::new_mvar(np.attr("concatenate")(ys));
     self.attr("_quadparts") = nb::list();
     return _add_quadpart(self, x, Q, y);
 }

@@ -1,5 +1,7 @@
 #include "support/classes.hpp"
 
+#include "support/names.hpp"
+
 namespace taviropy {
 
 ClassBody::ClassBody(nb::module_ module, const char* name, const char* doc, nb::dict attributes,
@@ -16,6 +18,7 @@ ClassBody::ClassBody(nb::module_ module, const char* name, const char* doc, nb::
     nb::handle type_type(reinterpret_cast<PyObject*>(&PyType_Type));
     type_ = type_type(name, nb::make_tuple(object_type), body);
     module.attr(name) = type_;
+    note_plain_class(type_);
 }
 
 ClassBody& ClassBody::set(const char* name, nb::object value) {

@@ -66,9 +66,19 @@ TAVIROPY_NAME(_apply_array_manipulation_routine)
 #undef TAVIROPY_NAME
 }  // namespace names
 
+/// Notes a class whose instances have no `__class__` of their own.
+void note_plain_class(nb::handle cls);
+
+/// Whether the type of an object tells all that isinstance looks at.
+bool is_plain(PyTypeObject* type);
+
 /// isinstance(object, type), errors of a metaclass included.
 inline bool is_instance(nb::handle object, nb::handle type) {
-    if (reinterpret_cast<PyObject*>(Py_TYPE(object.ptr())) == type.ptr()) return true;
+    PyTypeObject* own = Py_TYPE(object.ptr());
+    if (reinterpret_cast<PyObject*>(own) == type.ptr()) return true;
+    // Most operators ask half a dozen classes before the right one; a no is to be cheap.
+    if (PyType_CheckExact(type.ptr()) && is_plain(own))
+        return PyType_IsSubtype(own, reinterpret_cast<PyTypeObject*>(type.ptr()));
     int result = PyObject_IsInstance(object.ptr(), type.ptr());
     if (result < 0) throw nb::python_error();
     return result == 1;

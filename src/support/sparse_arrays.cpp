@@ -113,8 +113,14 @@ bool Dense::acquire(nb::handle np, nb::handle A) {
 
 Py_ssize_t Dense::count_nonzero() const {
     Py_ssize_t count = 0;
-    for (Py_ssize_t i = 0; i < rows; ++i)
-        for (Py_ssize_t j = 0; j < cols; ++j) count += at(i, j) != 0.0;
+    for (Py_ssize_t i = 0; i < rows; ++i) {
+        if (has_whole_rows() && cols > 0) {
+            const double* row = &at(i, 0);
+            count += cols - std::count(row, row + cols, 0.0);
+        } else {
+            for (Py_ssize_t j = 0; j < cols; ++j) count += at(i, j) != 0.0;
+        }
+    }
     return count;
 }
 
@@ -138,12 +144,20 @@ Kind kind_of(nb::handle sp, nb::handle A) {
 
 // ---- Fresh arrays ------------------------------------------------------------------------------
 
+/// NumPy's description of a type, made once and kept.
+template <class T>
+static nb::handle dtype_of(nb::handle np) {
+    constexpr const char* name = std::is_same_v<T, double>         ? "float64"
+                                 : std::is_same_v<T, std::int32_t> ? "int32"
+                                                                   : "int64";
+    static PyObject* dtype = nullptr;
+    if (!dtype) dtype = nb::object(np.attr("dtype")(name)).release().ptr();
+    return dtype;
+}
+
 template <class T>
 Fresh<T>::Fresh(nb::handle np, Py_ssize_t size) : size_(size) {
-    nb::object dtype = std::is_same_v<T, double>         ? np.attr("float64")
-                       : std::is_same_v<T, std::int32_t> ? np.attr("int32")
-                                                         : np.attr("int64");
-    array_ = np.attr("empty")(size, dtype);
+    array_ = np.attr("empty")(size, dtype_of<T>(np));
     ArrayBuffer view;
     if (!view.acquire(array_, PyBUF_C_CONTIGUOUS | PyBUF_WRITABLE))
         raise(PyExc_TypeError, "numpy.empty gave no writable array");

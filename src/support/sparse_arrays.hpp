@@ -119,9 +119,11 @@ struct Dense {
 
     /// False where NumPy and SciPy have to convert it: other types, dtypes, numbers of axes.
     bool acquire(nb::handle np, nb::handle A);
-    double at(Py_ssize_t i, Py_ssize_t j) const {
+    const double& at(Py_ssize_t i, Py_ssize_t j) const {
         return *reinterpret_cast<const double*>(base + i * row_stride + j * col_stride);
     }
+    /// Whether the entries of a row stand side by side.
+    bool has_whole_rows() const { return col_stride == sizeof(double); }
     Py_ssize_t count_nonzero() const;
 };
 

@@ -1,6 +1,7 @@
 // Matrices of a user, or our own, as csr and coo matrices of float64.
 
 #include <cstring>
+#include <numeric>
 
 #include "support/errors.hpp"
 #include "support/imports.hpp"
@@ -124,8 +125,24 @@ nb::object csr_from_coo(nb::handle np, nb::handle sp, nb::handle A, const Kind& 
     });
 }
 
+/// The rows of an array without a zero, each of its columns one after the other.
+template <class I>
+CsrArrays<I> copied_rows(nb::handle np, const Dense& dense) {
+    CsrArrays<I> made(np, dense.rows, dense.rows * dense.cols);
+    for (Py_ssize_t i = 0; i < dense.rows; ++i) {
+        copy_values(&dense.at(i, 0), dense.cols, made.data.begin() + i * dense.cols);
+        I* indices = made.indices.begin() + i * dense.cols;
+        std::iota(indices, indices + dense.cols, I(0));
+        made.indptr[i] = static_cast<I>(i * dense.cols);
+    }
+    made.indptr[dense.rows] = static_cast<I>(dense.rows * dense.cols);
+    return made;
+}
+
 template <class I>
 CsrArrays<I> compressed(nb::handle np, const Dense& dense, Py_ssize_t nnz) {
+    if (nnz > 0 && nnz == dense.rows * dense.cols && dense.has_whole_rows())
+        return copied_rows<I>(np, dense);
     CsrArrays<I> made(np, dense.rows, nnz);
     I k = 0;
     made.indptr[0] = 0;
