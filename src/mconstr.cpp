@@ -114,7 +114,7 @@ ARGUMENTS:
   attrname: the name of a linear constraint attribute.
 
 RETURN VALUE:
-  None.
+  None. AttributeError for a name that no attribute has.
 
 EXAMPLE:
   c.prefetchAttr("Dual"))";

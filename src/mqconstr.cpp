@@ -116,7 +116,7 @@ ARGUMENTS:
   attrname: the name of a quadratic constraint attribute.
 
 RETURN VALUE:
-  None.
+  None. AttributeError for a name that no attribute has.
 
 EXAMPLE:
   c.prefetchAttr("QSlack"))";

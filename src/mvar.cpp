@@ -350,7 +350,7 @@ ARGUMENTS:
   attrname: the name of a variable attribute.
 
 RETURN VALUE:
-  None.
+  None. AttributeError for a name that no attribute has.
 
 EXAMPLE:
   x.prefetchAttr("X")

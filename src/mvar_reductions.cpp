@@ -98,7 +98,8 @@ ARGUMENTS:
   axis1, axis2: the axes of the matrices, for more than two dimensions.
 
 RETURN VALUE:
-  An MVar with the diagonal as its last axis in place of the two.
+  An MVar with the diagonal as its last axis in place of the two. ValueError
+  where there are fewer than two axes, or no such ones.
 
 EXAMPLE:
   x.diagonal()

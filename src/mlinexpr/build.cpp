@@ -32,6 +32,9 @@ RETURN VALUE:
 EXAMPLE:
     mle = tv.MLinExpr.zeros(3)
     mle += 2 * x
+
+NOTES:
+    A negative extent is a ValueError, a shape of another type a TypeError.
 )";
 
 nb::object zeros(nb::handle cls, nb::handle shape) {

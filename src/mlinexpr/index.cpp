@@ -19,6 +19,9 @@ static constexpr const char* kItemDoc = R"(ROUTINE:
 PURPOSE:
     Give the sole element of an expression of size 1.
 
+ARGUMENTS:
+    None.
+
 RETURN VALUE:
     A LinExpr, a copy: changing it leaves this expression as it is.
 

@@ -54,6 +54,12 @@ static constexpr const char* kClearDoc = R"(ROUTINE:
 PURPOSE:
     Reset this expression to all zero, in place. Its shape stays.
 
+ARGUMENTS:
+    None.
+
+RETURN VALUE:
+    None.
+
 EXAMPLE:
     mle.clear()
 
@@ -93,8 +99,11 @@ static constexpr const char* kCopyDoc = R"(ROUTINE:
 PURPOSE:
     Copy an expression.
 
+ARGUMENTS:
+    None.
+
 RETURN VALUE:
-    A new MLinExpr; changing it leaves this expression as it is.
+    A new MLinExpr of the same shape; changing it leaves this expression as it is.
 
 EXAMPLE:
     other = mle.copy()
@@ -214,6 +223,9 @@ static constexpr const char* kGetConstantDoc = R"(ROUTINE:
 PURPOSE:
     Give the constant terms, the b of A @ x + b.
 
+ARGUMENTS:
+    None.
+
 RETURN VALUE:
     A new float64 ndarray of the shape of the expression.
 
@@ -227,6 +239,9 @@ static constexpr const char* kGetValueDoc = R"(ROUTINE:
 PURPOSE:
     Evaluate the expression at the current solution.
 
+ARGUMENTS:
+    None.
+
 RETURN VALUE:
     A new float64 ndarray of the shape of the expression.
 
@@ -236,7 +251,7 @@ EXAMPLE:
 
 NOTES:
     Where variables of the expression have no value, the error is that of
-    reading their attribute X.
+    reading their attribute X: a TaviroError.
 )";
 
 static const WalkFlags kReadElements = {

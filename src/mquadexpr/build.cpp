@@ -175,7 +175,7 @@ EXAMPLE:
   mqe += 2 * x * x
 
 NOTES:
-  None
+  A negative extent is a ValueError, a shape of another type a TypeError.
 )";
 
 void add_build_methods(ClassBody& body) {

@@ -195,8 +195,8 @@ PURPOSE:
   Sum the elements of this matrix quadratic expression.
 
 ARGUMENTS:
-  axis (int or None): The axis to sum over; counted from the last one where negative. None sums over
-    all axes, which makes the result 0-d.
+  axis (int, tuple of ints or None): The axis to sum over; counted from the last one where negative.
+    None sums over all axes, which makes the result 0-d.
 
 RETURN VALUE:
   A new MQuadExpr object, of this expression's shape without the axis. Terms are not merged.
@@ -227,7 +227,7 @@ EXAMPLE:
   value = (x @ Q @ x).getValue()
 
 NOTES:
-  Without a solution, the error of reading the attribute X of the variables is raised.
+  Without a solution, the error of reading the attribute X of the variables is raised: a TaviroError.
 )";
 
 static constexpr const char* kClearDoc = R"(
@@ -247,7 +247,8 @@ EXAMPLE:
   expr.clear()
 
 NOTES:
-  Afterwards all entries are constant 0.0.
+  Afterwards all entries are constant 0.0. An expression without elements, such as one of shape
+  (0, 3, 4), may raise NumPy's ValueError.
 )";
 
 void add_value_methods(ClassBody& body) {
