@@ -53,3 +53,23 @@ def values_of(nl, at):
     """The values of the elements of an MNLExpr, in its shape."""
     values = [value_of(element._root, at) for element in nl._nlearr.flat]
     return np.array(values, dtype=float).reshape(nl.shape)
+
+
+def roots(nl):
+    """The root nodes of an MNLExpr's elements, in C order."""
+    return [element._root for element in nl._nlearr.flat]
+
+
+def forms(nl):
+    """The elements of an MNLExpr as `form` gives them, in C order."""
+    return [form(root) for root in roots(nl)]
+
+
+def point(*mvars):
+    """A value for each variable of the blocks, and the blocks' values as arrays."""
+    rng = np.random.default_rng(7)
+    arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
+    at = {}
+    for x, array in zip(mvars, arrays, strict=True):
+        at.update(zip(x._vararr.flat, array.flat, strict=True))
+    return at, *arrays

@@ -6,15 +6,10 @@ import operator
 import numpy as np
 import pytest
 import scipy.sparse as sp
-from trees import form, value_of, values_of
+from trees import form, forms, point, roots, values_of
 
 import taviropy as tv
 from taviropy._core import _ExprTree
-
-
-@pytest.fixture
-def m():
-    return tv.Model()
 
 
 @pytest.fixture
@@ -27,103 +22,7 @@ def y(m):
     return m.addMVar((2, 3), name="y")
 
 
-def roots(nl):
-    return [element._root for element in nl._nlearr.flat]
-
-
-def forms(nl):
-    return [form(root) for root in roots(nl)]
-
-
-def point(*mvars):
-    """A value for each variable of the blocks, and the blocks' values as arrays."""
-    rng = np.random.default_rng(7)
-    arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
-    at = {}
-    for x, array in zip(mvars, arrays, strict=True):
-        at.update(zip(x._vararr.flat, array.flat, strict=True))
-    return at, *arrays
-
-
-# ---- Construction ---------------------------------------------------------------------------
-
-
-def test_trees_of_every_kind_of_operand(m, x):
-    coerce = tv.MNLExpr._coerce_to_exprtree_array
-    v = x.tolist()
-    assert [form(t) for t in coerce(np.array([1, 2.5, True], dtype=object))] == [1.0, 2.5, 1.0]
-    assert [form(t) for t in coerce(x)] == v
-    linear = 2 * x[:2] + np.array([0.0, 3.0])
-    wanted = [("multiply", 2.0, v[0]), ("plus", ("multiply", 2.0, v[1]), 3.0)]
-    assert linear._is_compact
-    assert [form(t) for t in coerce(linear)] == wanted
-    assert linear._is_compact
-    full = linear._to_full()
-    assert [form(t) for t in coerce(full)] == wanted
-    nl = x.nl
-    assert [a is b for a, b in zip(coerce(nl), roots(nl), strict=True)] == [True] * 3
-    with pytest.raises(TypeError, match="^Unsupported operand 'spam'$"):
-        coerce("spam")
-
-
-def test_quadratic_terms_stand_before_linear_ones(x):
-    coerce = tv.MNLExpr._coerce_to_exprtree_array
-    a, b, _ = x.tolist()
-    full = x[:2] * x[1::-1] + np.array([0, 4])
-    assert [form(t) for t in coerce(full)] == [
-        ("multiply", a, b),
-        ("plus", ("multiply", b, a), 4.0),
-    ]
-    compact = x[:2] @ np.array([[3.0, 0], [0, 1]]) @ x[:2] - x[1]
-    trees = coerce(compact)
-    assert compact._is_compact
-    assert trees.shape == ()
-    assert form(trees.item()) == (
-        "plus",
-        ("multiply", 3.0, ("square", a)),
-        ("square", b),
-        ("multiply", -1.0, b),
-    )
-    assert form(coerce(tv.MQuadExpr.zeros(1))[0]) == ("plus",)
-
-
-@pytest.mark.parametrize("shape", [(), (0,), (3,), (2, 3), (2, 0), (1, 2, 2)])
-def test_factories_keep_the_shape(m, shape):
-    x = m.addMVar(shape)
-    at, xv = point(x)
-    numbers = np.arange(float(np.prod(shape))).reshape(shape)
-    for nl, wanted in [
-        (tv.MNLExpr._from_ndarray(numbers), numbers),
-        (x.nl, xv),
-        (tv.MNLExpr._from_mlinexpr(2 * x + 1), 2 * xv + 1),
-        (tv.MNLExpr._from_mquadexpr(x * x), xv * xv),
-    ]:
-        assert type(nl) is tv.MNLExpr
-        assert (nl.shape, nl.ndim, nl.size) == (shape, len(shape), xv.size)
-        assert isinstance(nl._nlearr, np.ndarray) and nl._nlearr.dtype == object
-        assert all(type(e) is tv.NLExpr for e in nl._nlearr.flat)
-        np.testing.assert_allclose(values_of(nl, at), wanted)
-
-
-def test_subclass_factories_and_the_hook_of_the_model(x):
-    class Mine(tv.MNLExpr):
-        pass
-
-    assert type(Mine._from_mvar(x)) is Mine
-    assert type(Mine._from_mlinexpr(x + 1)) is Mine
-    assert type(Mine._from_mvar(x) + 1) is tv.MNLExpr
-
-    class Recorder:
-        def addGenConstrNL(self, *args):
-            self.args = args
-            return "made"
-
-    recorder, nl = Recorder(), x.nl
-    assert nl._addAsConstr(recorder, x, "name") == "made"
-    assert recorder.args[0] is x and recorder.args[1] is nl and recorder.args[2] == "name"
-
-
-# ---- Operators ------------------------------------------------------------------------------
+# ---- Operators element by element -----------------------------------------------------------
 
 OPERATORS = [operator.add, operator.sub, operator.mul, operator.truediv, operator.pow]
 
@@ -313,6 +212,23 @@ def test_comparisons_with_variables_give_constraints(m, x):
         m.addConstr(m.addVar() == nl.sum())
 
 
+def test_failures_in_the_middle_leave_the_done_elements_and_the_collector(x):
+    nl = x.nl
+    calls = []
+
+    def twice(node):
+        calls.append(node)
+        if len(calls) == 2:
+            raise RuntimeError("no more")
+        return _ExprTree._from_square(node)
+
+    with pytest.raises(RuntimeError, match="no more"):
+        nl._idispatch_unary_op(twice)
+    a, b, c = x.tolist()
+    assert forms(nl) == [("square", a), b, c]
+    assert gc.isenabled()
+
+
 # ---- Memory layouts and subclasses of ndarray -----------------------------------------------
 
 
@@ -342,76 +258,6 @@ def test_subclasses_of_ndarray_stay(x):
     np.testing.assert_allclose(values_of(result, at), [xv + [1, 2, 3]])
     masked = np.ma.array([1.0, 2.0, 3.0], mask=[0, 1, 0])
     assert (x.nl * masked)._nlearr.mask.tolist() == [False, True, False]
-
-
-# ---- Indexing and assignment ----------------------------------------------------------------
-
-
-def test_slices_share_their_elements_and_copies_do_not(y):
-    nl = y.nl
-    variables = [("plus", v, 1.0) for v in y._vararr.flat]
-    part = nl[0, 1]
-    assert part.shape == ()
-    part += 1
-    nl[:, 2] += 1
-    nl[[1]] += 1  # written back by __setitem__, as for NumPy's arrays
-    copied = nl[[True, False]]
-    copied += 5
-    assert forms(nl) == [
-        y[0, 0].item(),
-        variables[1],
-        variables[2],
-        *variables[3:5],
-        ("plus", variables[5], 1.0),
-    ]
-    assert nl[1:][0, 0]._nlearr.item() is nl._nlearr[1, 0]
-    assert nl[[1]]._nlearr[0, 0] is not nl._nlearr[1, 0]
-    assert [e.shape for e in nl] == [(3,), (3,)]
-    with pytest.raises(IndexError):
-        nl[2]
-
-
-def test_assignment_puts_trees_into_the_elements(x, y):
-    nl = y.nl
-    elements = list(nl._nlearr.flat)
-    nl[0, 0] = 5
-    nl[0, 1:] = np.array([1, 2])
-    nl[1] = x
-    nl[1, 0] = x[0].item() * 2
-    nl[1, 1:] = nl[0, 1:]
-    a = x[0].item()
-    assert forms(nl) == [5.0, 1.0, 2.0, ("multiply", 2.0, a), 1.0, 2.0]
-    assert all(a is b for a, b in zip(nl._nlearr.flat, elements, strict=True))
-    nl[:, ::2] = np.array([[7], [8]])
-    assert forms(nl) == [7.0, 1.0, 7.0, 8.0, 1.0, 8.0]
-    nl[[0, 1], [0, 1]] = 9  # reaches the elements themselves, not a copy of them
-    assert forms(nl) == [9.0, 1.0, 7.0, 8.0, 9.0, 8.0]
-    for value in ["spam", None, [1, 2, 3]]:
-        with pytest.raises(ValueError) as error:
-            nl[0] = value
-        assert str(error.value) == f"Cannot assign {value} to MNLExpr"
-    for value in [np.ones(2), np.ones((1, 3)), y]:
-        with pytest.raises(ValueError):
-            nl[0] = value
-    assert forms(nl) == [9.0, 1.0, 7.0, 8.0, 9.0, 8.0]
-
-
-def test_item_is_a_private_copy(x):
-    nl = x[:1].nl
-    element = nl.item()
-    assert type(element) is tv.NLExpr and element is not nl._nlearr[0]
-    assert element._root is nl._nlearr[0]._root
-    with pytest.raises(ValueError):
-        x.nl.item()
-
-
-def test_repr(x, y):
-    header, text = repr(x.nl**2).split("\n", 1)
-    assert header == "<MNLExpr (3,)>"
-    assert text.startswith("array([") and text.endswith("])") and "dtype" not in text
-    assert str((x.nl**2)._nlearr[1]) in text
-    assert repr(y.nl).startswith("<MNLExpr (2, 3)>\narray([[")
-    assert np.get_printoptions()["formatter"] is None
 
 
 # ---- Products and sums ----------------------------------------------------------------------
@@ -475,40 +321,3 @@ def test_sums(m, y):
     with pytest.raises(tv.TaviroError, match="Invalid axis specifications: 9") as error:
         nl.sum(axis=9)
     assert error.value.args[0] == -1
-
-
-# ---- Deep trees, garbage --------------------------------------------------------------------
-
-
-@pytest.mark.parametrize("scalar", [False, True])
-def test_a_hundred_thousand_terms_one_by_one(m, scalar):
-    depth = 100_000
-    v = m.addVar()
-    total = tv.NLExpr._from_var(v) if scalar else tv.MVar.fromvar(v).nl
-    for _ in range(depth):
-        total += v
-    element = total if scalar else total._nlearr.item()
-    assert value_of(element._root, {v: 2.0}) == 2.0 * (depth + 1)
-    assert isinstance(repr(total), str)
-    used = [2 * total, -total, total**2, element.copy()]
-    assert value_of((used[0] if scalar else used[0]._nlearr.item())._root, {v: 1.0}) == 2.0 * (
-        depth + 1
-    )
-    del total, element, used  # freed without a recursion as deep as the tree
-
-
-def test_failures_in_the_middle_leave_the_done_elements_and_the_collector(x):
-    nl = x.nl
-    calls = []
-
-    def twice(node):
-        calls.append(node)
-        if len(calls) == 2:
-            raise RuntimeError("no more")
-        return _ExprTree._from_square(node)
-
-    with pytest.raises(RuntimeError, match="no more"):
-        nl._idispatch_unary_op(twice)
-    a, b, c = x.tolist()
-    assert forms(nl) == [("square", a), b, c]
-    assert gc.isenabled()
