@@ -32,10 +32,11 @@ class Side:
         self.constant = constant  # float64, of `shape`
 
 
-def linear_side(model, operand):
+def linear_side(model, operand, unfilled=True):
     """`operand` as a `Side`, or None where it isn't linear.
 
-    The arrays of the result may be the operand's own; the operand keeps its form.
+    The arrays of the result may be the operand's own; the operand keeps its form. `unfilled` tells
+    that None in an object array, a slot that nobody filled, counts as the empty LinExpr().
     """
     kind = type(operand)
     if kind is MLinExpr or isinstance(operand, MLinExpr):
@@ -44,7 +45,7 @@ def linear_side(model, operand):
         return _side_of_exprs(model, [operand], (), False)
     if isinstance(operand, MVar):
         return _side_of_mvar(model, operand)
-    return _side_of_data(model, operand)
+    return _side_of_data(model, operand, unfilled)
 
 
 def _side_of_mlinexpr(model, expr):
@@ -87,7 +88,7 @@ def _side_of_exprs(model, exprs, shape, is_matrix):
     return Side(shape, is_matrix, Rows(indptr, ids, data), constants.reshape(shape))
 
 
-def _side_of_data(model, operand):
+def _side_of_data(model, operand, unfilled):
     """Numbers, arrays, sparse matrices, lists; also arrays of scalar expressions."""
     if isinstance(operand, int | float):
         return Side((), False, None, np.float64(operand))
@@ -102,8 +103,8 @@ def _side_of_data(model, operand):
     if is_data and array.dtype.kind in "biuf":
         return Side(array.shape, is_matrix, None, array.astype(np.float64, copy=False))
     elements = array.reshape(-1).tolist() if array.dtype.kind == "O" else [operand]
-    # None in an object array is a slot that nobody filled, empty as LinExpr(); elsewhere a mistake.
-    linear = (*_LINEAR, type(None)) if isinstance(operand, np.ndarray) else _LINEAR
+    unfilled = unfilled and isinstance(operand, np.ndarray)
+    linear = (*_LINEAR, type(None)) if unfilled else _LINEAR
     other = [each for each in elements if not isinstance(each, linear)]
     if not other:
         return _side_of_exprs(model, array, array.shape, is_matrix)

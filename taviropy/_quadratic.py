@@ -93,7 +93,7 @@ def _upper(rows, columns, data, where):
 
 def quadratic_side(model, operand):
     """`operand` as a `QuadraticSide`, or None where it is neither linear nor quadratic."""
-    linear = linear_side(model, operand)
+    linear = linear_side(model, operand, unfilled=False)
     if linear is not None:
         return QuadraticSide(linear, None)
     if isinstance(operand, QuadExpr):
