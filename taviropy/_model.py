@@ -1,38 +1,34 @@
-"""The model: variables, constraints and an objective, handed to a solver as arrays."""
+"""The model: variables, constraints and an objective, handed to a solver as arrays.
+
+What is added to a model and removed from it stands here, what it is asked for in `_model_state`,
+update(), load(), optimize() and the like in `_model_solving`.
+"""
 
 from __future__ import annotations
 
 from sys import getrefcount, version_info
 
-from . import _attrutil
-from ._attrutil import GENERAL, LINEAR, MODEL, QUADRATIC, VARIABLE
-from ._exception import TaviroError
-from ._scalars import Constr, ModelBase, TempConstr, holds_left_alone
-from ._tvo import TVO
+from ._attrutil import VARIABLE
+from ._model_solving import SolvableModel
+from ._model_state import COUNTS
+from ._scalars import Constr, TempConstr, holds_left_alone
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
-    from os import PathLike
-    from typing import Any, NoReturn
+    from typing import Any
 
     from numpy.typing import ArrayLike
 
-    from ._matrixapi import MConstr, MVar
+    from ._matrixapi import MVar
     from ._scalars import Var
 
 _INF = float("inf")
 # What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
 # the call's own. Later versions of Python don't count all references.
 _REFERENCES_TO_LONE = 2 if version_info < (3, 14) else 0
-_COUNTS = {
-    "NumVars": VARIABLE,
-    "NumConstrs": LINEAR,
-    "NumQConstrs": QUADRATIC,
-    "NumGenConstrs": GENERAL,
-}
 
 
-class Model(ModelBase):
+class Model(SolvableModel):
     """
     PURPOSE:
       An optimization model: variables with bounds, constraints, an objective.
@@ -55,17 +51,6 @@ class Model(ModelBase):
       that begin with an underscore are free for your own data.
     """
 
-    _closed: bool
-    _name: str
-    _build: Any  # the module of that name
-    _tables: Any  # by kind, the elements' data
-    _row_buffer: Any
-    _linear_rows: Any
-    _quadratic_rows: Any
-    _general: Any
-    _objective: Any
-    _session: Any
-
     def __init__(self, name: str = "", engine: str = "auto") -> None:
         from . import _build
 
@@ -77,7 +62,7 @@ class Model(ModelBase):
     def __repr__(self) -> str:
         if self._closed:
             return "<taviropy.Model (closed)>"
-        counts = ", ".join(f"{self._tables[k].placed} {n[3:]}" for n, k in _COUNTS.items())
+        counts = ", ".join(f"{self._tables[k].placed} {n[3:]}" for n, k in COUNTS.items())
         waiting = sum(table.size - table.placed for table in self._tables.values())
         waiting += len(self._row_buffer)
         more = f", {waiting} awaiting update" if waiting else ""
@@ -161,65 +146,6 @@ class Model(ModelBase):
         if self._closed:
             self._refuse_closed()
         return self._build.add_mvar(self, shape, lb, ub, obj, vtype, name)
-
-    def getVars(self) -> MVar:
-        """
-        ROUTINE:
-          getVars()
-
-        PURPOSE:
-          All variables in the model, for instance of one that was read from a file.
-
-        RETURN VALUE:
-          An MVar of shape (NumVars,), in order of the columns.
-        """
-        from ._matrixapi import MVar
-
-        return MVar(self._elements_in_place(VARIABLE))
-
-    def getConstrs(self) -> MConstr:
-        """
-        ROUTINE:
-          getConstrs()
-
-        PURPOSE:
-          All linear constraints in the model.
-
-        RETURN VALUE:
-          An MConstr of shape (NumConstrs,), in order of the rows.
-        """
-        from ._matrixapi import MConstr
-
-        return MConstr(self._elements_in_place(LINEAR))
-
-    def getVarByName(self, name: str) -> Var | None:
-        """
-        ROUTINE:
-          getVarByName(name)
-
-        PURPOSE:
-          Find a variable by its name.
-
-        RETURN VALUE:
-          The first Var in the model with this VarName, or None.
-
-        NOTES:
-          Looks through all names; to find many, build a dictionary over getVars().
-        """
-        return self._element_by_name(VARIABLE, name)
-
-    def getConstrByName(self, name: str) -> Constr | None:
-        """
-        ROUTINE:
-          getConstrByName(name)
-
-        PURPOSE:
-          Find a linear constraint by its name.
-
-        RETURN VALUE:
-          The first Constr in the model with this ConstrName, or None.
-        """
-        return self._element_by_name(LINEAR, name)
 
     # Constraints
 
@@ -362,7 +288,7 @@ class Model(ModelBase):
             self._refuse_closed()
         self._build.set_objective(self, expr, sense)
 
-    # Changes
+    # Removal
 
     def remove(self, obj: object) -> None:
         """
@@ -387,216 +313,3 @@ class Model(ModelBase):
         if self._closed:
             self._refuse_closed()
         self._build.remove(self, obj)
-
-    def update(self) -> None:
-        """
-        ROUTINE:
-          update()
-
-        PURPOSE:
-          Let waiting additions and removals take effect.
-        """
-        if self._closed:
-            self._refuse_closed()
-        self._build.update(self)
-
-    # Solving
-
-    def load(self) -> None:
-        """
-        ROUTINE:
-          load()
-
-        PURPOSE:
-          Hand the model to the engine without solving it. The status becomes LOADED.
-
-        NOTES:
-          After a solve only what changed is handed over, and the engine goes on from the basis
-          that it has. TaviroError where the engine can't take the model.
-        """
-        self.update()
-        self._session.load(self)
-
-    def optimize(self) -> None:
-        """
-        ROUTINE:
-          optimize()
-
-        PURPOSE:
-          Solve the model. The outcome is the attribute Status, one of TVO.Status.
-
-        NOTES:
-          The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
-          ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
-          read. TaviroError where the engine can't take the model.
-        """
-        self.update()
-        self._session.solve(self)
-
-    def write(self, path: str | PathLike[str]) -> None:
-        """
-        ROUTINE:
-          write(path)
-
-        PURPOSE:
-          Write the model to a file; the ending tells the format.
-
-        ARGUMENTS:
-          path (str or path): a name that ends in ".mps" or ".lp"; for models of the engine SCIP
-            also ".cip".
-
-        NOTES:
-          TaviroError where the file can't be written. The LP format has no room for names such
-          as "x[0,1]": there they become "x(0,1)". A variable without cost, constraints and bounds
-          of its own is not written to LP files.
-        """
-        self.update()
-        self._session.write(self, path)
-
-    def setOption(self, name: str, value: object) -> None:
-        """
-        ROUTINE:
-          setOption(name, value)
-
-        PURPOSE:
-          Set an option of the solver.
-
-        ARGUMENTS:
-          name (str): "timeLimit" (seconds a solve), "gap" (relative gap of mixed-integer models),
-            "threads", "seed", "log" (bool), or an option by the engine's own name, such as
-            "presolve" of HiGHS or "limits/nodes" of SCIP.
-          value: a value of the option's type.
-
-        EXAMPLE:
-          m.setOption("timeLimit", 60)
-
-        NOTES:
-          TaviroError for an unknown name or a value that doesn't fit.
-        """
-        if self._closed:
-            self._refuse_closed()
-        self._session.set_option(name, value)
-
-    def close(self) -> None:
-        """
-        ROUTINE:
-          close()
-
-        PURPOSE:
-          Release the engine and the model's data. Closing twice does no harm; any other use of a
-          closed model is a TaviroError.
-        """
-        if not self._closed:
-            self._closed = True
-            self._session.close()
-            self._tables = self._session = self._row_buffer = None
-            self._close()
-
-    # Attributes
-
-    def getAttr(self, attrname: str) -> Any:
-        """
-        ROUTINE:
-          getAttr(attrname)
-
-        PURPOSE:
-          Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
-          NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
-          SolveTime.
-
-        NOTES:
-          AttributeError for another name; TaviroError for Objective and Bound without a solution.
-        """
-        if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
-        if self._closed:
-            self._refuse_closed()
-        if attrname in _COUNTS:
-            return self._tables[_COUNTS[attrname]].placed
-        if attrname == "NumNonzeros":
-            return self._build.count_nonzeros(self)
-        if attrname == "ModelName":
-            return self._name
-        if attrname == "ObjSense":
-            return self._objective.sense
-        if attrname == "ObjOffset":
-            return self._objective.offset
-        return self._session.result(attrname)
-
-    def setAttr(self, attrname: str, value: object) -> None:
-        """
-        ROUTINE:
-          setAttr(attrname, value)
-
-        PURPOSE:
-          Set ModelName, ObjSense ("min", "max", 1 or -1) or ObjOffset.
-
-        NOTES:
-          AttributeError for another name, TaviroError for a value that doesn't fit.
-        """
-        kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
-        if kind != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
-        if not settable:
-            raise AttributeError(f"Attribute '{attrname}' cannot be set")
-        if self._closed:
-            self._refuse_closed()
-        self._build.set_model_attribute(self, attrname, value)
-
-    def __getattr__(self, name: str) -> Any:
-        if name[:1] == "_":
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{name}'")
-        return self.getAttr(name)
-
-    def __setattr__(self, name: str, value: object) -> None:
-        if name[:1] == "_":
-            self.__dict__[name] = value
-        else:
-            self.setAttr(name, value)
-
-    def __dir__(self) -> list[str]:
-        return sorted({*super().__dir__(), *_attrutil._attrlist(self, MODEL)})
-
-    # What the package's other modules call
-
-    @property
-    def _cmodel(self) -> Model:
-        return self
-
-    def _read_attribute(self, kind: int, attrname: str, positions: Any) -> Any:
-        if self._closed:
-            self._refuse_closed()
-        return self._session.read(self, kind, attrname, positions)
-
-    def _write_attribute(self, kind: int, attrname: str, positions: Any, values: Any) -> None:
-        if self._closed:
-            self._refuse_closed()
-        self._session.write_attribute(self, kind, attrname, positions, values)
-
-    def _element_name(self, kind: int, element_id: int) -> str:
-        """The name of an element, for its text: also while it waits and after its removal."""
-        return str(self._tables[kind].names.get([element_id])[0])
-
-    def _elements_in_place(self, kind: int) -> Any:
-        import numpy as np
-
-        if self._closed:
-            self._refuse_closed()
-        table = self._tables[kind]
-        return self._elements(kind, table.ids_of(np.arange(table.placed)))
-
-    def _element_by_name(self, kind: int, name: str) -> Any:
-        import numpy as np
-
-        if self._closed:
-            self._refuse_closed()
-        table = self._tables[kind]
-        names = table.names_of(np.arange(table.placed))
-        if name not in names:
-            return None
-        return self._elements(kind, table.ids_of(np.array([names.index(name)])))[0]
-
-    def _refuse_closed(self) -> NoReturn:
-        raise TaviroError(
-            TVO.Error.MODEL_CLOSED, "The model is closed: create a new one with taviropy.Model()"
-        )
