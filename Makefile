@@ -37,8 +37,10 @@ sanitize: $(VENV)/test
 bench: $(VENV)/bench
 	$(PY) benchmarks/run.py
 
+# The guide and the docstrings as web pages, in build/docs. -P: not of the checkout's folder, which
+# lacks the native parts.
 docs: $(VENV)/docs
-	$(PY) -m sphinx -W -q -b html docs build/docs
+	$(PY) -P -m sphinx -W -q -b html docs build/docs
 
 # What is installed with its extras; a change of the sources installs anew.
 $(VENV)/%: $(SOURCES) | $(VENV)/bin
