@@ -9,7 +9,7 @@ from ._attrutil import VARIABLE
 from ._csr import Rows
 from ._linear import Side, broadcast_shape, check_coefficients, linear_side, right_hand_side
 from ._matrixapi import MQuadExpr
-from ._scalars import QuadExpr, gather_quadratic
+from ._scalars import QuadExpr, gather_quadratic, sum_pairs
 
 
 class QuadraticTerms:
@@ -61,34 +61,12 @@ def summed_terms(parts):
 
     The smaller id of a pair comes first: the terms are the rows of an upper triangle.
     """
-    halves = [
-        half
-        for ids1, ids2, data in parts
-        for half in (_upper(ids1, ids2, data, ids1 <= ids2), _upper(ids2, ids1, data, ids1 > ids2))
-        if half is not None
-    ]
-    if not halves:
-        return QuadraticTerms(np.empty(0, np.int32), np.empty(0, np.int32), np.empty(0))
-    size = max(half.shape[0] for half in halves)
-    for half in halves:
-        half.resize(size, size)
-    total = sum(halves[1:], halves[0])
-    total.eliminate_zeros()
-    first = np.repeat(np.arange(size, dtype=np.int32), np.diff(total.indptr))
-    return QuadraticTerms(first, total.indices, total.data)
+    return QuadraticTerms(*sum_pairs([tuple(map(_contiguous, part)) for part in parts]))
 
 
-def _upper(rows, columns, data, where):
-    """A CSR array of the chosen entries, equal pairs added up; None where there are none."""
-    import scipy.sparse as sp
-
-    # `take` with numbers is several times faster than a choice by truth values.
-    at = np.flatnonzero(where)
-    if not len(at):
-        return None
-    rows, columns = rows.take(at), columns.take(at)
-    size = 1 + int(columns.max())
-    return sp.coo_array((data.take(at), (rows, columns)), shape=(size, size)).tocsr()
+def _contiguous(array):
+    dtype = np.float64 if array.dtype.kind == "f" else np.int32
+    return np.ascontiguousarray(array, dtype)
 
 
 def quadratic_side(model, operand):

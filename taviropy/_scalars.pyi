@@ -269,9 +269,9 @@ def gather_quadratic(
     NDArray[np.float64],
     NDArray[np.float64],
 ]: ...
-def map_columns(
-    model: ModelBase, vararr: NDArray[np.object_], indices: NDArray[Any], /
-) -> NDArray[np.int32] | None: ...
+def sum_pairs(
+    parts: list[tuple[NDArray[np.int32], NDArray[np.int32], NDArray[np.float64]]], /
+) -> tuple[NDArray[np.int32], NDArray[np.int32], NDArray[np.float64]]: ...
 def product_rows(
     model: ModelBase,
     vararr: NDArray[Any],

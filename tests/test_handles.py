@@ -10,7 +10,7 @@ from hypothesis import given
 from hypothesis import strategies as st
 
 import taviropy as tv
-from taviropy._scalars import ModelBase, gather_linear, gather_quadratic, map_columns
+from taviropy._scalars import ModelBase, gather_linear, gather_quadratic, sum_pairs
 
 INVALID, GONE = tv.TVO.Error.ERROR_INVALID_ARGUMENT, tv.TVO.Error.NOT_IN_MODEL
 
@@ -256,21 +256,31 @@ def test_a_list_that_changes_while_it_is_gathered():
             gather_linear(m, exprs)
 
 
-def test_map_columns():
-    m = Model()
-    a = m._new_elements(1, 5)
-    for dtype in (np.int32, np.int64):
-        indices = np.array([3, 0, 3, 4], dtype=dtype)
-        assert map_columns(m, a, indices) is None
-        found = map_columns(m, a[::-1], indices[::-1])
-        assert found.dtype == np.int32 and found.tolist() == [0, 1, 4, 1]
-    assert map_columns(m, a[1:], [0, 3]).tolist() == [1, 4]
-    for error, words, vararr, indices in [
-        (ValueError, "entry 1 of the column indices is 5, out of range for 5", a, [0, 5]),
-        (ValueError, "is -1", a[::-1], np.array([-1])),
-        (TypeError, "format 'd'", a, np.ones(2)),
-        (ValueError, "2 dimensions", a, np.ones((2, 2), dtype=int)),
-        (TypeError, "element 0", [1.0], [0]),
+def test_sum_pairs():
+    rng = np.random.default_rng(0)
+    parts = [
+        (
+            rng.integers(0, n, count).astype(np.int32),
+            rng.integers(0, n, count).astype(np.int32),
+            rng.integers(-2, 3, count).astype(float),
+        )
+        for n, count in ((1, 4), (6, 40), (6, 0), (40, 300))
+    ]
+    dense = np.zeros((40, 40))
+    for ids1, ids2, data in parts:
+        np.add.at(dense, (ids1, ids2), data)
+    expected = np.triu(dense + np.tril(dense, -1).T)
+    ids1, ids2, data = sum_pairs(parts)
+    assert (ids1.dtype, ids2.dtype, data.dtype) == (np.int32, np.int32, np.float64)
+    np.testing.assert_array_equal(np.argwhere(expected), np.transpose([ids1, ids2]))
+    np.testing.assert_array_equal(data, expected[expected != 0])
+    assert all(len(array) == 0 for array in sum_pairs([]))
+    one = np.zeros(1, np.int32)
+    for error, bad in [
+        (TypeError, (one, one, one)),
+        (TypeError, (one, one)),
+        (ValueError, (one, one, np.ones(2))),
+        (ValueError, (one, one - 1, np.ones(1))),
     ]:
-        with pytest.raises(error, match=words):
-            map_columns(m, vararr, indices)
+        with pytest.raises(error, match="sum_pairs"):
+            sum_pairs([bad])

@@ -149,40 +149,6 @@ Ref gather_quadratic(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
                                 linear.coeffs.array.get(), constants.array.get()));
 }
 
-std::vector<int32_t> ids_of(PyObject* model, PyObject* vararr) {
-    Objects vars(vararr);
-    std::vector<int32_t> ids(vars.size());
-    vars.each([&](Py_ssize_t k, PyObject* var) { ids[k] = checked_id(model, kVar, var, k); });
-    return ids;
-}
-
-[[noreturn]] void refuse_index(Py_ssize_t place, int64_t index, uint64_t size) {
-    raise(PyExc_ValueError,
-          "entry %zd of the column indices is %lld, out of range for %llu variables", place,
-          static_cast<long long>(index), static_cast<unsigned long long>(size));
-}
-
-bool counts_up(const std::vector<int32_t>& ids) {
-    for (std::size_t k = 0; k < ids.size(); ++k)
-        if (ids[k] != static_cast<int32_t>(k)) return false;
-    return true;
-}
-
-Ref map_columns(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
-    check_count("map_columns", nargs, 3, 3);
-    PyObject* model = model_argument(args[0]);
-    std::vector<int32_t> ids = ids_of(model, args[1]);
-    Integers indices(args[2], "the array of column indices");
-    uint64_t size = ids.size();
-    indices.each([size](Py_ssize_t place, int64_t index) {
-        if (static_cast<uint64_t>(index) >= size) refuse_index(place, index, size);
-    });
-    if (counts_up(ids)) return none();
-    FilledArray<int32_t> columns("int32", indices.size());
-    indices.each([&](Py_ssize_t k, int64_t index) { columns.items[k] = ids[index]; });
-    return std::move(columns.array);
-}
-
 }  // namespace
 
 PyMethodDef gather_methods[] = {
@@ -200,11 +166,6 @@ PyMethodDef gather_methods[] = {
      "The terms of quadratic expressions as arrays.\n\n"
      "As gather_linear, for QuadExpr also. Gives (qptr, ids1, ids2, qcoeffs, indptr, ids, coeffs,\n"
      "constants): the quadratic terms, then the linear parts."},
-    {"map_columns", method<map_columns>(), METH_FASTCALL,
-     "map_columns(model, vararr, indices, /)\n--\n\n"
-     "The ids of vararr[k] for each k of an int32 or int64 array, as an int32 ndarray; None where\n"
-     "the ids of vararr are 0, 1, 2, ..., so that indices are the ids already.\n\n"
-     "ValueError for an index out of range; TypeError and TaviroError as gather_linear."},
     {nullptr},
 };
 

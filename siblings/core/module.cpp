@@ -26,6 +26,7 @@ void execute(PyObject* module) {
     ready_tempconstr(module);
     ready_modelbase(module);
     ready_rows(module);
+    ready_pairs(module);
 }
 
 PyModuleDef_Slot slots[] = {

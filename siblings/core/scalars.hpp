@@ -140,6 +140,7 @@ void ready_nlexpr(PyObject* module);
 void ready_tempconstr(PyObject* module);
 void ready_modelbase(PyObject* module);
 void ready_rows(PyObject* module);
+void ready_pairs(PyObject* module);
 extern PyMethodDef gather_methods[];
 
 /// Makes a type of a spec and enters it into the module.
