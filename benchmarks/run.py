@@ -2,7 +2,7 @@
 
 Runs every work in every library that is installed, each time in a fresh process, the libraries
 taking turns, and writes the medians as multiples of the hand-written arrays of the same run to
-docs/benchmarks.md, with the micro-operations, the scaling exponents and all versions.
+docs/benchmarks.md, with the figures of the other scripts of this folder and all versions.
 """
 
 import argparse
@@ -42,6 +42,14 @@ TABLE = {
     "w5": ("W5, Q sparse, n = 100,000", "arrays taviropy cvxpy", 1.3),
     "w5_dense": ("W5, Q dense 1000 x 1000", "arrays taviropy cvxpy", 1.3),
     "w6": ("W6, x**3 / (1 + y), n = 100,000", "casadi taviropy pyomo", 0.8),
+}
+
+#: sections of the page, each printed by another script
+SECTIONS = {
+    "Small operations": "micro.py",
+    "Arrays of expressions": "full_form.py",
+    "Nonlinear expressions": "bench_nonlinear.py",
+    "Scaling": "scaling.py",
 }
 
 INTRODUCTION = """# Benchmarks
@@ -128,16 +136,15 @@ def main():
     for work in options.only:
         results[work] = run_work(work, options.repeats, options.quick)
         print("\n".join(list(rows_of({work: results[work]}))[2:]), flush=True)
-    micro, scaling = script("micro.py"), script("scaling.py")
-    print(micro, scaling, sep="\n")
+    sections = {title: script(name) for title, name in SECTIONS.items()}
+    print("\n".join(sections.values()))
     if options.quick or options.only != list(TABLE):
         return
     machine = f"{platform.machine()}, {os.cpu_count()} cores, Python {platform.python_version()}"
     parts = [
         INTRODUCTION.format(repeats=options.repeats, machine=machine),
         "\n".join(rows_of(results)),
-        f"\n## Small operations\n\n{micro}",
-        f"\n## Scaling\n\n{scaling}",
+        *(f"\n## {title}\n\n{text}" for title, text in sections.items()),
         "\n## Versions\n\n" + ", ".join(versions()) + "\n",
     ]
     PAGE.write_text("\n".join(parts))
