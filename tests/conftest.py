@@ -1,6 +1,7 @@
 """Fixtures that several test files use."""
 
 import os
+import signal
 import sys
 from pathlib import Path
 
@@ -18,6 +19,12 @@ import taviropy as tv  # noqa: E402
 def own_folder():
     """Processes that tests start look for modules in the tests' folder, not in the checkout."""
     os.chdir(_FOLDER)
+
+
+@pytest.fixture(scope="session", autouse=True)
+def python_signals():
+    """Ctrl-C works as usual, also where a shell started the tests in the background."""
+    signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture
