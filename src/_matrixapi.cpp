@@ -25,6 +25,13 @@ void import_names(nb::module_ module, const char* source,
     }
 }
 
+/// Takes a name out of the namespace; what it stood for lives on, as long as the process.
+void keep_out_of_sight(nb::module_ module, const char* name) {
+    if (!nb::hasattr(module, name)) return;
+    nb::object(module.attr(name)).release();
+    nb::delattr(module, name);
+}
+
 }  // namespace
 
 static void fill(nb::module_ module) {
@@ -55,6 +62,7 @@ static void fill(nb::module_ module) {
     taviropy::define_mfunctions(module);
     taviropy::define_mnlexpr(module);
     module.attr("__test__") = nb::dict();
+    keep_out_of_sight(module, "__nanobind_internals__");
 }
 
 // Written out, because NB_MODULE hides the error of a failed import behind one of its own.
