@@ -68,9 +68,10 @@ class SolvableModel(ModelState):
             also ".cip".
 
         NOTES:
-          TaviroError where the file can't be written. The LP format has no room for names such
-          as "x[0,1]": there they become "x(0,1)". A variable without cost, constraints and bounds
-          of its own is not written to LP files.
+          TaviroError where the file can't be written. White space in names becomes "_". The LP
+          format has no room for names such as "x[0,1]": there they become "x(0,1)", and a name
+          that begins as a number or a keyword does gets "_" in front. A variable without cost,
+          constraints and bounds of its own is not written to LP files.
         """
         self.update()
         self._session.write(self, path)

@@ -3,15 +3,25 @@
 from __future__ import annotations
 
 import os
+import re
 
 import numpy as np
-from highspy import Highs, HighsStatus, HighsVarType
+from highspy import Highs, HighsLogType, HighsStatus, HighsVarType
 
 from .._attrutil import LINEAR, VARIABLE
 from .._csr import Rows
 from .._exception import TaviroError
 from .._quadratic import summed_terms
 from .._tvo import TVO
+
+# What HiGHS's readers would take for something else than a name.
+_MPS_WORD = re.compile(r"|name|objsense|'marker'", re.IGNORECASE)
+_NOT_IN_LP = re.compile(r"[^A-Za-z0-9!\"#$%&(),.;?@_{}~]")
+_LP_WORD = re.compile(
+    r"[0-9.;]|inf|nan|(|bounds?|bin|binar(y|ies)|gen|generals?|int|integers?|semis?|semi-continuous"
+    r"|sos|st|s\.t\.|such|subject|min|minimi[sz]e|minimum|max|maximi[sz]e|maximum|free|end)$",
+    re.IGNORECASE,
+)
 
 _LESS, _EQUAL, _GREATER = range(3)
 _CONTINUOUS, _BINARY, _INTEGER = range(3)
@@ -34,28 +44,46 @@ def write_file(highs, model, path):
 
 
 def _fit_for_file(names, path):
-    """Names without white space, each one once; for LP files also without its operators."""
-    table = {ord(space): "_" for space in " \t\n\r"}
-    if path.endswith(".lp"):
-        table |= {ord(old): new for old, new in zip("[]<>=+-*^:/\\", "()________|", strict=False)}
-    names = [name.translate(table) for name in names]
-    if len(set(names)) == len(names):
+    """Names that a reader of the file takes for what they are, each one once."""
+    fit = _fit_for_lp if path.endswith(".lp") else _fit_for_mps
+    names = [fit(name) for name in names]
+    taken = set(names)
+    if len(taken) == len(names):
         return names
-    seen = {}
+    seen = set()
     for place, name in enumerate(names):
-        count = seen.get(name, 0)
-        seen[name] = count + 1
-        if count:
-            names[place] = f"{name}~{count}"
+        count = 0
+        while name in seen or (count and name in taken):
+            count += 1
+            name = f"{names[place]}~{count}"
+        seen.add(name)
+        names[place] = name
     return names
+
+
+def _fit_for_mps(name):
+    """A name of one word that is none of the format's own."""
+    name = "_".join(re.split(r"\s", name))
+    return f"_{name}" if _MPS_WORD.fullmatch(name) else name
+
+
+def _fit_for_lp(name):
+    """A name without operators and brackets that doesn't begin as a number or keyword does."""
+    name = _NOT_IN_LP.sub("_", name.replace("[", "(").replace("]", ")"))
+    return f"_{name}" if _LP_WORD.match(name) else name
 
 
 def _run_quietly(highs, call, path):
     """Call HiGHS with a path; None where it worked, else what HiGHS said."""
     words = []
+
+    def listen(kind, text, data_out, *rest):
+        if data_out.log_type in (HighsLogType.kWarning, HighsLogType.kError):
+            words.append(text)
+
     highs.setOptionValue("output_flag", True)
     highs.setOptionValue("log_to_console", False)
-    highs.setCallback(lambda kind, text, *rest: words.append(text), None)
+    highs.setCallback(listen, None)
     highs.startCallbackInt(0)
     status = call(path)
     highs.setCallback(None, None)
