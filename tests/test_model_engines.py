@@ -279,6 +279,19 @@ def test_scip_takes_what_highs_takes():
     assert found[0] == pytest.approx(found[1], abs=1e-6)
 
 
+def test_scip_takes_sides_that_bind_nothing():
+    with tv.Model(engine="scip") as m:
+        m.setOption("log", False)
+        x = m.addMVar(3, ub=5)
+        rows = m.addConstr(x <= [np.inf, 1, 2])
+        m.addConstr(x.sum() >= -np.inf)
+        m.addConstr(x @ x <= np.inf)
+        m.setObjective(x.sum(), "max")
+        m.optimize()
+        assert m.Objective == pytest.approx(8)
+        np.testing.assert_allclose(rows.Slack, [np.inf, 0, 0], atol=1e-6)
+
+
 def test_scip_options_and_outcomes(tmp_path):
     with tv.Model(engine="scip") as m:
         m.setOption("log", False)

@@ -20,6 +20,7 @@ from .._tvo import TVO
 from ._run import is_process_output, refuse_infinite
 from ._trees import TreeTranslator
 
+_INFINITY = 1e20  # SCIP's own
 _SENSES = CHARACTERS["Sense"]
 _STATUSES = {
     "optimal": TVO.Status.OPTIMAL,
@@ -281,15 +282,16 @@ def _column(number, numbers):
 
 
 def _sides(table, rhs_name, sense_name):
-    """Lower and upper sides of rows as lists, with None where a side is open."""
+    """Lower and upper sides of rows as lists, with None where only that side is open."""
     rhs, sense = table[rhs_name], table[sense_name]
     below = table["Low"] if table.has("Low") else np.full(table.size, -np.inf)
     lower = np.where(sense == _SENSES.index("<"), below, rhs)
     upper = np.where(sense == _SENSES.index(">"), np.inf, rhs)
     refuse_infinite(table, slice(0, None), lower, upper, "constraint")
+    free = (lower == -np.inf) & (upper == np.inf)
     return (
-        [None if value == -np.inf else value for value in lower.tolist()],
-        [None if value == np.inf else value for value in upper.tolist()],
+        [None if value == -np.inf else value for value in np.where(free, -_INFINITY, lower)],
+        [None if value == np.inf else value for value in upper],
     )
 
 
