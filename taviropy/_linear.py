@@ -15,6 +15,7 @@ from ._exception import TaviroError
 from ._matrixapi import MLinExpr, MNLExpr, MQuadExpr, MVar
 from ._scalars import LinExpr, NLExpr, QuadExpr, Var, gather_linear, product_rows
 from ._tvo import TVO
+from ._util import _dense_array
 
 _LINEAR = (Var, LinExpr, int, float, Real, Decimal, np.bool)
 _HIGHER = (QuadExpr, NLExpr, MQuadExpr, MNLExpr)
@@ -93,7 +94,7 @@ def _side_of_data(model, operand, unfilled):
     if isinstance(operand, int | float):
         return Side((), False, None, np.float64(operand))
     if hasattr(operand, "toarray"):
-        operand = operand.toarray()
+        operand = _dense_array(operand)
     if isinstance(operand, _HIGHER):
         return None
     array = np.asarray(operand)

@@ -75,6 +75,7 @@ def breakages(family):
         ({"offsets": np.array([0.0])}, "offsets is no array of integers"),
         ({"data": np.ones(3)}, "data has 1 axes instead of 2"),
         ({"data": np.ones((2, 3)), "offsets": ints(1, 1)}, "offset 1 is given twice"),
+        ({"offsets": ints(2**31 - 1)}, "offset 2147483647 lies outside"),
     ]:
         yield broken(make["dia"](eye), **fields), message
     lil = make["lil"](eye)
@@ -115,6 +116,24 @@ def test_malformed_operands_are_refused_and_change_nothing(A, message, form):
                 with pytest.raises(ValueError, match=message):
                     operation(expr, A)
             assert content(expr) == before
+
+
+@pytest.mark.parametrize(("A", "message"), MALFORMED)
+def test_malformed_matrices_are_refused_where_they_are_only_data(A, message):
+    X = VARIABLES[:9].reshape(3, 3)
+    with pytest.raises(ValueError):
+        M.addConstr(X <= A)
+    # No operand of a nonlinear expression, but SciPy's own operator would come next.
+    with pytest.raises(ValueError, match=f"malformed.*{message}"):
+        X.nl * A
+
+
+def test_negative_extents_are_refused():
+    for make in (sp.csr_matrix, sp.csc_array, sp.coo_array, sp.bsr_array, sp.dia_array):
+        A = broken(make(np.eye(3)), _shape=(-1, 3))
+        for operation in (operator.add, operator.matmul, operator.mul):
+            with pytest.raises(ValueError, match="negative"):
+                operation(VARIABLES[:3], A)
 
 
 def test_indices_are_checked_against_an_axis_of_length_zero():

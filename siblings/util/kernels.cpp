@@ -154,6 +154,9 @@ PyMethodDef kernel_methods[] = {
      "the stored entries of each row of a SciPy sparse matrix, column numbers\nrising and zeros "
      "kept; "
      "each entry passes as a float.\n\nValueError for a malformed matrix as well."},
+    {"_dense_array", method<dense_array>(), METH_O,
+     "_dense_array(matrix, /)\n--\n\nmatrix.toarray() for a SciPy sparse matrix or array; "
+     "ValueError where it is malformed, which SciPy\nitself would not notice."},
     {nullptr},
 };
 

@@ -20,8 +20,19 @@ void append_all(const Buffer& buffer, std::vector<Py_ssize_t>& out) {
         out.push_back(static_cast<Py_ssize_t>(*reinterpret_cast<const Integer*>(walker.next())));
 }
 
-std::vector<Py_ssize_t> index_array(PyObject* matrix, const char* name) {
+/// A field of a matrix that is to be an array of one axis, or three.
+Ref array_field(PyObject* matrix, const char* name, Py_ssize_t axes) {
     Ref array = field(matrix, name);
+    Ref ndim(PyObject_GetAttrString(array.get(), "ndim"));
+    if (!ndim) PyErr_Clear();
+    if (!ndim || PyLong_AsSsize_t(ndim.get()) != axes)
+        raise(PyExc_ValueError, "malformed sparse matrix: %s is no array with %zd axes", name,
+              axes);
+    return array;
+}
+
+std::vector<Py_ssize_t> index_array(PyObject* matrix, const char* name) {
+    Ref array = array_field(matrix, name, 1);
     Buffer buffer(array.get(), PyBUF_RECORDS_RO);
     std::vector<Py_ssize_t> out;
     out.reserve(buffer.size());
@@ -44,8 +55,8 @@ void check_range(const std::vector<Py_ssize_t>& indices, Py_ssize_t end, const c
                   end - 1);
 }
 
-Py_ssize_t data_size(PyObject* matrix) {
-    Ref data = field(matrix, "data");
+Py_ssize_t data_size(PyObject* matrix, Py_ssize_t axes = 1) {
+    Ref data = array_field(matrix, "data", axes);
     Py_ssize_t size = PyObject_Length(data.get());
     check(static_cast<int>(std::min<Py_ssize_t>(size, 0)));
     return size;
@@ -75,6 +86,9 @@ bool has_format(PyObject* matrix, const char* format) {
 }
 
 void check_coordinates(PyObject* matrix, const Shape& shape) {
+    Ref coords = field(matrix, "coords");
+    if (PyObject_Length(coords.get()) != 2)
+        raise(PyExc_ValueError, "malformed sparse matrix: coords must hold two arrays");
     std::vector<Py_ssize_t> rows = index_array(matrix, "row"), cols = index_array(matrix, "col");
     check_range(rows, shape[0], "row");
     check_range(cols, shape[1], "col");
@@ -82,28 +96,38 @@ void check_coordinates(PyObject* matrix, const Shape& shape) {
         raise(PyExc_ValueError, "malformed sparse matrix: row, col and data differ in length");
 }
 
-void check_lines(PyObject* matrix, Py_ssize_t lines, Py_ssize_t extent) {
+void check_lines(PyObject* matrix, Py_ssize_t lines, Py_ssize_t extent, Py_ssize_t axes = 1) {
     check_compressed(index_array(matrix, "indptr"), index_array(matrix, "indices"),
-                     data_size(matrix), lines, extent);
+                     data_size(matrix, axes), lines, extent);
 }
 
 void check_blocks(PyObject* matrix, const Shape& shape) {
+    data_size(matrix, 3);
     Ref blocksize = field(matrix, "blocksize");
     Shape block = shape_from(blocksize.get());
-    if (block.size() != 2 || block[0] == 0 || block[1] == 0)
+    if (block[0] == 0 || block[1] == 0 || shape[0] % block[0] != 0 || shape[1] % block[1] != 0)
         raise(PyExc_ValueError, "malformed sparse matrix: its blocks have the shape %R",
               blocksize.get());
-    check_lines(matrix, shape[0] / block[0], shape[1] / block[1]);
+    check_lines(matrix, shape[0] / block[0], shape[1] / block[1], 3);
 }
 
-void check_diagonals(PyObject* matrix) {
+void check_diagonals(PyObject* matrix, const Shape& shape) {
     Ref data = field(matrix, "data");
     Ref data_shape = field(data.get(), "shape");
     Shape diagonals = shape_from(data_shape.get());
-    std::size_t offsets = index_array(matrix, "offsets").size();
-    if (diagonals.size() != 2 || diagonals[0] != static_cast<Py_ssize_t>(offsets))
+    std::vector<Py_ssize_t> offsets = index_array(matrix, "offsets");
+    if (diagonals.size() != 2 || diagonals[0] != static_cast<Py_ssize_t>(offsets.size()))
         raise(PyExc_ValueError, "malformed sparse matrix: %zu offsets for data of shape %R",
-              offsets, data_shape.get());
+              offsets.size(), data_shape.get());
+    std::sort(offsets.begin(), offsets.end());
+    if (std::adjacent_find(offsets.begin(), offsets.end()) != offsets.end())
+        raise(PyExc_ValueError, "malformed sparse matrix: an offset is given twice");
+    // SciPy adds an extent to an offset in 32 bits.
+    const Py_ssize_t largest = INT32_MAX - *std::max_element(shape.begin(), shape.end());
+    for (Py_ssize_t offset : offsets)
+        if (offset > largest || offset < -largest)
+            raise(PyExc_ValueError,
+                  "malformed sparse matrix: the offset %zd lies outside of any matrix", offset);
 }
 
 /// The lengths of the lists in a field of a matrix of lists.
@@ -132,7 +156,7 @@ void check_before_conversion(PyObject* matrix, const Shape& shape) {
     if (has_format(matrix, "csc")) check_lines(matrix, shape[1], shape[0]);
     if (has_format(matrix, "coo")) check_coordinates(matrix, shape);
     if (has_format(matrix, "bsr")) check_blocks(matrix, shape);
-    if (has_format(matrix, "dia")) check_diagonals(matrix);
+    if (has_format(matrix, "dia")) check_diagonals(matrix, shape);
     if (has_format(matrix, "lil")) check_lists(matrix, shape);
 }
 
@@ -174,11 +198,30 @@ std::vector<Ref> float_values(PyObject* matrix) {
     return values;
 }
 
+/// The matrix, or its twin in another format, once all of it is found sound.
+Ref sound_matrix(PyObject* given, const Shape& shape) {
+    check_before_conversion(given, shape);
+    if (!has_format(given, "lil")) return borrow(given);
+    Ref matrix = checked(PyObject_CallMethod(given, "tocsr", nullptr));
+    check_before_conversion(matrix.get(), shape);  // its indices stand in an array only now
+    return matrix;
+}
+
 }  // namespace
 
 Shape sparse_shape(PyObject* matrix) {
     Ref shape = field(matrix, "shape");
     return shape_from(shape.get());
+}
+
+Ref dense_array(PyObject*, PyObject* given) {
+    Shape shape = sparse_shape(given);
+    if (shape.size() == 2)
+        return checked(PyObject_CallMethod(sound_matrix(given, shape).get(), "toarray", nullptr));
+    Ref row =
+        checked(PyObject_CallMethod(given, "reshape", "((nn))", Py_ssize_t(1), Py_ssize_t(-1)));
+    Ref array = dense_array(nullptr, row.get());
+    return checked(PyObject_CallMethod(array.get(), "reshape", "(O)", shape_tuple(shape).get()));
 }
 
 CompressedMatrix read_compressed(PyObject* given, bool by_columns) {
@@ -187,12 +230,7 @@ CompressedMatrix read_compressed(PyObject* given, bool by_columns) {
         raise(PyExc_ValueError,
               "matmul: a sparse array of %zd dimensions; reshape it to one row or one column",
               static_cast<Py_ssize_t>(shape.size()));
-    Ref matrix = borrow(given);
-    check_before_conversion(matrix.get(), shape);
-    if (has_format(matrix.get(), "lil")) {  // its indices are checked once they stand in an array
-        matrix = checked(PyObject_CallMethod(matrix.get(), "tocsr", nullptr));
-        check_before_conversion(matrix.get(), shape);
-    }
+    Ref matrix = sound_matrix(given, shape);
     if (!has_format(matrix.get(), by_columns ? "csc" : "csr"))
         matrix =
             checked(PyObject_CallMethod(matrix.get(), by_columns ? "tocsc" : "tocsr", nullptr));

@@ -25,6 +25,8 @@ struct CompressedMatrix {
 /// Reads a SciPy sparse matrix or array by columns or by rows; ValueError where it is malformed.
 CompressedMatrix read_compressed(PyObject* matrix, bool by_columns);
 Shape sparse_shape(PyObject* matrix);
+/// matrix.toarray(), checked first; a function of the module.
+Ref dense_array(PyObject*, PyObject* matrix);
 
 extern PyMethodDef shape_methods[];
 extern PyMethodDef kernel_methods[];

@@ -4,11 +4,11 @@
 #include "mnlexpr/trees.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/sparse.hpp"
 
 namespace taviropy::mnlexpr {
 
-// ---- Dispatchers: `func` makes a node of one or two nodes
-// ------------------------------------------
+// ---- Dispatchers: `func` makes a node of one or two nodes ---------------------------------------
 
 static nb::object _dispatch_unary_op(nb::handle self, nb::handle func) {
     nb::object np = import_numpy();
@@ -29,10 +29,16 @@ static nb::object _idispatch_unary_op(nb::handle self, nb::handle func) {
     return nb::borrow(self);
 }
 
+/// NotImplemented, after which a sparse matrix tries its own operator, and walks itself.
+static nb::object leave_to(nb::handle other) {
+    sparse::check(other);
+    return not_implemented();
+}
+
 static nb::object _dispatch_binary_op(nb::handle self, nb::handle other, nb::handle func) {
     nb::object np = import_numpy();
     Operand operand = take_operand(np, other);
-    if (operand.unknown()) return not_implemented();
+    if (operand.unknown()) return leave_to(other);
     nb::object nlexpr = names::NLExpr();
     auto grow = [&](nb::handle left, nb::handle right) {
         return call(nlexpr, call(func, get_root(left), right));
@@ -46,7 +52,7 @@ static nb::object _dispatch_binary_op(nb::handle self, nb::handle other, nb::han
 static nb::object _rdispatch_binary_op(nb::handle self, nb::handle other, nb::handle func) {
     nb::object np = import_numpy();
     Operand operand = take_operand(np, other);
-    if (operand.unknown()) return not_implemented();
+    if (operand.unknown()) return leave_to(other);
     nb::object nlexpr = names::NLExpr();
     auto grow = [&](nb::handle left, nb::handle right) {
         return call(nlexpr, call(func, left, get_root(right)));
@@ -60,15 +66,14 @@ static nb::object _rdispatch_binary_op(nb::handle self, nb::handle other, nb::ha
 static nb::object _idispatch_binary_op(nb::handle self, nb::handle other, nb::handle func) {
     nb::object np = import_numpy();
     Operand operand = take_operand(np, other);
-    if (operand.unknown()) return not_implemented();
+    if (operand.unknown()) return leave_to(other);
     walk_with_trees(self.attr("_nlearr"), operand, [&](nb::handle nle, nb::handle tree) {
         set_root(nle, call(func, get_root(nle), tree));
     });
     return nb::borrow(self);
 }
 
-// ---- Operators
-// -------------------------------------------------------------------------------------
+// ---- Operators ----------------------------------------------------------------------------------
 
 static nb::object factory(const char* name) { return names::_ExprTree().attr(name); }
 

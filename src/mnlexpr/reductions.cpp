@@ -64,8 +64,7 @@ static nb::object matmul(nb::handle self, nb::handle other) { return product(sel
 
 static nb::object rmatmul(nb::handle self, nb::handle other) { return product(self, other, true); }
 
-// ---- Sum
-// -------------------------------------------------------------------------------------------
+// ---- Sum ----------------------------------------------------------------------------------------
 
 static const WalkFlags kEachList = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
 

@@ -13,8 +13,7 @@ namespace taviropy::mquadexpr {
 
 namespace nb = nanobind;
 
-// ---- Form
-// ----------------------------------------------------------------------------------------
+// ---- Form ---------------------------------------------------------------------------------------
 
 inline nb::object parts_of(nb::handle self) { return self.attr("_quadparts"); }
 
@@ -56,8 +55,7 @@ struct QuadPart {
     nb::object copied() const;
 };
 
-// ---- forms.cpp
-// -----------------------------------------------------------------------------------
+// ---- forms.cpp ----------------------------------------------------------------------------------
 
 nb::object _concat_quadparts(nb::handle self);
 nb::object _add_quadpart(nb::handle self, nb::handle x, nb::handle Q, nb::handle y);
@@ -66,22 +64,19 @@ nb::object _extract_xQy(nb::handle self);
 nb::object _to_full(nb::handle self);
 nb::object _convert_to_full(nb::handle self);
 
-// ---- build.cpp
-// -----------------------------------------------------------------------------------
+// ---- build.cpp ----------------------------------------------------------------------------------
 
 nb::object zeros(nb::handle cls, nb::handle shape);
 nb::object _from_quad_expr(nb::handle cls, nb::handle qe);
 nb::object _from_mlinexpr(nb::handle cls, nb::handle ndle, nb::handle force_full);
 
-// ---- values.cpp
-// ----------------------------------------------------------------------------------
+// ---- values.cpp ---------------------------------------------------------------------------------
 
 nb::object _copy_quadparts(nb::handle self);
 nb::object _clear_quad_array(nb::handle qearr);
 nb::object _normalize(nb::handle self);
 
-// ---- The families' methods, added to the class by define_mquadexpr
-// -------------------------------
+// ---- The families' methods, added to the class by define_mquadexpr ------------------------------
 
 void add_form_methods(ClassBody& body);
 void add_build_methods(ClassBody& body);

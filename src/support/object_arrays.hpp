@@ -143,8 +143,7 @@ nb::object empty_object_array(nb::handle np, nb::handle shape);
 /// np.array(element): a 0-d object array around one element.
 nb::object array_of_one(nb::handle np, nb::handle element);
 
-// ---- walk_sums
-// -------------------------------------------------------------------------------------
+// ---- walk_sums ----------------------------------------------------------------------------------
 
 namespace detail {
 

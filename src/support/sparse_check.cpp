@@ -117,6 +117,9 @@ Py_ssize_t extent(nb::handle shape, int axis) {
     nb::object length = shape[axis];
     Py_ssize_t value = PyNumber_AsSsize_t(length.ptr(), PyExc_OverflowError);
     if (value == -1 && PyErr_Occurred()) throw nb::python_error();
+    if (value < 0)
+        raise(PyExc_ValueError, "malformed sparse matrix: its shape " + text_of(shape) +
+                                    " has a negative extent; rebuild it with its true shape");
     return value;
 }
 
@@ -133,6 +136,13 @@ void check_dia(nb::handle A) {
     std::sort(sorted.begin(), sorted.end());
     auto twice = std::adjacent_find(sorted.begin(), sorted.end());
     if (twice != sorted.end()) refuse(A, "offset " + std::to_string(*twice) + " is given twice");
+    // SciPy adds an extent to an offset in 32 bits.
+    nb::object shape = shape_of(A);
+    const Py_ssize_t largest =
+        std::numeric_limits<std::int32_t>::max() - std::max(extent(shape, 0), extent(shape, 1));
+    for (Py_ssize_t offset : sorted)
+        if (offset > largest || offset < -largest)
+            refuse(A, "offset " + std::to_string(offset) + " lies outside of any matrix");
 }
 
 bool is_index(nb::handle index, Py_ssize_t bound) {
@@ -265,6 +275,8 @@ nb::object sound(nb::handle A) {
     auto sp = import_sparse();
     Kind kind = kind_of(sp, A);
     if (kind.format == Format::other && !is_sparse(sp, A)) return nb::borrow(A);
+    nb::object shape = shape_of(A);
+    for (std::size_t axis = 0; axis < nb::len(shape); ++axis) extent(shape, static_cast<int>(axis));
     const std::string format = kind.format == Format::csr   ? "csr"
                                : kind.format == Format::csc ? "csc"
                                : kind.format == Format::coo ? "coo"
