@@ -102,7 +102,21 @@ class Session:
         except BaseException:
             self._drop_engine()
             raise
+        if self._solution.status == TVO.Status.FAILED:
+            self._ask_another_engine(model)
         self._solution.seconds = perf_counter() - started
+
+    def _ask_another_engine(self, model):
+        from .engines import second_choice
+
+        other_class = second_choice(self._wanted, type(self._engine))
+        if other_class is not None:
+            other = other_class()
+            try:
+                other.load(model, {})
+                self._solution = other.solve(model, self.options)
+            finally:
+                other.close()
 
     def write(self, model, path):
         """Write the model to a file."""

@@ -40,6 +40,16 @@ def choose(wanted, model, final=True):
         ) from None
 
 
+def second_choice(wanted, failed):
+    """The engine class for a model that the class `failed` came to no end with, or None."""
+    if wanted != "auto" or failed is not _highs():
+        return None
+    try:
+        return _scip()
+    except ImportError:
+        return None
+
+
 def knows_option(name, option):
     """Whether the engine `name` has the option; False where the engine isn't installed."""
     try:

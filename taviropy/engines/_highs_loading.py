@@ -63,7 +63,7 @@ class LiveHighs:
         bounds = [columns[name] for name in ("LB", "UB", "VType") if name in columns]
         if bounds:
             at = _merged(bounds, self._columns)
-            lower, upper = _column_bounds(model, at)
+            lower, upper = column_bounds(model, at)
             self._do(self._highs.changeColsBounds, len(at), at, lower, upper)
         if "Obj" in columns:
             at = columns["Obj"]
@@ -71,7 +71,7 @@ class LiveHighs:
             self._do(self._highs.changeColsCost, len(at), at, costs)
         if rows:
             at = _merged(rows, self._rows)
-            lower, upper = _row_bounds(model, at)
+            lower, upper = row_bounds(model, at)
             self._do(self._highs.changeRowsBounds, len(at), at, lower, upper)
 
     def remove(self, kind, kept):
@@ -95,8 +95,8 @@ class LiveHighs:
     def _pass_whole(self, model):
         variables, linear = model._tables[VARIABLE], model._tables[LINEAR]
         columns = slice(0, variables.placed)
-        lower, upper = _column_bounds(model, columns)
-        row_lower, row_upper = _row_bounds(model, slice(0, linear.placed))
+        lower, upper = column_bounds(model, columns)
+        row_lower, row_upper = row_bounds(model, slice(0, linear.placed))
         layout, *arrays = self._matrix(model)
         self._do(
             self._highs.passModel,
@@ -115,11 +115,8 @@ class LiveHighs:
             (variables["VType"][columns] != CONTINUOUS).astype(np.int32),
         )
         self._columns, self._rows = variables.placed, linear.placed
-        if self._columns and (variables["VType"][columns] == CONTINUOUS).all():
-            # So that HiGHS forgets the list of types, which it would warn of in each log.
-            self._do(
-                self._highs.changeColsIntegrality, 1, np.zeros(1, np.int32), np.zeros(1, np.uint8)
-            )
+        if (variables["VType"][columns] == CONTINUOUS).all():
+            forget_types(self._highs)
         self._objective = (model._objective.sense, model._objective.offset)
         self._loaded = True
 
@@ -130,7 +127,7 @@ class LiveHighs:
         HiGHS keeps its matrix by column. A large one is turned here, and the model keeps it that
         way too: HiGHS would hold both while it turns it, and the model a third.
         """
-        rows = _rows_from(model, 0)
+        rows = rows_from(model, 0)
         if rows.nnz < _LARGE:
             return MatrixFormat.kRowwise, rows.indptr, rows.ids, rows.data
         columns = rows.by_column(model._tables[VARIABLE].placed)
@@ -144,7 +141,7 @@ class LiveHighs:
         if not count:
             return
         at = slice(self._columns, variables.placed)
-        lower, upper = _column_bounds(model, at)
+        lower, upper = column_bounds(model, at)
         self._do(
             self._highs.addCols,
             count,
@@ -170,8 +167,8 @@ class LiveHighs:
         first, end = self._rows, model._tables[LINEAR].placed
         if first == end:
             return
-        rows = _rows_from(model, first)
-        lower, upper = _row_bounds(model, slice(first, end))
+        rows = rows_from(model, first)
+        lower, upper = row_bounds(model, slice(first, end))
         self._do(
             self._highs.addRows,
             rows.count,
@@ -248,7 +245,14 @@ def new_highs():
     return highs
 
 
-def _rows_from(model, first):
+def forget_types(highs):
+    """Drop a list of types that are all continuous, which HiGHS would warn of in each log."""
+    if highs.getNumCol():
+        highs.changeColsIntegrality(1, np.zeros(1, np.int32), np.zeros(1, np.uint8))
+
+
+def rows_from(model, first):
+    """Rows of column numbers of the constraints from number `first` on."""
     return rows_by_column(model, model._linear_rows.select(model._tables[LINEAR], first))
 
 
@@ -258,7 +262,7 @@ def _merged(parts, count):
     return at[at < count].astype(np.int32)
 
 
-def _column_bounds(model, at):
+def column_bounds(model, at):
     """Bounds of columns as HiGHS takes them; `at` is a slice or an index array."""
     variables = model._tables[VARIABLE]
     lower, upper = variables["LB"][at], variables["UB"][at]
@@ -270,7 +274,7 @@ def _column_bounds(model, at):
     return lower, upper
 
 
-def _row_bounds(model, at):
+def row_bounds(model, at):
     """Both sides of rows."""
     table = model._tables[LINEAR]
     rhs, sense = table["RHS"][at], table["Sense"][at]

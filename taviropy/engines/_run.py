@@ -55,6 +55,13 @@ def run_with_log(highs, log):
     return bool(pressed)
 
 
+def tell(text, log):
+    """Add a line to the log."""
+    if log:
+        sys.stdout.write(text + "\n")
+        sys.stdout.flush()
+
+
 @contextmanager
 def interrupts_noted():
     """While this lasts, Ctrl-C adds to the list given out instead of raising KeyboardInterrupt.

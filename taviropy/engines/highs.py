@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from time import perf_counter
+
 import numpy as np
 from highspy import Highs, HighsModelStatus, HighsOptionType, HighsStatus
 
@@ -11,7 +13,8 @@ from .._session import Solution
 from .._tvo import TVO
 from ._convexity import is_convex
 from ._highs_loading import CONTINUOUS, LiveHighs, new_highs
-from ._run import run_with_log
+from ._quadratic_program import QuadraticProgram
+from ._run import run_with_log, tell
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -35,6 +38,10 @@ _OPTION_TYPES = {
     HighsOptionType.kString: str,
 }
 _FEASIBLE = 2  # of HiGHS's solution statuses
+# Quadratic programs: errors as `QuadraticProgram.error` measures them, and what is tried where one
+# is larger: steps and HiGHS's regularization, None for its own.
+_SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5
+_TRIES = ((1.0, None), (1e-3, None), (1.0, 0.0), (1e-6, None), (1e-3, 0.0), (1.0, 1e-5))
 
 
 class HighsEngine(LiveHighs):
@@ -78,46 +85,75 @@ class HighsEngine(LiveHighs):
 
     def solve(self, model, options):
         """Solve what is loaded; returns a Solution."""
-        self._apply(options)
+        self._apply(self._highs, options, options["timeLimit"])
         self._pass_start(model)
-        if self._hessian is None:
-            interrupted = run_with_log(self._highs, options["log"])
-        else:
-            interrupted = self._run_quadratic(options)
-        return self._solution(model, interrupted)
+        if self._hessian is not None:
+            return self._solve_quadratic(model, options)
+        return self._solution(model, run_with_log(self._highs, options["log"]))
 
-    def _run_quadratic(self, options):
-        """Run the quadratic solver, which cycles on some models without curvature in places.
+    def _solve_quadratic(self, model, options):
+        """Solve a model with a quadratic objective; no answer is taken on trust."""
+        deadline = perf_counter() + options["timeLimit"]
+        interrupted = run_with_log(self._highs, options["log"])
+        solution = self._solution(model, interrupted)
+        settled = {TVO.Status.INFEASIBLE, TVO.Status.TIME_LIMIT}
+        if "qp_iteration_limit" in options.by_engine["highs"]:
+            settled.add(TVO.Status.INTERRUPTED)
+        if interrupted or solution.status in settled:
+            return solution
+        program = QuadraticProgram(model)
+        answer = program.answer_of(self._highs) if solution.values else None
+        error = program.error(*answer) if answer else np.inf
+        if error <= _SMALL_ERROR:
+            return solution
+        if program.has_ray():
+            is_feasible = solution.status in (TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED)
+            return Solution(
+                TVO.Status.UNBOUNDED if is_feasible else TVO.Status.INFEASIBLE_OR_UNBOUNDED
+            )
+        return self._mended(program, answer, error, options, deadline)
 
-        Then it gets further tries with a stronger regularization, which is less exact.
-        """
-        highs = self._highs
-        own = options.by_engine["highs"]
-        if "qp_iteration_limit" not in own:
-            highs.setOptionValue("qp_iteration_limit", 10_000 + 50 * (self._columns + self._rows))
-        for regularization in (None, 1e-6, 1e-5):
-            if regularization is not None:
-                highs.clearSolver()
+    def _mended(self, program, answer, error, options, deadline):
+        """The solution that comes from looking at the program from the best point so far."""
+        own_regularization = options.by_engine["highs"].get("qp_regularization_value")
+        status = TVO.Status.FAILED
+        for step, regularization in _TRIES:
+            if error <= _SMALL_ERROR:
+                break
+            seconds = deadline - perf_counter()
+            if seconds <= 0.0:
+                status = TVO.Status.TIME_LIMIT
+                break
+            tell(f"The answer's error is {error:.1e}: solving again from there.", options["log"])
+            point = program.within_bounds(answer[0] if answer else np.zeros(self._columns))
+            highs = program.seen_from(point, step)
+            self._apply(highs, options, seconds)
+            if regularization is not None and own_regularization is None:
                 highs.setOptionValue("qp_regularization_value", regularization)
             interrupted = run_with_log(highs, options["log"])
-            status = highs.getModelStatus()
-            stuck = status == HighsModelStatus.kIterationLimit or status not in _STATUSES
-            if (
-                not stuck
-                or interrupted
-                or {"qp_iteration_limit", "qp_regularization_value"} & {*own}
-            ):
+            found = program.answer_seen_from(point, step, highs)
+            new_error = program.error(*found) if found else np.inf
+            if new_error < error:
+                answer, error = found, new_error
+            if interrupted:
+                status = TVO.Status.INTERRUPTED
                 break
-        return interrupted
+        if error <= _TOLERABLE_ERROR:
+            status = TVO.Status.OPTIMAL
+        if answer is None or status == TVO.Status.FAILED:
+            return Solution(status)
+        return program.solution(*answer, status)
 
-    def _apply(self, options):
-        highs = self._highs
+    def _apply(self, highs, options, seconds):
+        """Set the options of the next run, which is to end after so many seconds."""
         highs.resetOptions()
-        wanted = dict(options.by_engine["highs"])
+        # The quadratic solver cycles on some models: there shall be an end.
+        most_iterations = 10_000 + 50 * (self._columns + self._rows)
+        wanted = {"qp_iteration_limit": most_iterations, **options.by_engine["highs"]}
         for name, engine_name in _OWN_OPTIONS.items():
             if options[name] is not None:
                 wanted[engine_name] = options[name]
-        limit = min(options["timeLimit"], wanted.pop("time_limit", np.inf))
+        limit = min(seconds, wanted.pop("time_limit", np.inf))
         if limit < np.inf:
             wanted["time_limit"] = highs.getRunTime() + limit  # its clock never restarts
         if wanted.get("threads", 0) != self._threads:
