@@ -71,6 +71,7 @@ bool fill_sums(nb::handle vararr, nb::handle learr, nb::handle axes, nb::handle 
 
 nb::object sum(nb::handle self, nb::handle axis) {
     import_numpy();
+    GcPause pause;
     nb::object vararr = self.attr("_vararr");
     nb::object axes = axes_list(axis, vararr.attr("ndim"));
     nb::object shape = reduced_shape(vararr.attr("shape"), axes);

@@ -175,6 +175,7 @@ static nb::object numbers_from(nb::handle np, nb::handle value) {
 
 static nb::object setitem(nb::handle self, nb::handle key, nb::handle value) {
     nb::object np = import_numpy();
+    GcPause pause;
     _convert_to_full(self);
     if (is_linexpr(value)) return _setitem_linexpr(self, key, value);
     if (is_a(value, names::Var)) return _setitem_linexpr(self, key, new_linexpr(value));

@@ -225,6 +225,7 @@ static nb::object _matmul_compact_mlinexpr(nb::handle self, nb::handle ndle) {
 // ---- Dispatch ----------------------------------------------------------------------------------
 
 nb::object matmul(nb::handle self, nb::handle other) {
+    GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
     const bool compact = use_compact(self);
@@ -240,6 +241,7 @@ nb::object matmul(nb::handle self, nb::handle other) {
 }
 
 nb::object rmatmul(nb::handle self, nb::handle other) {
+    GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
     const bool compact = use_compact(self);

@@ -204,6 +204,7 @@ NOTES:
 )";
 
 nb::object sum(nb::handle self, nb::handle axis) {
+    GcPause pause;
     _convert_to_full(self);
     nb::object learr = learr_of(self);
     nb::object axes = axes_list(axis, learr.attr("ndim"));

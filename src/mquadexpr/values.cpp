@@ -99,6 +99,7 @@ static nb::object _flatten(nb::handle self) {
 }
 
 static nb::object sum(nb::handle self, nb::handle axis) {
+    GcPause pause;
     _convert_to_full(self);
     nb::object qearr = self.attr("_qearr");
     nb::object axes = axes_list(axis, qearr.attr("ndim"));

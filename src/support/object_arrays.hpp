@@ -95,11 +95,27 @@ class Nditer {
 
 }  // namespace detail
 
+/// No collection of garbage in the middle of a pass that makes many objects and frees none. Every
+/// walk has one; so has an operation of several passes, which would be interrupted between them.
+class GcPause {
+  public:
+    GcPause() : was_enabled_(PyGC_Disable() != 0) {}
+    ~GcPause() {
+        if (was_enabled_) PyGC_Enable();
+    }
+    GcPause(const GcPause&) = delete;
+    GcPause& operator=(const GcPause&) = delete;
+
+  private:
+    bool was_enabled_;
+};
+
 /// Walks the operands side by side: `body(chunks, size)` for each step, chunks being an array of N.
 /// With `op_axes`, a list as numpy.nditer takes it, the iterator is always asked.
 template <std::size_t N, class Body>
 void walk(const WalkFlags& spec, const std::array<nb::handle, N>& operands, Body&& body,
           nb::handle op_axes = nb::handle()) {
+    GcPause pause;
     std::array<ArrayBuffer, N> buffers;
     std::array<Chunk, N> chunks;
     if (!op_axes.is_valid()) {
@@ -122,20 +138,6 @@ void walk(const WalkFlags& spec, const std::array<nb::handle, N>& operands, Body
 /// the result. `sums` is a C-contiguous object array of the shape that is left.
 template <class Body>
 void walk_sums(nb::handle summands, nb::handle sums, nb::handle axes, Body&& body);
-
-/// No collection of garbage in the middle of a pass that makes many objects and frees none.
-class GcPause {
-  public:
-    GcPause() : was_enabled_(PyGC_Disable() != 0) {}
-    ~GcPause() {
-        if (was_enabled_) PyGC_Enable();
-    }
-    GcPause(const GcPause&) = delete;
-    GcPause& operator=(const GcPause&) = delete;
-
-  private:
-    bool was_enabled_;
-};
 
 /// np.empty(shape, dtype=object)
 nb::object empty_object_array(nb::handle np, nb::handle shape);
