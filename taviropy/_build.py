@@ -12,7 +12,14 @@ import numpy as np
 from ._attrutil import CHARACTERS, GENERAL, LINEAR, QUADRATIC, VARIABLE, convert
 from ._csr import Rows
 from ._exception import TaviroError
-from ._linear import RowStore, check_coefficients, difference, linear_side, rows_by_column
+from ._linear import (
+    RowStore,
+    both_sides,
+    check_coefficients,
+    difference,
+    linear_side,
+    rows_by_column,
+)
 from ._matrixapi import MConstr, MLinExpr, MVar
 from ._objective import Objective, parse_objective
 from ._scalars import Constr, GenConstr, QConstr, RowBuffer, Var
@@ -218,7 +225,7 @@ def add_constr(model, constr, name, alone):
             TVO.Error.ERROR_INVALID_ARGUMENT,
             f"There is no sense {constr.sense!r}: use '<', '=' or '>'",
         )
-    left, right = linear_side(model, constr.lhs), linear_side(model, constr.rhs)
+    left, right = (linear_side(model, side) for side in both_sides(constr))
     if left is None or right is None:
         from ._general import add_higher_constr
 

@@ -8,7 +8,13 @@ from . import _csr
 from ._attrutil import CHARACTERS, GENERAL, QUADRATIC, VARIABLE
 from ._build import SENSES, checked_names, name_block
 from ._exception import TaviroError
-from ._linear import broadcast_shape, check_coefficients, difference, linear_side
+from ._linear import (
+    both_sides,
+    broadcast_shape,
+    check_coefficients,
+    difference,
+    linear_side,
+)
 from ._matrixapi import MGenConstr, MNLExpr, MQConstr, MVar
 from ._quadratic import check_quadratic, quadratic_difference, quadratic_side
 from ._scalars import NLExpr, TempConstr, Var
@@ -50,7 +56,7 @@ def add_higher_constr(model, constr, name):
     """Add a comparison in which a side isn't linear; returns the handle or matrix of handles."""
     if isinstance(constr.lhs, NLExpr | MNLExpr) or isinstance(constr.rhs, NLExpr | MNLExpr):
         return _add_nonlinear_comparison(model, constr, name)
-    left, right = quadratic_side(model, constr.lhs), quadratic_side(model, constr.rhs)
+    left, right = (quadratic_side(model, side) for side in both_sides(constr))
     shape, linear, quadratic, rhs = quadratic_difference(left, right)
     check_coefficients(model, linear)
     check_quadratic(model, quadratic)

@@ -33,6 +33,13 @@ class Side:
         self.constant = constant  # float64, of `shape`
 
 
+def both_sides(constr):
+    """What a comparison compares; beside an empty block a complex number, else refused, is fine."""
+    lhs, rhs = constr.lhs, constr.rhs
+    is_vacuous = isinstance(rhs, complex) and getattr(lhs, "size", 1) == 0
+    return lhs, 0.0 if is_vacuous else rhs
+
+
 def linear_side(model, operand, unfilled=True):
     """`operand` as a `Side`, or None where it isn't linear.
 
