@@ -424,3 +424,26 @@ def test_fixed_variables_need_no_engine(capfd):
     y.UB = 1.0
     m.optimize()
     assert m.Objective == -3.0
+
+
+def test_an_unbounded_model_is_not_taken_for_infeasible():
+    """The presolve of HiGHS 1.15 makes that mistake with the two sides of a range."""
+    a = np.array([-2.0, -1.0, 2.0])
+    with tv.Model() as m:
+        m.setOption("log", False)
+        x = m.addMVar(3, lb=-np.inf)
+        m.addConstr(a @ x >= -2)
+        upper = m.addConstr(a @ x <= 0)
+        m.setObjective(x[1] - x[2])
+        m.optimize()
+        assert m.Status == TVO.Status.UNBOUNDED
+        m.setObjective(x[2] - x[1], "max")
+        m.optimize()
+        assert m.Status == TVO.Status.UNBOUNDED
+        upper.RHS = -3
+        m.optimize()
+        assert m.Status == TVO.Status.INFEASIBLE
+        upper.RHS = 0
+        x.LB, x.UB = -1, 1
+        m.optimize()
+        assert m.Objective == pytest.approx(1.5)

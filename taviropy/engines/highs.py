@@ -89,7 +89,32 @@ class HighsEngine(LiveHighs):
         self._pass_start(model)
         if self._hessian is not None:
             return self._solve_quadratic(model, options)
-        return self._solution(model, run_with_log(self._highs, options["log"]))
+        interrupted = run_with_log(self._highs, options["log"])
+        if not interrupted and self._is_wrongly_infeasible(options):
+            tell("There is a feasible point: solving again without presolve.", options["log"])
+            self._highs.clearSolver()
+            self._highs.setOptionValue("presolve", "off")
+            interrupted = run_with_log(self._highs, options["log"])
+        return self._solution(model, interrupted)
+
+    def _is_wrongly_infeasible(self, options):
+        """Whether HiGHS's presolve calls a model infeasible that isn't.
+
+        That happens to models that are unbounded. Without costs there is nothing to confuse.
+        """
+        info = self._highs.getInfo()
+        if (
+            self._highs.getModelStatus() != HighsModelStatus.kInfeasible
+            or info.simplex_iteration_count > 0
+            or info.mip_node_count > 0
+        ):
+            return False
+        highs, columns = new_highs(), np.arange(self._columns, dtype=np.int32)
+        highs.passModel(self._highs.getLp())
+        highs.changeColsCost(len(columns), columns, np.zeros(len(columns)))
+        self._apply(highs, options, options["timeLimit"])
+        run_with_log(highs, False)
+        return highs.getModelStatus() == HighsModelStatus.kOptimal
 
     def _solve_quadratic(self, model, options):
         """Solve a model with a quadratic objective; no answer is taken on trust."""
