@@ -1,6 +1,7 @@
 """Building a model: variables, constraints and objectives, and what is refused."""
 
 import gc
+import tracemalloc
 from fractions import Fraction
 
 import numpy as np
@@ -153,6 +154,24 @@ def test_rows_are_left_minus_right(model, compact, monkeypatch):
     np.testing.assert_allclose(lower[8:12], s)
     np.testing.assert_allclose(matrix[12:], np.hstack([np.tile(A.sum(0), (4, 1)), -B.toarray()]))
     assert forms == (compact == 1, compact == 1)
+
+
+def test_a_sparse_block_takes_no_memory_for_each_term(monkeypatch):
+    rng = np.random.default_rng(5)
+    n = 20_000
+    A = sp.random_array((n, n), density=10 / n, rng=rng, format="csr")
+    size = A.data.nbytes + A.indices.nbytes + A.indptr.nbytes
+    peaks = []
+    for compact in (1, 0):
+        monkeypatch.setattr(tv.MLinExpr, "_keep_compact", compact)
+        with tv.Model() as m:
+            tracemalloc.start()
+            x = m.addMVar(n)
+            m.addConstr(A @ x + np.ones(n) <= 3)
+            m.load()
+            peaks.append(tracemalloc.get_traced_memory()[1] / size)
+            tracemalloc.stop()
+    assert peaks[0] < 3.5 < peaks[1]  # with an expression a row it is several times that
 
 
 @pytest.mark.parametrize("large", [False, True])

@@ -199,6 +199,74 @@ def test_no_name_is_taken_for_something_else(ending, tmp_path):
         assert read.Objective == pytest.approx(sum(range(len(names) + 1)))
 
 
+def test_all_that_an_mps_file_can_say(tmp_path):
+    text = """* a comment
+NAME every thing
+OBJSENSE
+    MAX
+ROWS
+ N cost
+ N other
+ L less
+ G more
+ E low
+ E high
+ G open
+ E empty
+COLUMNS
+ a cost 1 less 1e0
+ a more -2.5 other 7
+ M1 'MARKER' 'INTORG'
+ b cost -1 low 1
+ b high 1E+00
+ c more 3 other 1
+ M2 'MARKER' 'INTEND'
+ d less 1
+ e cost 0.5 open 1
+ f less 1
+RHS
+ r less 4 more -6
+ r low 3 high 3
+ r cost -12.5
+RANGES
+ r less 2.5 more 1
+ r low -2 high 2
+BOUNDS
+ MI x a
+ UP x a 8
+ LI x b -3
+ UI x b 7
+ BV x c
+ FX x d -1.5
+ UP x e 1e30
+ PL x f
+ENDATA
+"""
+    path = tmp_path / "all.mps"
+    path.write_text(text)
+    with tv.read(path) as m:
+        m.load()
+        lp = m._session._engine._highs.getLp()
+        sides = zip(lp.row_lower_, lp.row_upper_, strict=True)
+        x, rows = m.getVars(), m.getConstrs()
+        assert x.VarName.tolist() == list("abcdef") and x.VType.tolist() == list("CIBCCC")
+        assert x.LB.tolist() == [-INF, -3, 0, -1.5, 0, 0]
+        assert x.UB.tolist() == [8, 7, 1, -1.5, INF, INF]
+        assert x.Obj.tolist() == [1, -1, 0, 0, 0.5, 0]
+        assert (m.ObjSense, m.ObjOffset) == (TVO.MAXIMIZE, 12.5)
+        assert dict(zip(rows.ConstrName, sides, strict=True)) == {
+            "less": (1.5, 4), "more": (-6, -5), "low": (1, 3), "high": (3, 5), "open": (0, INF),
+            "empty": (0, 0),
+        }  # fmt: skip
+        m.setOption("log", False)
+        m.optimize()
+        assert m.Status in (TVO.Status.UNBOUNDED, TVO.Status.INFEASIBLE_OR_UNBOUNDED)
+        x[4].UB = 10
+        m.optimize()
+        assert m.Objective == pytest.approx(12.5 + 3.6 - 3 + 5)
+        np.testing.assert_allclose(x.X[:5], [3.6, 3, 1, -1.5, 10])
+
+
 def test_names_pass_through_files(tmp_path):
     with tv.Model("blend") as m:
         x = m.addMVar((2, 2), obj=1, name="x y")
