@@ -157,10 +157,13 @@ def renumber(rows, numbers):
 
 def products(rows, values):
     """The sums of coefficient times ``values[id]``, one a row."""
-    sums = np.zeros(rows.count)
+    return sums_by_row(rows, rows.data * values[rows.ids])
+
+
+def sums_by_row(rows, entries):
+    """The sums of what stands at the rows' entries, one a row."""
     row_of = np.repeat(np.arange(rows.count), np.diff(rows.indptr))
-    np.add.at(sums, row_of, rows.data * values[rows.ids])
-    return sums
+    return np.bincount(row_of, entries, rows.count)
 
 
 def without_repeats(rows, columns):

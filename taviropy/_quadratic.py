@@ -22,6 +22,11 @@ class QuadraticTerms:
         self.ids2 = ids2
         self.data = data
 
+    def part(self, first, end):
+        """The terms from number `first` on, before `end`."""
+        part = slice(first, end)
+        return QuadraticTerms(self.ids1[part], self.ids2[part], self.data[part])
+
     def by_column(self, numbers):
         """The terms with ``numbers[id]`` for ids; those of removed variables are left out."""
         if numbers is None:

@@ -136,9 +136,10 @@ class ScipEngine:
         linear, pairs = (store.select(table, 0) for store in model._quadratic_rows)
         linear = rows_by_column(model, linear)
         numbers = column_numbers(model)
+        all_terms, ends = terms_of(pairs), pairs.indptr.tolist()
         lower, upper = _sides(table, "QRHS", "QSense")
         for k, name in enumerate(table.names_of(np.arange(table.placed))):
-            terms = terms_of(_csr.take(pairs, np.array([k]))).by_column(numbers)
+            terms = all_terms.part(ends[k], ends[k + 1]).by_column(numbers)
             expr = Expr(self._linear_terms(linear, k) | self._pair_terms(terms))
             self._scip.addCons(ExprCons(expr, lower[k], upper[k]), name=name)
 
@@ -300,9 +301,8 @@ def _quadratic_values(model, x):
     if not table.placed:
         return np.empty(0)
     linear, pairs = (store.select(table, 0) for store in model._quadratic_rows)
-    numbers = column_numbers(model)
-    values = _csr.products(rows_by_column(model, linear), x)
-    for k in range(table.placed):
-        terms = terms_of(_csr.take(pairs, np.array([k]))).by_column(numbers)
-        values[k] += (terms.data * x[terms.ids1] * x[terms.ids2]).sum()
-    return values
+    numbers, terms = column_numbers(model), terms_of(pairs)
+    # The number of a variable that isn't in the model is -1 or -2.
+    by_id = x if numbers is None else np.append(x, (0.0, 0.0))[numbers]
+    squares = _csr.sums_by_row(pairs, terms.data * by_id[terms.ids1] * by_id[terms.ids2])
+    return squares + _csr.products(rows_by_column(model, linear), x)
