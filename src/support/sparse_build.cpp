@@ -96,7 +96,22 @@ void write_row(const Block& block, const double* values, Py_ssize_t i, Py_ssize_
     });
 }
 
+/// A stack of one matrix: its copy.
+nb::object stack_of_one(nb::handle np, nb::handle sp, Compressed& c) {
+    return with_index(needs_wide({c.nnz, c.major, c.minor}), [&](auto index) {
+        CsrArrays<decltype(index)> made(np, c.major, c.nnz);
+        copy_values(c.data.doubles(np), c.nnz, made.data.begin());
+        with_index(c.wide(), [&](auto in) {
+            using In = decltype(in);
+            copy_values(c.indices.as<In>(), c.nnz, made.indices.begin());
+            copy_values(c.indptr.as<In>(), c.major + 1, made.indptr.begin());
+        });
+        return new_csr(sp, std::move(made), c.major, c.minor);
+    });
+}
+
 nb::object stack(nb::handle np, nb::handle sp, std::deque<Block>& blocks, Py_ssize_t rows) {
+    if (blocks.size() == 1 && !blocks[0].repeated) return stack_of_one(np, sp, blocks[0].c);
     Py_ssize_t cols = 0, nnz = 0;
     std::vector<const double*> values;
     bool repeated = false;
