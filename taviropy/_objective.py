@@ -6,6 +6,7 @@ import math
 
 import numpy as np
 
+from ._attrutil import VARIABLE
 from ._csr import Rows
 from ._exception import TaviroError
 from ._linear import check_coefficients, linear_side
@@ -64,7 +65,7 @@ def _parse_quadratic(model, expr):
             "The objective is nonlinear: add a variable y and the constraint 'y == expression', "
             "and make y the objective",
         )
-    terms = summed_terms(parts)
+    terms = summed_terms(parts, model._first_id(VARIABLE))
     if not len(terms.data):
         return linear, None
     rows = Rows(np.array([0, len(terms.data)]), terms.ids1, terms.data)

@@ -61,12 +61,13 @@ def terms_of(rows):
     )
 
 
-def summed_terms(parts):
+def summed_terms(parts, size):
     """The terms of all parts, arrays (ids1, ids2, data): each pair once, in rising order.
 
-    The smaller id of a pair comes first: the terms are the rows of an upper triangle.
+    The smaller id of a pair comes first: the terms are the rows of an upper triangle. All ids are
+    below `size`.
     """
-    return QuadraticTerms(*sum_pairs([tuple(map(_contiguous, part)) for part in parts]))
+    return QuadraticTerms(*sum_pairs([tuple(map(_contiguous, part)) for part in parts], size))
 
 
 def _contiguous(array):

@@ -270,7 +270,7 @@ def gather_quadratic(
     NDArray[np.float64],
 ]: ...
 def sum_pairs(
-    parts: list[tuple[NDArray[np.int32], NDArray[np.int32], NDArray[np.float64]]], /
+    parts: list[tuple[NDArray[np.int32], NDArray[np.int32], NDArray[np.float64]]], size: int, /
 ) -> tuple[NDArray[np.int32], NDArray[np.int32], NDArray[np.float64]]: ...
 def product_rows(
     model: ModelBase,

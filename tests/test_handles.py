@@ -270,17 +270,18 @@ def test_sum_pairs():
     for ids1, ids2, data in parts:
         np.add.at(dense, (ids1, ids2), data)
     expected = np.triu(dense + np.tril(dense, -1).T)
-    ids1, ids2, data = sum_pairs(parts)
+    ids1, ids2, data = sum_pairs(parts, 40)
     assert (ids1.dtype, ids2.dtype, data.dtype) == (np.int32, np.int32, np.float64)
     np.testing.assert_array_equal(np.argwhere(expected), np.transpose([ids1, ids2]))
     np.testing.assert_array_equal(data, expected[expected != 0])
-    assert all(len(array) == 0 for array in sum_pairs([]))
+    assert all(len(array) == 0 for array in sum_pairs([], 3))
     one = np.zeros(1, np.int32)
     for error, bad in [
         (TypeError, (one, one, one)),
         (TypeError, (one, one)),
         (ValueError, (one, one, np.ones(2))),
         (ValueError, (one, one - 1, np.ones(1))),
+        (ValueError, (one, one + 1, np.ones(1))),
     ]:
         with pytest.raises(error, match="sum_pairs"):
-            sum_pairs([bad])
+            sum_pairs([bad], 1)

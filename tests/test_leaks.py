@@ -123,7 +123,7 @@ OPERATIONS = {
         m._elements(1, [10 ** 6]); m._discard(1, [10 ** 6]); m._numbers(1); m._ids(2, c._constrarr)
         scalars.gather_linear(m, [v, le, 1.0]); scalars.gather_linear(m, [v, qe])
         scalars.gather_quadratic(m, [v, qe, le, 2]); scalars.gather_quadratic(m, [v, "a"])
-        scalars.sum_pairs([(A.indices, A.indices, A.data)]); scalars.sum_pairs([9])
+        scalars.sum_pairs([(A.indices, A.indices, A.data)], 9); scalars.sum_pairs([9], 9)
         util._broadcast_shapes((2, 1), 3); util._broadcast_shapes(2, 3); util._axis_to_axeslist((0, 0), 2)
         util._matmul_shape(2, 3); util._matmul_shape((2, 3), (3, 4)); util._all_refs_match(b, b)
         util._sparse_left_matmul_kernel(A, b, max, sum); util._sparse_left_matmul_kernel(bad, b, max, sum)

@@ -54,98 +54,119 @@ bool by_column(const Entry& a, const Entry& b) { return a.column < b.column; }
 
 /// Sorts entries by column. A symmetric matrix puts two rising runs into a row: its own entries
 /// right of the diagonal, and those below it.
-void sort_entries(Entry* begin, Entry* end) {
-    Entry* second = std::is_sorted_until(begin, end, by_column);
-    if (second == end) return;
-    if (std::is_sorted(second, end, by_column))
-        std::inplace_merge(begin, second, end, by_column);
+void sort_entries(std::vector<Entry>& row) {
+    auto second = std::is_sorted_until(row.begin(), row.end(), by_column);
+    if (second == row.end()) return;
+    if (std::is_sorted(second, row.end(), by_column))
+        std::inplace_merge(row.begin(), second, row.end(), by_column);
     else
-        std::stable_sort(begin, end, by_column);
+        std::stable_sort(row.begin(), row.end(), by_column);
 }
 
-/// Adds up sorted entries of equal column, in place, without what comes out zero; gives the end.
-Entry* summed_entries(Entry* begin, Entry* end, Entry* out) {
-    while (begin != end) {
-        Entry sum = *begin++;
-        while (begin != end && begin->column == sum.column) sum.value += (begin++)->value;
-        if (sum.value != 0.0) *out++ = sum;
+/// A filled array cut to its first items, in place.
+template <class Item>
+Ref first_items(std::unique_ptr<FilledArray<Item>> filled, Py_ssize_t count) {
+    const bool is_longer = filled->buffer.size() > count;
+    Ref array = std::move(filled->array);
+    filled.reset();
+    if (is_longer) {
+        Ref resize = checked(PyObject_GetAttrString(array.get(), "resize"));
+        Ref size = checked(Py_BuildValue("(n)", count));
+        Ref options = checked(Py_BuildValue("{s:O}", "refcheck", Py_False));
+        checked(PyObject_Call(resize.get(), size.get(), options.get()));
     }
-    return out;
+    return array;
 }
 
-/// The terms of all parts as rows of entries, and their number.
+/// The terms of all parts as rows of entries, which become the arrays of the result.
 class Triangle {
   public:
-    explicit Triangle(const std::deque<Part>& parts) : starts_(row_count(parts) + 1, 0) {
+    Triangle(const std::deque<Part>& parts, Py_ssize_t size) : starts_(size + 1, 0) {
+        const auto end = static_cast<uint64_t>(size);
         for (const Part& part : parts)
-            part.each([this](int32_t row, int32_t, double) { ++starts_[row + 1]; });
-        for (std::size_t row = 1; row < starts_.size(); ++row) starts_[row] += starts_[row - 1];
-        entries_ =
-            std::make_unique_for_overwrite<Entry[]>(static_cast<std::size_t>(starts_.back()));
+            part.each([&](int32_t row, int32_t column, double) {
+                if (row < 0 || static_cast<uint64_t>(column) >= end) refuse_pair(row, column, size);
+                ++starts_[row + 1];
+            });
+        for (Py_ssize_t row = 0; row < size; ++row) starts_[row + 1] += starts_[row];
+        columns_ = std::make_unique<FilledArray<int32_t>>("int32", starts_.back());
+        values_ = std::make_unique<FilledArray<double>>("float64", starts_.back());
         std::vector<int64_t> next(starts_.begin(), starts_.end() - 1);
         for (const Part& part : parts)
             part.each([&](int32_t row, int32_t column, double value) {
-                entries_[next[row]++] = {column, value};
+                const int64_t place = next[row]++;
+                columns_->items[place] = column;
+                values_->items[place] = value;
             });
         sum_up();
     }
 
     /// (ids1, ids2, data) as arrays
-    Ref arrays() const {
+    Ref arrays() && {
         const int64_t count = starts_.back();
-        FilledArray<int32_t> rows("int32", count), columns("int32", count);
-        FilledArray<double> data("float64", count);
+        FilledArray<int32_t> rows("int32", count);
         for (std::size_t row = 0; row + 1 < starts_.size(); ++row)
             std::fill(rows.items + starts_[row], rows.items + starts_[row + 1],
                       static_cast<int32_t>(row));
-        for (int64_t k = 0; k < count; ++k) {
-            columns.items[k] = entries_[k].column;
-            data.items[k] = entries_[k].value;
-        }
-        return checked(PyTuple_Pack(3, rows.array.get(), columns.array.get(), data.array.get()));
+        Ref columns = first_items(std::move(columns_), count);
+        Ref values = first_items(std::move(values_), count);
+        return checked(PyTuple_Pack(3, rows.array.get(), columns.get(), values.get()));
     }
 
   private:
-    static std::size_t row_count(const std::deque<Part>& parts) {
-        int32_t smallest = 0, largest = -1;
-        for (const Part& part : parts)
-            part.each([&](int32_t row, int32_t column, double) {
-                smallest = std::min(smallest, row);
-                largest = std::max(largest, column);
-            });
-        if (smallest < 0) raise(PyExc_ValueError, "sum_pairs got the id %d", smallest);
-        return static_cast<std::size_t>(largest) + 1;
+    [[noreturn]] static void refuse_pair(int32_t row, int32_t column, Py_ssize_t size) {
+        raise(PyExc_ValueError, "sum_pairs got the ids %d and %d; they go from 0 to %zd", row,
+              column, size - 1);
     }
 
+    /// Sorts each row, adds up what has the same column and leaves out what comes out zero.
     void sum_up() {
-        Entry* out = entries_.get();
-        int64_t begin = 0;
+        std::vector<Entry> entries;
+        int64_t begin = 0, out = 0;
         for (std::size_t row = 0; row + 1 < starts_.size(); ++row) {
             const int64_t end = starts_[row + 1];
-            sort_entries(entries_.get() + begin, entries_.get() + end);
-            out = summed_entries(entries_.get() + begin, entries_.get() + end, out);
-            starts_[row + 1] = out - entries_.get();
+            entries.clear();
+            for (int64_t k = begin; k < end; ++k)
+                entries.push_back({columns_->items[k], values_->items[k]});
+            sort_entries(entries);
+            for (std::size_t k = 0; k < entries.size();) {
+                Entry sum = entries[k++];
+                while (k < entries.size() && entries[k].column == sum.column)
+                    sum.value += entries[k++].value;
+                if (sum.value == 0.0) continue;
+                columns_->items[out] = sum.column;
+                values_->items[out++] = sum.value;
+            }
+            starts_[row + 1] = out;
             begin = end;
         }
     }
 
     std::vector<int64_t> starts_;  ///< by the smaller id of a pair
-    std::unique_ptr<Entry[]> entries_;
+    std::unique_ptr<FilledArray<int32_t>> columns_;
+    std::unique_ptr<FilledArray<double>> values_;
 };
 
-Ref sum_pairs(PyObject*, PyObject* parts) {
+Ref sum_pairs(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("sum_pairs", nargs, 2, 2);
+    PyObject* parts = args[0];
+    const Py_ssize_t size = PyLong_AsSsize_t(args[1]);
+    if (size == -1 && PyErr_Occurred()) throw PythonError();
+    if (size < 0) raise(PyExc_ValueError, "sum_pairs got the number %zd of variables", size);
     if (!PyList_Check(parts)) raise(PyExc_TypeError, "sum_pairs takes a list of parts");
     std::deque<Part> terms;
     for (Py_ssize_t k = 0; k < PyList_GET_SIZE(parts); ++k)
         terms.emplace_back(PyList_GET_ITEM(parts, k));
-    return Triangle(terms).arrays();
+    return Triangle(terms, size).arrays();
 }
 
 PyMethodDef functions[] = {
-    {"sum_pairs", method<sum_pairs>(), METH_O,
-     "sum_pairs(parts, /)\n--\n\nThe sum of quadratic terms, each pair of variables once and none "
+    {"sum_pairs", method<sum_pairs>(), METH_FASTCALL,
+     "sum_pairs(parts, size, /)\n--\n\nThe sum of quadratic terms, each pair of variables once and "
+     "none "
      "with the coefficient 0.\n\nparts is a list of (ids1 int32, ids2 int32, coeffs float64), "
-     "contiguous arrays. Gives arrays of the\nsame kinds; the smaller id of a pair comes first, "
+     "contiguous arrays; ids are below size. Gives arrays of the\nsame kinds; the smaller id of a "
+     "pair comes first, "
      "and the pairs rise.\n\nTypeError and ValueError for other arrays."},
     {nullptr},
 };

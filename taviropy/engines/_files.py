@@ -183,4 +183,4 @@ def _quadratic_terms(highs):
     columns = np.repeat(np.arange(hessian.dim_, dtype=np.int32), np.diff(starts))
     values = np.array(hessian.value_, np.float64)
     halved = np.where(rows == columns, 0.5 * values, values)
-    return summed_terms([(columns, rows, halved)])
+    return summed_terms([(columns, rows, halved)], hessian.dim_)
