@@ -105,6 +105,12 @@ def _side_of_data(model, operand, unfilled):
     if isinstance(operand, _HIGHER):
         return None
     array = np.asarray(operand)
+    if isinstance(operand, np.ndarray) and np.any(getattr(operand, "mask", False)):
+        raise TaviroError(
+            TVO.Error.ERROR_INVALID_ARGUMENT,
+            f"A constraint can't take a masked array with {np.count_nonzero(operand.mask)} masked "
+            f"entries: leave out their rows, or fill them by filled(value)",
+        )
     is_sequence = isinstance(operand, list | tuple)
     is_matrix = is_sequence or array.ndim > 0
     is_data = is_sequence or not is_matrix or hasattr(operand, "__array__")

@@ -213,6 +213,7 @@ def test_bad_data_in_a_constraint_add_nothing(model):
         for comparison in (
             x <= nan,
             x <= [1, nan, 2],
+            x <= np.ma.array([1.0, 2.0, 3.0], mask=[False, True, False]),
             big @ x <= 1,
             v * inf <= 1,
             v <= nan,
