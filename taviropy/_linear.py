@@ -105,11 +105,12 @@ def _side_of_data(model, operand, unfilled):
     if isinstance(operand, _HIGHER):
         return None
     array = np.asarray(operand)
-    if isinstance(operand, np.ndarray) and np.any(getattr(operand, "mask", False)):
+    masked = np.count_nonzero(getattr(operand, "mask", 0)) if isinstance(operand, np.ndarray) else 0
+    if masked:
         raise TaviroError(
             TVO.Error.ERROR_INVALID_ARGUMENT,
-            f"A constraint can't take a masked array with {np.count_nonzero(operand.mask)} masked "
-            f"entries: leave out their rows, or fill them by filled(value)",
+            f"A constraint can't take an array with {masked} masked entries: leave their rows out, "
+            f"or fill them by filled(value)",
         )
     is_sequence = isinstance(operand, list | tuple)
     is_matrix = is_sequence or array.ndim > 0
