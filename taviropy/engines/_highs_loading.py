@@ -203,7 +203,8 @@ class LiveHighs:
         terms = model._objective.quadratic.by_column(column_numbers(model))
         starts = np.zeros(self._columns + 1, np.int32)
         np.cumsum(np.bincount(terms.ids1, minlength=self._columns), out=starts[1:])
-        values = np.where(terms.ids1 == terms.ids2, 2.0 * terms.data, terms.data)
+        values = terms.data.copy()
+        values[terms.ids1 == terms.ids2] *= 2.0
         self._do(
             self._highs.passHessian,
             self._columns,
