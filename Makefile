@@ -2,7 +2,7 @@
 PYTHON ?= python3.12
 VENV := .venv
 PY := $(VENV)/bin/python
-SOURCES := pyproject.toml CMakeLists.txt $(shell find src siblings taviropy -type f -not -path '*/__pycache__/*')
+SOURCES := pyproject.toml CMakeLists.txt $(shell find native taviropy -type f -not -path '*/__pycache__/*')
 
 .PHONY: demo examples test check format sanitize bench docs clean
 

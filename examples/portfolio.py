@@ -35,7 +35,7 @@ least = m.addConstr(mu @ x >= 0, name="return")
 m.setObjective(mu @ x, sense="max")
 m.optimize()
 highest = m.Objective
-m.setObjective(x @ sigma @ x)
+m.setObjective(x @ sigma @ x, sense="min")
 m.optimize()
 lowest = mu @ x.X
 

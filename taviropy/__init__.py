@@ -25,7 +25,7 @@ from ._core import (
     TempConstr,
     Var,
 )
-from ._exception import TaviroError
+from ._exception import NumericsWarning, TaviroError
 from ._functions import abs, cos, exp, log, sin, sqrt, tan
 from ._tvo import TVO
 
@@ -43,6 +43,7 @@ __all__ = [
     "LinExpr",
     "Model",
     "NLExpr",
+    "NumericsWarning",
     "QConstr",
     "QuadExpr",
     "TaviroError",
@@ -98,6 +99,6 @@ def read(path: "str | PathLike[str]") -> Model:
       its RHS; the lower side is kept until Sense of the row is set. FileNotFoundError for a
       missing file, TaviroError for one that can't be read or that holds semi-continuous variables.
     """
-    from .engines._files import read_file
+    from .files.highs_files import read_file
 
     return read_file(path)

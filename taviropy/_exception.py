@@ -20,3 +20,11 @@ class TaviroError(Exception):
 
     def __str__(self) -> str:
         return self.message or super().__str__()
+
+
+class NumericsWarning(UserWarning):
+    """Data that an engine can't take as they are: it leaves them out or takes them for infinite.
+
+    The text names the constraint and the variable. ``warnings.simplefilter("error",
+    taviropy.NumericsWarning)`` makes an error of it.
+    """

@@ -1,26 +1,28 @@
-"""The model: variables, constraints and an objective, handed to a solver as arrays.
+"""The public model: its methods and what they promise. The work is done by the model's data and by
+the session with its engine.
 
-What is added to a model and removed from it stands here, what it is asked for in `_model_state`,
-update(), load(), optimize() and the like in `_model_solving`.
+Nothing of the package stands among the attributes of a Model's own: those belong to the user.
 """
 
 from __future__ import annotations
 
 from sys import getrefcount, version_info
 
-from ._attrutil import VARIABLE
-from ._model_solving import SolvableModel
-from ._model_state import COUNTS
-from ._scalars import Constr, TempConstr, holds_left_alone
+from . import _attrutil
+from ._scalars import ModelShell, TempConstr, attach, data_of
+from .data.attributes import LINEAR, MODEL, VARIABLE
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
-    from typing import Any
+    from os import PathLike
+    from typing import Any, NoReturn, Self
 
     from numpy.typing import ArrayLike
 
-    from ._matrixapi import MVar
-    from ._scalars import Var
+    from ._matrixapi import MConstr, MVar
+    from ._scalars import Constr, Var
+    from .data.check import Check
+    from .data.model_data import ModelData
 
 _INF = float("inf")
 # What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
@@ -28,15 +30,16 @@ _INF = float("inf")
 _REFERENCES_TO_LONE = 2 if version_info < (3, 14) else 0
 
 
-class Model(SolvableModel):
+class Model(ModelShell):
     """
     PURPOSE:
       An optimization model: variables with bounds, constraints, an objective.
 
     ARGUMENTS:
       name (str): name of the model, the attribute ModelName.
-      engine (str): "highs" for linear, mixed-integer and convex quadratic models, "scip" for all
-        others, or "auto", which takes HiGHS where it can and SCIP where it must.
+      engine (str): "highs" for linear, mixed-integer and convex quadratic models, "clarabel" for
+        linear models and convex quadratic objectives and constraints, "scip" for all others, or
+        "auto", which takes what proves its answer: the first of these that can.
 
     EXAMPLE:
       with tv.Model("diet") as m:
@@ -52,23 +55,18 @@ class Model(SolvableModel):
     """
 
     def __init__(self, name: str = "", engine: str = "auto") -> None:
-        from . import _build
+        from .data.model_data import ModelData
+        from .session import Session
 
-        super().__init__()
-        if engine not in ("auto", "highs", "scip"):
-            raise ValueError(f"There is no engine {engine!r}: use 'auto', 'highs' or 'scip'")
-        self.__dict__.update(_build.new_state(str(name), engine), _build=_build)
+        data = ModelData(str(name))
+        data.session = Session(engine)
+        data.new_shell = _around
+        attach(self, data)
 
     def __repr__(self) -> str:
-        if self._closed:
-            return "<taviropy.Model (closed)>"
-        counts = ", ".join(f"{self._tables[k].placed} {n[3:]}" for n, k in COUNTS.items())
-        waiting = sum(table.size - table.placed for table in self._tables.values())
-        waiting += len(self._row_buffer)
-        more = f", {waiting} awaiting update" if waiting else ""
-        return f"<taviropy.Model {self._name!r}: {counts}{more}>"
+        return data_of(self).text()
 
-    def __enter__(self) -> Model:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(self, *exc_info: object) -> None:
@@ -107,10 +105,7 @@ class Model(SolvableModel):
         NOTES:
           TaviroError for NaN, an infinite cost or an unknown type: nothing is added then.
         """
-        if self._closed:
-            self._refuse_closed()
-        self._build.add_var(self, lb, ub, obj, vtype, name)
-        return self._new_element(VARIABLE)
+        return data_of(self).add_var(lb, ub, obj, vtype, name)
 
     def addMVar(
         self,
@@ -143,9 +138,7 @@ class Model(SolvableModel):
           ValueError for a bad shape or data that don't broadcast, TaviroError as for addVar;
           nothing is added then.
         """
-        if self._closed:
-            self._refuse_closed()
-        return self._build.add_mvar(self, shape, lb, ub, obj, vtype, name)
+        return data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
 
     # Constraints
 
@@ -175,31 +168,17 @@ class Model(SolvableModel):
           ValueError where the shapes don't broadcast; TaviroError for NaN, infinite coefficients,
           variables of another model or removed ones. Nothing is added then.
         """
-        if self._closed:
-            self._refuse_closed()
-        if type(name) is str:
-            made = self._row_buffer.append(self, constr)
-            if made is not None:
-                if name:
-                    self._build.name_rows(self, made, name)
-                return made if type(made) is Constr else self._build.MConstr(made)
+        data = data_of(self)
         if type(constr) is not TempConstr:
-            raise TypeError(
-                f"addConstr needs a comparison of expressions such as 'A @ x <= b', not "
-                f"{type(constr).__name__}"
-                + (
-                    ": Python decided the comparison itself, as it does between plain values, and "
-                    "for an MNLExpr with anything but an MVar; write 'y == x ** 3' with an MVar y"
-                    if isinstance(constr, bool)
-                    else ""
-                )
-            )
-        alone = (
-            getrefcount(constr) == _REFERENCES_TO_LONE
-            and type(constr.lhs) is self._build.MLinExpr
-            and holds_left_alone(constr)
-        )
-        return self._build.add_constr(self, constr, name, alone)
+            _refuse_constr(constr)
+        if type(name) is str:
+            made = data.buffer_rows(constr, name)
+            if made is not None:
+                return made
+        from .data.constraints import add_constr
+
+        is_lone = getrefcount(constr) == _REFERENCES_TO_LONE
+        return add_constr(data, constr, name, is_lone)
 
     def addGenConstrNL(self, resvar: Var | MVar, expr: object, name: str | ArrayLike = "") -> Any:
         """
@@ -223,11 +202,9 @@ class Model(SolvableModel):
         NOTES:
           The same as addConstr(y == x ** 3). Errors as for addConstr.
         """
-        if self._closed:
-            self._refuse_closed()
-        from ._general import add_nonlinear
+        from .data.constraints import add_nonlinear
 
-        return add_nonlinear(self, resvar, expr, name)
+        return add_nonlinear(data_of(self), resvar, expr, name)
 
     def addGenConstrIndicator(
         self,
@@ -258,23 +235,23 @@ class Model(SolvableModel):
         NOTES:
           TaviroError where a variable isn't binary; otherwise errors as for addConstr.
         """
-        if self._closed:
-            self._refuse_closed()
-        from ._general import add_indicator
+        from .data.constraints import add_indicator
 
-        return add_indicator(self, binvar, binval, constr, name)
+        return add_indicator(data_of(self), binvar, binval, constr, name)
 
-    def setObjective(self, expr: object, sense: str | int = "min") -> None:
+    def setObjective(self, expr: object, sense: str | int | None = None) -> None:
         """
         ROUTINE:
-          setObjective(expr, sense="min")
+          setObjective(expr, sense=None)
 
         PURPOSE:
-          Set the objective; it replaces the costs of all variables and the offset.
+          Set the objective; it replaces the costs of all variables, also those that obj= of
+          addVar and addMVar gave, and the offset.
 
         ARGUMENTS:
           expr: a number, or a linear or quadratic expression, scalar or matrix with one element.
-          sense (str): "min" or "max"; TVO.MINIMIZE and TVO.MAXIMIZE are accepted as well.
+          sense (str): "min" or "max"; TVO.MINIMIZE and TVO.MAXIMIZE are accepted as well. None
+            keeps the model's sense, which is "min" at first.
 
         EXAMPLE:
           m.setObjective(c @ x + 10, "max")
@@ -284,9 +261,7 @@ class Model(SolvableModel):
           ValueError for an array of several elements or an unknown sense, TaviroError as for
           addConstr; the objective stays as it was then.
         """
-        if self._closed:
-            self._refuse_closed()
-        self._build.set_objective(self, expr, sense)
+        data_of(self).set_objective(expr, sense)
 
     # Removal
 
@@ -310,6 +285,291 @@ class Model(SolvableModel):
           removed variable leaves the linear and quadratic expressions that it stood in.
           Removing an element again does nothing. TaviroError for elements of another model.
         """
-        if self._closed:
-            self._refuse_closed()
-        self._build.remove(self, obj)
+        data_of(self).remove(obj)
+
+    # Elements
+
+    def getVars(self) -> MVar:
+        """
+        ROUTINE:
+          getVars()
+
+        PURPOSE:
+          All variables in the model, for instance of one that was read from a file.
+
+        RETURN VALUE:
+          An MVar of shape (NumVars,), in order of the columns.
+        """
+        from ._matrixapi import MVar
+
+        return MVar(data_of(self).in_place(VARIABLE))
+
+    def getConstrs(self) -> MConstr:
+        """
+        ROUTINE:
+          getConstrs()
+
+        PURPOSE:
+          All linear constraints in the model.
+
+        RETURN VALUE:
+          An MConstr of shape (NumConstrs,), in order of the rows.
+        """
+        from ._matrixapi import MConstr
+
+        return MConstr(data_of(self).in_place(LINEAR))
+
+    def getVarByName(self, name: str) -> Var | None:
+        """
+        ROUTINE:
+          getVarByName(name)
+
+        PURPOSE:
+          Find a variable by its name.
+
+        RETURN VALUE:
+          The first Var in the model with this VarName, or None.
+
+        NOTES:
+          Looks through all names; to find many, build a dictionary over getVars().
+        """
+        found: Var | None = data_of(self).by_name(VARIABLE, name)
+        return found
+
+    def getConstrByName(self, name: str) -> Constr | None:
+        """
+        ROUTINE:
+          getConstrByName(name)
+
+        PURPOSE:
+          Find a linear constraint by its name.
+
+        RETURN VALUE:
+          The first Constr in the model with this ConstrName, or None.
+        """
+        found: Constr | None = data_of(self).by_name(LINEAR, name)
+        return found
+
+    # Attributes
+
+    def getAttr(self, attrname: str) -> Any:
+        """
+        ROUTINE:
+          getAttr(attrname)
+
+        PURPOSE:
+          Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
+          NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
+          SolveTime.
+
+        NOTES:
+          AttributeError for another name; TaviroError for Objective and Bound without a solution.
+        """
+        if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
+            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+        return data_of(self).read_own(attrname)
+
+    def setAttr(self, attrname: str, value: object) -> None:
+        """
+        ROUTINE:
+          setAttr(attrname, value)
+
+        PURPOSE:
+          Set ModelName, ObjSense ("min", "max", 1 or -1) or ObjOffset.
+
+        NOTES:
+          AttributeError for another name, TaviroError for a value that doesn't fit.
+        """
+        kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
+        if kind != MODEL:
+            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+        if not settable:
+            raise AttributeError(f"Attribute '{attrname}' cannot be set")
+        data_of(self).write_own(attrname, value)
+
+    def __getattr__(self, name: str) -> Any:
+        if name[:1] == "_":
+            raise AttributeError(f"'taviropy.Model' object has no attribute '{name}'")
+        return self.getAttr(name)
+
+    def __setattr__(self, name: str, value: object) -> None:
+        if name[:1] == "_":
+            super().__setattr__(name, value)
+        else:
+            self.setAttr(name, value)
+
+    def __dir__(self) -> list[str]:
+        return sorted({*super().__dir__(), *_attrutil._attrlist(self, MODEL)})
+
+    # Solving
+
+    def update(self) -> None:
+        """
+        ROUTINE:
+          update()
+
+        PURPOSE:
+          Let waiting additions and removals take effect.
+        """
+        data_of(self).update()
+
+    def load(self) -> None:
+        """
+        ROUTINE:
+          load()
+
+        PURPOSE:
+          Hand the model to the engine without solving it. The status becomes LOADED.
+
+        NOTES:
+          After a solve only what changed is handed over, and the engine goes on from the basis
+          that it has. TaviroError where the engine can't take the model.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.load(data)
+
+    def optimize(self) -> None:
+        """
+        ROUTINE:
+          optimize()
+
+        PURPOSE:
+          Solve the model. The outcome is the attribute Status, one of TVO.Status.
+
+        NOTES:
+          The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
+          ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
+          read. TaviroError where the engine can't take the model.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.solve(data)
+
+    def check(self, tolerance: float = 1e-5) -> Check:
+        """
+        ROUTINE:
+          check(tolerance=1e-5)
+
+        PURPOSE:
+          How far the last solution is from answering the model, computed from the model's own data
+          as they are now, whatever the engine said.
+
+        ARGUMENTS:
+          tolerance (float): the largest violation that passes, relative to the side that is missed
+            where that is above one.
+
+        RETURN VALUE:
+          A Check: true where all holds, printed as a table of the largest violation of each kind
+          and its place. check["rows"].size and .name give one of them, check.worst the largest.
+
+        EXAMPLE:
+          m.optimize()
+          print(m.check())
+
+        NOTES:
+          Bounds, integrality, linear, quadratic, nonlinear and indicator constraints; where there
+          are dual values, complementarity and the duality gap as well. TaviroError where there is
+          no solution, or variables that it doesn't hold.
+        """
+        from .data.check import check_solution
+
+        data = data_of(self)
+        data.check_open()
+        return check_solution(data, tolerance)
+
+    def write(self, path: str | PathLike[str]) -> None:
+        """
+        ROUTINE:
+          write(path)
+
+        PURPOSE:
+          Write the model to a file; the ending tells the format.
+
+        ARGUMENTS:
+          path (str or path): a name that ends in ".mps" or ".lp"; for models of the engine SCIP
+            also ".cip".
+
+        NOTES:
+          TaviroError where the file can't be written. White space in names becomes "_". The LP
+          format has no room for names such as "x[0,1]": there they become "x(0,1)", and a name
+          that begins as a number or a keyword does gets "_" in front. A variable without cost,
+          constraints and bounds of its own is not written to LP files.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.write(data, path)
+
+    def setOption(self, name: str, value: object) -> None:
+        """
+        ROUTINE:
+          setOption(name, value)
+
+        PURPOSE:
+          Set an option of the solver.
+
+        ARGUMENTS:
+          name (str): "timeLimit" (seconds a solve), "gap" (relative gap of mixed-integer models),
+            "threads", "seed", "log" (bool), or an option by the engine's own name, such as
+            "presolve" of HiGHS or "limits/nodes" of SCIP.
+          value: a value of the option's type.
+
+        EXAMPLE:
+          m.setOption("timeLimit", 60)
+
+        NOTES:
+          TaviroError for an unknown name or a value that doesn't fit.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.set_option(data, name, value)
+
+    def getOption(self, name: str) -> object:
+        """
+        ROUTINE:
+          getOption(name)
+
+        PURPOSE:
+          The value of an option, as setOption takes it.
+
+        RETURN VALUE:
+          What was set; otherwise the default of the package's own options, and None for those of
+          an engine, which keeps its own default then.
+
+        NOTES:
+          TaviroError for an unknown name.
+        """
+        data = data_of(self)
+        data.check_open()
+        return data.session.options.get(name)
+
+    def close(self) -> None:
+        """
+        ROUTINE:
+          close()
+
+        PURPOSE:
+          Release the engine and the model's data. Closing twice does no harm; any other use of a
+          closed model is a TaviroError.
+        """
+        data_of(self).close()
+
+
+def _around(data: ModelData) -> Model:
+    """A new Model round the data of one that the user has dropped, while handles hold them."""
+    model = Model.__new__(Model)
+    attach(model, data)
+    return model
+
+
+def _refuse_constr(constr: object) -> NoReturn:
+    raise TypeError(
+        f"addConstr needs a comparison of expressions such as 'A @ x <= b', not "
+        f"{type(constr).__name__}"
+        + (
+            ": Python decided the comparison itself, as it does between plain values, and for '==' "
+            "between an MNLExpr and a number; write 'y == x ** 3' with an MVar or Var y"
+            if isinstance(constr, bool)
+            else ""
+        )
+    )

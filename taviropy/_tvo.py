@@ -2,7 +2,10 @@
 
 
 class _Code(int):
-    """An integer constant that prints as its name: ``TVO.Status.OPTIMAL``."""
+    """An integer constant that prints as its name, and equals it: ``m.Status == "OPTIMAL"``.
+
+    It hashes as the integer, so that texts don't find it in a dictionary.
+    """
 
     _name: str
 
@@ -10,6 +13,16 @@ class _Code(int):
         self = super().__new__(cls, value)
         self._name = name
         return self
+
+    def __eq__(self, other: object) -> bool:
+        if isinstance(other, str):
+            return str(self) == other
+        return int.__eq__(self, other)
+
+    def __ne__(self, other: object) -> bool:
+        return not self == other
+
+    __hash__ = int.__hash__
 
     def __repr__(self) -> str:
         return "TVO." + self._name
@@ -45,6 +58,7 @@ class TVO:
         ENGINE_FAILED = _Code(5, "Error.ENGINE_FAILED")
         MODEL_CLOSED = _Code(6, "Error.MODEL_CLOSED")
         FILE = _Code(7, "Error.FILE")
+        MODEL_BUSY = _Code(8, "Error.MODEL_BUSY")
 
     ERROR_INVALID_ARGUMENT = Error.ERROR_INVALID_ARGUMENT
 

@@ -7,6 +7,9 @@ their values, and nothing of them is shared with the result.
 
 import operator
 import warnings
+from decimal import Decimal
+from fractions import Fraction
+from numbers import Number
 
 import numpy as np
 import pytest
@@ -55,6 +58,8 @@ class Operands:
         return {
             "int": lambda: 3, "float": lambda: -0.5, "bool": lambda: True,
             "float64": lambda: np.float64(0.25), "int32": lambda: np.int32(-2),
+            "Fraction": lambda: Fraction(3, 4), "Decimal": lambda: Decimal("-1.5"),
+            "longdouble": lambda: np.longdouble(0.5), "bool_": lambda: np.True_,
             "Var": lambda: self.var, "LinExpr": lambda: scalar_linear,
             "QuadExpr": lambda: self.var * self.var + scalar_linear,
             "NLExpr": lambda: tv.NLExpr(tv.MVar.fromvar(self.var).nl.item()._root),
@@ -88,7 +93,8 @@ class Operands:
         return operand.toarray() if sp.issparse(operand) else np.asarray(operand, dtype=float)
 
 
-SCALARS = ["int", "float", "bool", "float64", "int32", "Var", "LinExpr", "QuadExpr", "NLExpr"]
+SCALARS = ["int", "float", "bool", "float64", "int32", "Fraction", "Decimal", "longdouble", "bool_",
+           "Var", "LinExpr", "QuadExpr", "NLExpr"]  # fmt: skip
 EVERYWHERE = ["array", "MVar", "MLinExpr", "MLinExpr full"]
 SOMEWHERE = ["ints", "float32", "fortran", "bools", "strided", "MQuadExpr", "MNLExpr"]
 SPARSE = ["csr", "coo", "csc_array", "lil"]
@@ -98,7 +104,7 @@ TABLE = (
     + [(kind, shape) for kind in SOMEWHERE for shape in SOME_SHAPES]
     + [(kind, shape) for kind in SPARSE for shape in SHAPES if len(shape) == 2]
 )
-NUMBERS = (int, float, np.generic)
+NUMBERS = (int, float, np.generic, Number)
 SCALAR_OBJECTS = (tv.Var, tv.LinExpr, tv.QuadExpr, tv.NLExpr)
 
 

@@ -1,4 +1,4 @@
-"""ModelBase: numbering and removal; handles; and the gathering of expressions to arrays."""
+"""ModelCore: numbering and removal; handles; and the gathering of expressions to arrays."""
 
 import gc
 import numbers
@@ -10,12 +10,12 @@ from hypothesis import given
 from hypothesis import strategies as st
 
 import taviropy as tv
-from taviropy._scalars import ModelBase, gather_linear, gather_quadratic, sum_pairs
+from taviropy._scalars import ModelCore, gather_linear, gather_quadratic, sum_pairs
 
 INVALID, GONE = tv.TVO.Error.ERROR_INVALID_ARGUMENT, tv.TVO.Error.NOT_IN_MODEL
 
 
-class Model(ModelBase):
+class Model(ModelCore):
     pass
 
 
@@ -42,80 +42,80 @@ def test_numbering_follows_a_plain_list(steps):
     m, placed, waiting, marked = Model(), [], [], set()
     for step, what in steps:
         if step == "new":
-            first = m._first_id(1)
-            made = m._new_elements(1, what)
+            first = m.numbering(1).next_id()
+            made = m.new_elements(1, what)
             assert [v._colno for v in made] == [-1] * what
             waiting += range(first, first + what)
         elif step == "discard":
             ids = what & (set(placed + waiting) - marked)
-            m._discard(1, np.array(sorted(ids), dtype=np.int32))
+            m.numbering(1).discard(np.array(sorted(ids), dtype=np.int32))
             marked |= ids
         else:
             before = placed + waiting
-            kept = m._settle(1)
+            kept = m.numbering(1).settle()
             assert (kept is None) == (not marked)
             placed, waiting = [k for k in before if k not in marked], []
             if kept is not None:
                 assert [before[k] for k in kept] == placed
             marked = set()
-        numbers = m._numbers(1)
-        assert numbers.dtype == np.int32 and len(numbers) == m._first_id(1)
+        numbers = m.numbering(1).numbers(np.arange(m.numbering(1).next_id()))
+        assert numbers.dtype == np.int32 and len(numbers) == m.numbering(1).next_id()
         for k, number in enumerate(numbers):
             expected = placed.index(k) if k in placed else -1 if k in waiting else -2
             assert number == expected
-        if m._all_in_place(1):
+        if m.numbering(1).all_in_place():
             assert placed == list(range(len(placed)))
-    assert [v._colno for v in m._elements(1, np.arange(len(numbers)) if steps else [])] == (
+    assert [v._colno for v in m.elements(1, np.arange(len(numbers)) if steps else [])] == (
         list(numbers) if steps else []
     )
 
 
 def test_discard_marks_once():
     m = Model()
-    m._new_elements(2, 4)
-    m._settle(2)
-    m._discard(2, [3])
-    m._discard(2, [3, 3])
+    m.new_elements(2, 4)
+    m.numbering(2).settle()
+    m.numbering(2).discard([3])
+    m.numbering(2).discard([3, 3])
     with pytest.raises(IndexError, match="no element has the id 9: there are 4"):
-        m._discard(2, [0, 9])
-    np.testing.assert_array_equal(m._settle(2), [0, 1, 2])
-    m._discard(2, [3])  # gone, and nothing more happens
-    assert m._settle(2) is None and m._first_id(1) == 0
+        m.numbering(2).discard([0, 9])
+    np.testing.assert_array_equal(m.numbering(2).settle(), [0, 1, 2])
+    m.numbering(2).discard([3])  # gone, and nothing more happens
+    assert m.numbering(2).settle() is None and m.numbering(1).next_id() == 0
     with pytest.raises(ValueError, match="no kind 3"):
-        m._settle(3)
+        m.numbering(3).settle()
 
 
 def test_ids_of_arrays_lists_and_handles():
     m = Model()
-    a = m._new_elements(1, (2, 3, 4))
+    a = m.new_elements(1, (2, 3, 4))
     assert a.dtype == object and a.shape == (2, 3, 4)
     ids = np.arange(24).reshape(a.shape)
     for key in (np.s_[...], np.s_[:, ::-1, ::2], np.s_[1, 1, 1:1], np.s_[0, 0, 0]):
-        found = m._ids(1, a[key])
+        found = m.ids(1, a[key])
         assert found.dtype == np.int32 and found.ndim == 1
         np.testing.assert_array_equal(found, ids[key].ravel())
-    np.testing.assert_array_equal(m._ids(1, a.T), ids.T.ravel())
-    np.testing.assert_array_equal(m._ids(1, a.reshape(24)[::-5]), ids.reshape(24)[::-5])
-    assert m._ids(1, [a[0, 1, 1], a[0, 0, 0]]).tolist() == [5, 0]
-    assert m._new_elements(1, ()).shape == () and m._new_elements(1, 0).size == 0
+    np.testing.assert_array_equal(m.ids(1, a.T), ids.T.ravel())
+    np.testing.assert_array_equal(m.ids(1, a.reshape(24)[::-5]), ids.reshape(24)[::-5])
+    assert m.ids(1, [a[0, 1, 1], a[0, 0, 0]]).tolist() == [5, 0]
+    assert m.new_elements(1, ()).shape == () and m.new_elements(1, 0).size == 0
 
 
 def test_ids_refuse():
     m, other = Model(), Model()
-    v, w, c = m._new_element(1), other._new_element(1), m._new_element(2)
+    v, w, c = m.new_element(1), other.new_element(1), m.new_element(2)
     for error, words, elements in [
         (TypeError, "element 1 is of type 'taviropy._core.Constr'", [v, c]),
         (TypeError, "element 0 is of type 'NoneType'", np.empty(1, dtype=object)),
         (TypeError, "buffer format 'd'", np.ones(2)),
     ]:
         with pytest.raises(error, match=words):
-            m._ids(1, elements)
+            m.ids(1, elements)
     with refused(INVALID, "Element 1, .*another model"):
-        m._ids(1, [v, w])
-    m._discard(1, m._ids(1, v))
-    m._settle(1)
+        m.ids(1, [v, w])
+    m.numbering(1).discard(m.ids(1, v))
+    m.numbering(1).settle()
     with refused(GONE, "Element 0, .*was removed"):
-        m._ids(1, v)
+        m.ids(1, v)
 
 
 # Handles
@@ -124,13 +124,13 @@ def test_ids_refuse():
 def test_equality_goes_by_element():
     m, other = Model(), Model()
     for kind in (1, 2, 4, 5):
-        a, b = m._new_elements(kind, 2)
-        twin = m._elements(kind, [0])[0]
+        a, b = m.new_elements(kind, 2)
+        twin = m.elements(kind, [0])[0]
         assert a is not twin and bool(a == twin) and hash(a) == hash(twin)
-        for different in (b, other._new_element(kind)):
+        for different in (b, other.new_element(kind)):
             assert bool(a == different) is False
         assert len({a, b, twin}) == 2
-    c, d = m._new_element(2), m._new_element(4)
+    c, d = m.new_element(2), m.new_element(4)
     assert c != d and c != 1 and c != m
 
 
@@ -166,7 +166,7 @@ def test_attributes_of_handles():
 def test_handle_and_elements_outlive_and_release_the_model():
     m = Model()
     m.extra = 1
-    alive, v, capsule = weakref.ref(m), m._new_element(1), m._handle
+    alive, v, capsule = weakref.ref(m), m.new_element(1), m.handle
     e = 2 * v
     del m, v
     assert alive() is not None and e.vars[0]._colno == -1
@@ -192,7 +192,7 @@ def terms(ptr, *columns):
 
 def test_gather_linear():
     m = Model()
-    x, y = m._new_elements(1, 2)
+    x, y = m.new_elements(1, 2)
     exprs = np.empty((2, 3), dtype=object)
     exprs[...] = [[2 * x + y + 1, 3, x], [tv.LinExpr(), np.float32(0.5), y + y]]
     indptr, ids, coeffs, constants = gather_linear(m, exprs[:, ::-1])
@@ -207,7 +207,7 @@ def test_gather_linear():
 
 def test_gather_quadratic():
     m = Model()
-    x, y = m._new_elements(1, 2)
+    x, y = m.new_elements(1, 2)
     found = gather_quadratic(m, [x * y - 2 * y * y + x + 4, 2 * x, 7, y])
     assert terms(*found[:4]) == [[(0, 1, 1.0), (1, 1, -2.0)], [], [], []]
     assert terms(*found[4:7]) == [[(0, 1.0)], [(0, 2.0)], [], [(1, 1.0)]]
@@ -216,9 +216,9 @@ def test_gather_quadratic():
 
 def test_gather_refuses():
     m, other = Model(), Model()
-    x, foreign, gone = m._new_element(1), other._new_element(1), m._new_element(1)
-    m._discard(1, [1])
-    m._settle(1)
+    x, foreign, gone = m.new_element(1), other.new_element(1), m.new_element(1)
+    m.numbering(1).discard([1])
+    m.numbering(1).settle()
 
     for gather in (gather_linear, gather_quadratic):
         with pytest.raises(TypeError, match="expression 1 is of type 'str'"):
@@ -240,7 +240,7 @@ def test_gather_refuses():
 def test_a_list_that_changes_while_it_is_gathered():
     """A number may run Python code when it is converted."""
     m = Model()
-    x = m._new_element(1)
+    x = m.new_element(1)
 
     class Number(numbers.Number):
         def __init__(self, action):

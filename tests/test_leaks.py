@@ -5,48 +5,18 @@ TAVIROPY_LEAK_REPEATS sets how often (10,000 shows more than the default and tak
 
 import contextlib
 import copy
-import ctypes
-import gc
 import os
-import sys
 import warnings
 
 import numpy as np
 import pytest
 import scipy.sparse as sp
+from heap import heap
 
 import taviropy as tv
+from taviropy._scalars import data_of
 
 REPEATS = int(os.environ.get("TAVIROPY_LEAK_REPEATS", "400"))
-
-
-class _Mallinfo(ctypes.Structure):
-    _fields_ = [
-        (name, ctypes.c_size_t)
-        for name in [
-            "arena",
-            "ordblks",
-            "smblks",
-            "hblks",
-            "hblkhd",
-            "usmblks",
-            "fsmblks",
-            "uordblks",
-            "fordblks",
-            "keepcost",
-        ]
-    ]
-
-
-def heap():
-    """Blocks of Python's allocator, and bytes in use of the C heap where that can be read."""
-    gc.collect()
-    with contextlib.suppress(AttributeError):
-        mallinfo2 = ctypes.CDLL(None).mallinfo2
-        mallinfo2.restype = _Mallinfo
-        info = mallinfo2()
-        return sys.getallocatedblocks(), info.uordblks + info.hblkhd
-    return sys.getallocatedblocks(), 0
 
 
 def scope():
@@ -64,7 +34,7 @@ def scope():
     bad.data, bad.indices = np.ones(3), np.array([0, 9, 1], dtype=np.int32)
     bad.indptr = np.array([0, 1, 2, 3, 3], dtype=np.int32)
     return {
-        "tv": tv, "np": np, "sp": sp, "copy": copy, "m": m, "x": x, "y": y, "X": X, "v": v, "A": A,
+        "d": data_of(m), "tv": tv, "np": np, "sp": sp, "copy": copy, "m": m, "x": x, "y": y, "X": X, "v": v, "A": A,
         "D": A.toarray(), "b": np.arange(4.0), "c": c, "bad": bad, "le": 2 * v + 1, "qe": v * v + v,
         "scalars": tv._scalars, "util": tv._util,
         "e": A @ x + 1.0, "full": (A @ x + 1.0)._to_full(), "mask": np.array([True, False, True, True]),
@@ -115,14 +85,15 @@ OPERATIONS = {
         le.copy().__iadd__(qe); qe.copy().__iadd__(qe); qe.copy().__itruediv__(0); v ** b; le * A""",
     "trees": """
         v / v; abs(v); np.exp(le); tv.NLExpr(qe); tv.NLExpr("a"); str(v / le); (v ** v).getValue()
-        (v / le)._root._flat(); (v / le)._root.children; (v / v).__iadd__(1); (v / v).__ipow__(2)
+        (v / le)._root.children; (v / v).__iadd__(1); (v / v).__ipow__(2)
         (v / v)._root._from_plus(v); tv.NLExpr._from_plus(v / v, 1); (v / v)._root._from_function("a", 1)
         setattr(v / v, "_root", 1); tv.NLExpr._coerce_to_exprtree(None); np.log(v) / b""",
     "the layer below": """
-        m._ids(1, x._vararr); m._ids(1, [v, 1]); m._ids(1, x._vararr[::-2]); m._elements(1, [0, 1])
-        m._elements(1, [10 ** 6]); m._discard(1, [10 ** 6]); m._numbers(1); m._ids(2, c._constrarr)
-        scalars.gather_linear(m, [v, le, 1.0]); scalars.gather_linear(m, [v, qe])
-        scalars.gather_quadratic(m, [v, qe, le, 2]); scalars.gather_quadratic(m, [v, "a"])
+        d.ids(1, x._vararr); d.ids(1, [v, 1]); d.ids(1, x._vararr[::-2]); d.elements(1, [0, 1])
+        d.elements(1, [10 ** 6]); d.numbering(1).discard([10 ** 6]); d.numbering(1).numbers([0]); d.ids(2, c._constrarr)
+        scalars.gather_linear(d, [v, le, 1.0]); scalars.gather_linear(d, [v, qe])
+        scalars.gather_quadratic(d, [v, qe, le, 2]); scalars.gather_quadratic(d, [v, "a"])
+        scalars.gather_trees(d, [(v / le)._root]); scalars.gather_trees(d, [(v / le)._root, 1]); v._cmodel
         scalars.sum_pairs([(A.indices, A.indices, A.data)], 9); scalars.sum_pairs([9], 9)
         util._broadcast_shapes((2, 1), 3); util._broadcast_shapes(2, 3); util._axis_to_axeslist((0, 0), 2)
         util._matmul_shape(2, 3); util._matmul_shape((2, 3), (3, 4)); util._all_refs_match(b, b)

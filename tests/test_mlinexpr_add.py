@@ -98,7 +98,9 @@ def test_refused_in_place_sums_change_nothing(m, x, form, other):
     with pytest.raises((ValueError, TypeError)):
         expr += other
     assert content(expr) == before
-    for wrong in (2 * m.addMVar((2, 3)), 2 * m.addMVar((2, 1)), 1j):
+    uneven = 2 * m.addVar() + 3.0
+    uneven.vars.append(m.addVar())
+    for wrong in (2 * m.addMVar((2, 3)), 2 * m.addMVar((2, 1)), 1j, uneven):
         with pytest.raises((ValueError, TypeError)):
             expr += wrong
         assert content(expr) == before

@@ -17,7 +17,7 @@ def expression(m, shape):
 
 
 @pytest.mark.parametrize(("shape", "matrix", "result", "compact"), [
-    ((3,), (3,), (), True), ((3,), (3, 4), (4,), True), ((1, 3), (3,), (1,), True),
+    ((3,), (3,), (), True), ((3,), (3, 1), (1,), True), ((3,), (3, 4), (4,), True), ((1, 3), (3,), (1,), True),
     ((1, 3), (3, 4), (1, 4), True), ((3, 1), (1,), (3,), True), ((3, 1), (1, 1), (3, 1), True),
     ((3, 1), (1, 4), (3, 4), False), ((0,), (0, 2), (2,), True), ((0, 3), (3, 2), (0, 2), True),
 ])  # fmt: skip
@@ -34,6 +34,8 @@ def test_forms_and_shapes(m, shape, matrix, result, compact):
         for make in (sp.csr_matrix, sp.csc_array, sp.coo_array):
             same = expr @ make(numbers)
             assert (same.shape, same._is_compact) == (result, compact)
+            if len(shape) == 1:
+                assert (make(numbers.T) @ expr).shape == result
 
 
 def test_the_product_has_variables_of_its_own(m):

@@ -162,6 +162,7 @@ def test_repr(x, y):
     assert text.startswith("array([") and text.endswith("])") and "dtype" not in text
     assert str((x.nl**2)._nlearr[1]) in text
     assert repr(y.nl).startswith("<MNLExpr (2, 3)>\narray([[")
+    assert repr(tv.MNLExpr(np.empty(2, dtype=object))).endswith("array([None, None])")
     assert np.get_printoptions()["formatter"] is None
 
 

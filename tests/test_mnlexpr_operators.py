@@ -208,8 +208,41 @@ def test_comparisons_with_variables_give_constraints(m, x):
     assert type(m.addConstr(nl == x)) is tv.MGenConstr
     with pytest.raises(TypeError):
         nl <= 1  # noqa: B015
-    with pytest.raises(TypeError, match="MVar"):
-        m.addConstr(m.addVar() == nl.sum())
+
+
+def test_comparisons_with_scalar_expressions_give_constraints(m, x):
+    """They are the scalar's, in whichever order the two stand."""
+    nl, v = x**3, m.addVar(name="v")
+    for e in (v, 2 * v + 1, v * v, tv.NLExpr._from_var(v)):
+        for made, sense in [
+            (e == nl, tv.TVO.EQUAL),
+            (nl == e, tv.TVO.EQUAL),
+            (e <= nl, tv.TVO.LESS_EQUAL),
+            (nl >= e, tv.TVO.LESS_EQUAL),
+            (e >= nl, tv.TVO.GREATER_EQUAL),
+            (nl <= e, tv.TVO.GREATER_EQUAL),
+        ]:
+            assert type(made) is tv.TempConstr
+            assert made.lhs is e and made.sense == sense and made.rhs is nl
+        for unequal in (lambda e=e: e != nl, lambda e=e: nl != e):
+            with pytest.raises(tv.TaviroError, match="Inequality constraints not supported"):
+                unequal()
+        for strict in (lambda e=e: e < nl, lambda e=e: nl < e):
+            with pytest.raises(TypeError, match="not supported between"):
+                strict()
+    assert m.addConstr(v <= nl).shape == nl.shape
+
+
+def test_a_variable_equals_a_nonlinear_matrix_expression(m):
+    """The norm of a block, and a whole block set to one variable, on the engine that takes it."""
+    pytest.importorskip("pyscipopt")
+    x, y, z = m.addMVar(2, lb=[3, 4], ub=[3, 4]), m.addVar(), m.addMVar(2)
+    norm = m.addConstr(y == tv.sqrt(x @ x))
+    block = m.addConstr(tv.exp(z) == y)
+    assert type(norm) is type(block) is tv.MGenConstr and norm.shape == () and block.shape == (2,)
+    m.optimize()
+    np.testing.assert_allclose(y.X, 5)
+    np.testing.assert_allclose(z.X, np.log([5, 5]), atol=1e-5)
 
 
 def test_failures_in_the_middle_leave_the_done_elements_and_the_collector(x):

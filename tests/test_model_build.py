@@ -7,6 +7,7 @@ from fractions import Fraction
 import numpy as np
 import pytest
 import scipy.sparse as sp
+from inside import lp_of, view_of
 
 import taviropy as tv
 from taviropy import TVO, TaviroError
@@ -113,8 +114,7 @@ def test_both_sides_of_a_constraint_broadcast(model):
 
 def rows_of(model):
     """Coefficients and right-hand sides as the engine has them."""
-    model.load()
-    lp = model._session._engine._highs.getLp()
+    lp = lp_of(model)
     matrix = sp.csc_matrix(
         (lp.a_matrix_.value_, lp.a_matrix_.index_, lp.a_matrix_.start_),
         shape=(lp.num_row_, lp.num_col_),
@@ -192,9 +192,7 @@ def test_operands_can_change_after_a_constraint_was_added(model, large):
     lone = A @ x  # still held here, though its comparison isn't
     model.addConstr(lone <= 5)
     lone *= 2
-    matrix = model._linear_rows
-    model.update()
-    rows = matrix.select(model._tables[2], 0)
+    rows = view_of(model).rows
     np.testing.assert_array_equal(rows.data, np.repeat([2.0, 2.0, 9.0], n))
     np.testing.assert_array_equal(model.getConstrs().RHS, np.repeat([4.0, 0.0, 5.0], n))
 

@@ -6,11 +6,12 @@ import scipy.sparse as sp
 from hypothesis import given, settings
 from hypothesis import strategies as st
 from hypothesis.extra.numpy import arrays
+from inside import engine_of, view_of
 
 import taviropy as tv
 from taviropy import TVO, TaviroError
-from taviropy.engines import _convexity
-from taviropy.engines._convexity import is_convex
+from taviropy.engines import convexity
+from taviropy.engines.convexity import is_convex
 
 
 def convex(Q, sense="min"):
@@ -18,8 +19,7 @@ def convex(Q, sense="min"):
     with tv.Model() as m:
         x = m.addMVar(Q.shape[0])
         m.setObjective(x @ Q @ x, sense)
-        m.update()
-        return m._objective.quadratic is None or is_convex(m)
+        return is_convex(view_of(m))
 
 
 def shuffled(Q, rng):
@@ -52,12 +52,12 @@ def test_large_sparse_matrices(way, monkeypatch):
         D = sp.diags_array([1.0, -2.0, 1.0], offsets=[0, 1, 2], shape=(n - 2, n))
         squares, slack = shuffled(D.T @ D, rng), 1e-4
     else:
-        monkeypatch.setattr(_convexity, "_LARGEST_BAND", 0)
+        monkeypatch.setattr(convexity, "_LARGEST_BAND", 0)
         F = sp.random_array((n // 2, n), density=0.004, rng=rng)
         squares, slack = (F.T @ F).tocsr() + 1e-3 * sp.eye_array(n), 5e-3
     taken = []
-    original = getattr(_convexity, way)
-    monkeypatch.setattr(_convexity, way, lambda *a: taken.append(way) or original(*a))
+    original = getattr(convexity, way)
+    monkeypatch.setattr(convexity, way, lambda *a: taken.append(way) or original(*a))
     assert convex(squares)
     assert not convex(squares - slack * sp.eye_array(n))
     assert not convex(squares, "max")
@@ -67,7 +67,7 @@ def test_large_sparse_matrices(way, monkeypatch):
 def test_an_early_end_of_the_search_is_an_answer():
     n = 40
     ones = np.ones((n, n))  # two distinct eigenvalues: two steps tell all
-    search = _convexity._finds_no_negative_curvature
+    search = convexity._finds_no_negative_curvature
     assert search(sp.csr_array(np.eye(n) + ones)) and search(sp.csr_array(ones))
     assert not search(sp.csr_array(ones - 0.01 * np.eye(n)))
 
@@ -79,12 +79,12 @@ def test_loading_does_not_settle_it_but_solving_does():
         x = m.addMVar(2, lb=-1, ub=2)
         m.setObjective(x[0] * x[1])
         m.load()
-        assert type(m._session._engine).__name__ == "HighsEngine"
+        assert type(engine_of(m)).__name__ == "ClarabelEngine"
         m.optimize()
-        assert type(m._session._engine).__name__ == "ScipEngine"
+        assert type(engine_of(m)).__name__ == "ScipEngine"
         assert m.Objective == pytest.approx(-2)
         m.load()  # what is known is used
-        assert type(m._session._engine).__name__ == "ScipEngine"
+        assert type(engine_of(m)).__name__ == "ScipEngine"
     with tv.Model(engine="highs") as m:
         x = m.addMVar(2, lb=-1, ub=2)
         m.setObjective(x[0] * x[1])
@@ -104,5 +104,4 @@ def test_malformed_matrices_of_products_are_refused():
                 m.setObjective(expr)
         with pytest.raises(TaviroError, match="coefficient nan of variable 'C1'"):
             m.setObjective(x @ np.diag([1.0, np.nan, 1.0]) @ x)
-        m.update()
-        assert m._objective.quadratic is None
+        assert view_of(m).quadratic_objective is None

@@ -4,6 +4,7 @@ import numpy as np
 import pytest
 import scipy.sparse as sp
 from highspy import Highs, HighsLp, HighsModelStatus, HighsVarType, MatrixFormat, ObjSense
+from inside import lp_of
 
 import taviropy as tv
 from taviropy import TVO, TaviroError
@@ -245,8 +246,7 @@ ENDATA
     path = tmp_path / "all.mps"
     path.write_text(text)
     with tv.read(path) as m:
-        m.load()
-        lp = m._session._engine._highs.getLp()
+        lp = lp_of(m)
         sides = zip(lp.row_lower_, lp.row_upper_, strict=True)
         x, rows = m.getVars(), m.getConstrs()
         assert x.VarName.tolist() == list("abcdef") and x.VType.tolist() == list("CIBCCC")

@@ -7,6 +7,7 @@ import scipy.sparse as sp
 import taviropy as tv
 from taviropy import TVO
 from taviropy.engines.highs import HighsEngine
+from taviropy.engines.protocol import Answer
 
 INF = np.inf
 
@@ -150,7 +151,7 @@ def test_limits_and_the_log_of_further_runs(m, capsys):
 
 def test_scip_takes_over_where_highs_fails(monkeypatch):
     pytest.importorskip("pyscipopt")
-    failed = tv._session.Solution(TVO.Status.FAILED)
+    failed = Answer(TVO.Status.FAILED)
     monkeypatch.setattr(HighsEngine, "_solve_quadratic", lambda *args: failed)
     for engine, status in (("auto", TVO.Status.OPTIMAL), ("highs", TVO.Status.FAILED)):
         with tv.Model(engine=engine) as m:

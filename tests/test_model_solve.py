@@ -10,6 +10,7 @@ import threading
 import numpy as np
 import pytest
 from highspy import Highs
+from inside import engine_of, view_of
 
 import taviropy as tv
 from taviropy import TVO, TaviroError
@@ -35,9 +36,7 @@ def hand_built(model):
         obj=model.getVars().Obj,
         vtype=model.getVars().VType,
     )
-    from taviropy import _linear
-
-    rows = _linear.rows_by_column(model, model._linear_rows.select(model._tables[2], 0))
+    rows = view_of(model).rows
     constrs = model.getConstrs()
     for k in range(rows.count):
         part = slice(rows.indptr[k], rows.indptr[k + 1])
@@ -148,7 +147,7 @@ def test_changes_between_solves_reach_the_live_engine(model):
     x = model.addMVar(n, ub=10, obj=rng.normal(size=n))
     c = model.addConstr(rng.random((4, n)) @ x <= rng.random(4) * 10)
     model.optimize()
-    engine = model._session._engine
+    engine = engine_of(model)
     elements, rows = [x], [c]
 
     def change(step):
@@ -189,7 +188,7 @@ def test_changes_between_solves_reach_the_live_engine(model):
         assert model.Status == oracle.Status
         if model.Status == Status.OPTIMAL:
             assert model.Objective == pytest.approx(oracle.Objective, abs=1e-6)
-    assert model._session._engine is engine
+    assert engine_of(model) is engine
 
 
 def test_a_small_change_keeps_the_basis(model):
@@ -197,11 +196,11 @@ def test_a_small_change_keeps_the_basis(model):
     x = model.addMVar(200, ub=1, obj=-rng.random(200))
     c = model.addConstr(rng.random((100, 200)) @ x <= 20)
     model.optimize()
-    highs = model._session._engine._highs
+    highs = engine_of(model)._highs
     first = highs.getInfo().simplex_iteration_count
     c[3].RHS = 19.9
     model.optimize()
-    assert highs is model._session._engine._highs
+    assert highs is engine_of(model)._highs
     assert highs.getInfo().simplex_iteration_count < first / 5
 
 

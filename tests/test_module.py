@@ -126,7 +126,7 @@ def import_error(tmp_path, **changes):
     (package / "__init__.py").touch()
     for path in PACKAGE.iterdir():
         if path.name.startswith(
-            ("_matrixapi.", "libtaviro120", "_attrutil.", "_exception.", "_tvo.")
+            ("_matrixapi.", "libtaviro120", "_attrutil.", "_exception.", "_tvo.", "data")
         ):
             (package / path.name).symlink_to(path.resolve())
     for name, source in STAND_INS.items():
@@ -205,6 +205,10 @@ def test_signatures_and_docstrings():
         tv.MVar.setAttr: "(self, attrname, value)",
         tv.MVar.diagonal: "(self, offset=0, axis1=0, axis2=1)",
         tv.MVar.fromlist: "(varlist)",
+        tv.MVar.__getitem__: "(self, obj)",
+        tv.MVar.__eq__: "(self, rhs)",
+        tv.MLinExpr.__radd__: "(self, other)",
+        tv.MQuadExpr.__pow__: "(self, exponent)",
         tv.MConstr.fromlist: "(constrlist)",
         tv.concatenate: "(tup, axis=0)",
     }
@@ -223,7 +227,13 @@ def test_calls_that_dont_fit_a_signature():
     ):  # fmt: skip
         with pytest.raises(TypeError):
             call()
+    for call in (x.sum, x.reshape, tv.concatenate, tv.MVar.fromlist):
+        with pytest.raises(TypeError, match="unexpected keyword argument '\ud800'"):
+            call(**{"\ud800": 1})
     assert x.diagonal(axis2=0, axis1=1).shape == (2,)
+    for expr in (x, 2 * x, x * x, x.nl):
+        assert expr.__add__(other=1).shape == expr.__getitem__(obj=[0, 1]).shape == (2, 2)
+        assert isinstance(expr, tv.MNLExpr) or expr.__le__(rhs=1).rhs == 1
 
 
 def last_own_entry(call):
@@ -238,13 +248,17 @@ def last_own_entry(call):
 def test_tracebacks_name_the_function_with_its_file_and_line():
     x = tv.Model().addMVar(3)
     for call, name, file in (
-        (lambda: x * np.ones(4), "MVar.__mul__", "src/mvar_operators.cpp"),
-        (lambda: x.reshape(2), "MVar.reshape", "src/mvar.cpp"),
-        (lambda: x != 1, "MVar.__ne__", "src/mvar_operators.cpp"),
-        (lambda: tv.MVar.fromlist([1]), "MVar.fromlist", "src/support/handles.cpp"),
-        (lambda: x.setAttr("LB", [1, 2]), "MVar.setAttr", "src/support/attributes.cpp"),
-        (lambda: tv.MConstr(3), "MConstr.__init__", "src/support/handles.cpp"),
-        (lambda: tv.vstack((1, 2)), "_apply_array_manipulation_routine", "src/mfunctions.cpp"),
+        (lambda: x * np.ones(4), "MVar.__mul__", "native/matrix/mvar_operators.cpp"),
+        (lambda: x.reshape(2), "MVar.reshape", "native/matrix/mvar.cpp"),
+        (lambda: x != 1, "MVar.__ne__", "native/matrix/mvar_operators.cpp"),
+        (lambda: tv.MVar.fromlist([1]), "MVar.fromlist", "native/matrix/support/handles.cpp"),
+        (lambda: x.setAttr("LB", [1, 2]), "MVar.setAttr", "native/matrix/support/attributes.cpp"),
+        (lambda: tv.MConstr(3), "MConstr.__init__", "native/matrix/support/handles.cpp"),
+        (
+            lambda: tv.vstack((1, 2)),
+            "_apply_array_manipulation_routine",
+            "native/matrix/mfunctions.cpp",
+        ),
     ):
         entry = last_own_entry(call)
         assert entry.name == f"taviropy._matrixapi.{name}"
@@ -254,6 +268,29 @@ def test_tracebacks_name_the_function_with_its_file_and_line():
         for call in (lambda: x.setAttr("X", 1), lambda: x.setAttr("RHS", 1))
     }
     assert len(raising) == 2
+
+
+def test_errors_of_operands_come_through():
+    """Also where an argument fails and the ones behind it are still to be fetched."""
+    clear_caches = getattr(sys, "_clear_internal_caches", None) or sys._clear_type_cache
+
+    class Broken(tv.MVar):
+        shape = _cmodel = property(lambda self: 1 / 0)
+
+    m = tv.Model()
+    x = m.addMVar((2, 3))
+    y, y.__dict__["_vararr"] = Broken.__new__(Broken), x._vararr
+    unsolved = [x.sum(axis=0), 2 * x, (x * x).sum(), 2 * x[0], x[0] @ x[0]]
+    for _ in range(20):
+        for expr in unsolved:
+            clear_caches()
+            with pytest.raises(tv.TaviroError, match="update"):
+                expr.getValue()
+        for use in (lambda: y * np.ones(3), lambda: y ** np.array([2]), lambda: dir(y),
+                    lambda: tv.MQuadExpr._from_mvar_times_mvar(y, x)):  # fmt: skip
+            clear_caches()
+            with pytest.raises(ZeroDivisionError):
+                use()
 
 
 def test_classes_are_plain_python_classes():

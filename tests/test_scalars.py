@@ -11,6 +11,7 @@ from hypothesis import strategies as st
 
 import taviropy as tv
 from taviropy import LinExpr, NLExpr, QuadExpr, TempConstr
+from taviropy._scalars import data_of
 
 VALUES = (2.0, -0.5, 3.0)
 
@@ -144,7 +145,7 @@ def test_normalize(xyz):
 
 def test_normalize_goes_by_element_not_by_object(solved):
     m, x, *_ = solved
-    twin = m._elements(1, [0])[0]
+    twin = data_of(m).elements(1, [0])[0]
     assert twin is not x and bool(twin == x) and hash(twin) == hash(x)
     le = LinExpr([1, 2], [x, twin])
     le._normalize()

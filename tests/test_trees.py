@@ -8,6 +8,8 @@ import pytest
 import taviropy as tv
 from taviropy import LinExpr, NLExpr, QuadExpr
 from taviropy._core import _ExprTree
+from taviropy._scalars import data_of, gather_trees, tree_values
+from taviropy.data.trees import OPERATIONS, Trees
 
 DEPTH = 100_000
 
@@ -146,10 +148,11 @@ def test_deep_chains(xy, grow):
     for _ in range(DEPTH):
         n = grow(n, xy[0])
     assert math.isfinite(n.getValue()) and len(str(n)) < 5000
-    ops, data, counts, args = n._root._flat()
-    assert len(ops) == len(data) == len(counts) >= DEPTH and sum(counts) == len(args)
+    trees = Trees(*gather_trees(data_of(xy[0]), [n._root]))
+    assert trees.count == 1 and len(trees.codes) >= DEPTH
+    assert trees.values(np.array([xy[0].X, xy[1].X])) == [n.getValue()]
     node = n._root
-    del n, node, data
+    del n, node
 
 
 def test_shared_nodes_are_walked_once(xy):
@@ -158,10 +161,32 @@ def test_shared_nodes_are_walked_once(xy):
     for _ in range(200):
         n = (n + n) * 0.5
     assert n.getValue() == pytest.approx(1.0) and len(str(n)) < 5000
-    ops, data, counts, args = n._root._flat()
-    assert len(ops) < 800 and ops[-1] == "multiply"
-    assert [data[k] for k, op in enumerate(ops) if op == "var"] == [xy[0]]
-    place = 0
-    for k, count in enumerate(counts):
-        assert all(child < k for child in args[place : place + count])
-        place += count
+    trees = Trees(*gather_trees(data_of(xy[0]), [n._root, n._root]))
+    operations = len(trees.codes) // 2  # each tree has its own
+    assert operations < 800 and OPERATIONS[trees.codes[-1]] == "multiply"
+    assert trees.first[trees.variables()].tolist() == [0, 0]
+    inner = trees.first >= 0
+    inner[trees.variables()] = False
+    places = np.tile(np.arange(operations), 2)
+    assert (trees.first < places)[inner].all() and (trees.second < places).all()
+    assert trees.values(np.array([xy[0].X, xy[1].X])) == pytest.approx([1.0, 1.0])
+
+
+def test_trees_as_arrays_are_checked(xy):
+    x, y = xy
+    trees = Trees(*gather_trees(data_of(x), [NLExpr(x * y)._root]))
+    arrays = [trees.indptr, trees.codes, trees.first, trees.second, trees.numbers, np.ones(2)]
+    for place, spoilt in (
+        (0, np.array([0, 99])),
+        (0, np.empty(0, np.int64)),
+        (1, trees.codes[:-1]),
+        (2, np.full_like(trees.first, 7)),
+        (3, np.full_like(trees.second, 7)),
+        (5, np.ones(1)),
+    ):
+        with pytest.raises(ValueError, match="tree|variable"):
+            tree_values(*arrays[:place], spoilt, *arrays[place + 1 :])
+    with pytest.raises(TypeError):
+        tree_values(*arrays[:5], np.ones(2, int))
+    with pytest.raises(TypeError, match="_ExprTree"):
+        gather_trees(data_of(x), [x])

@@ -11,7 +11,6 @@ from hypothesis import strategies as st
 from hypothesis.extra import numpy as hnp
 
 import taviropy as tv
-from taviropy._scalars import ModelBase
 from taviropy._util import (
     __pyx_capi__,
     _all_refs_match,
@@ -239,21 +238,15 @@ def test_other_malformed_formats(fmt, spoil):
 
 
 def test_handle_of_a_model():
-    class Model(ModelBase):
-        pass
-
     assert "void *(PyObject *)" in repr(__pyx_capi__["_ptr"])
-    m = Model()
-    constrs = tv.MConstr(m._new_elements(2, 3))
+    m = tv.Model()
+    constrs = m.addConstr(m.addMVar(3) <= 1)
     assert constrs._numrows() == 0 and repr(constrs) == "<MConstr (3,) *awaiting model update*>"
-    m._settle(2)
+    m.update()
     assert constrs._numrows() == 3 and repr(constrs) == "<MConstr (3,)>"
-    m._discard(2, [1])
-    m._settle(2)
+    m.remove(constrs[1])
+    m.update()
     assert constrs._numrows() == 2 and repr(constrs) == "<MConstr (3,) (some removed)>"
-    m._close()
-    with pytest.raises(tv.TaviroError, match="closed"):
-        constrs._numrows()
     constrs._cmodel = 1
-    with pytest.raises(TypeError, match="expected a Model, not 'int'"):
+    with pytest.raises(TypeError, match="expected a Model or what belongs to one, not 'int'"):
         constrs._numrows()

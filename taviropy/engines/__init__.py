@@ -1,91 +1,87 @@
 """Solvers that a model can be handed to. Each is imported when a model first needs it.
 
-An engine is a class with
-
-- ``load(model, changes)``: bring the solver into step with the model. `changes` holds, by
-  attribute name, lists of index arrays of what changed since the last call.
-- ``push(model, changes)``: the same for changed attributes alone.
-- ``remove(kind, kept)``: elements left, `kept` are the old indices that stay.
-- ``solve(model, options)``: solve and return a ``Solution``.
-- ``write(model, path)`` and ``close()``.
+`protocol` says what an engine is; a new one is a file here, a line in ENGINES and, where its solver
+isn't installed along, an extra of the package. `running` is what engines share: the log, and
+Ctrl-C as a wish to stop.
 """
 
 from __future__ import annotations
 
+from collections.abc import Sequence
+from importlib import import_module
+from typing import TYPE_CHECKING, NamedTuple
+
 from .._exception import TaviroError
 from .._tvo import TVO
 
+if TYPE_CHECKING:
+    from ..data.view import View
+    from .protocol import Engine
 
-def choose(wanted, model, final=True):
-    """The engine class for a model: the one that is wanted, or for "auto" one that can take it.
+
+class Entry(NamedTuple):
+    """Where an engine is found, and the extra that brings its solver, empty where none does."""
+
+    module: str
+    class_name: str
+    extra: str
+
+
+ENGINES = {
+    "highs": Entry("highs", "HighsEngine", ""),
+    "clarabel": Entry("clarabel", "ClarabelEngine", ""),
+    "scip": Entry("scip", "ScipEngine", "scip"),
+}
+
+
+def candidates(wanted: str, view: View | None = None) -> tuple[str, ...]:
+    """The names of the engines that may be meant, "auto" meaning all of them, the best first.
+
+    What is quadratic and convex goes to Clarabel, with the others behind it; all else to HiGHS
+    where it can, and to SCIP where it must.
+    """
+    if wanted != "auto":
+        return (wanted,)
+    is_quadratic = view is not None and (view.quadratic_objective or view.quadratic_count)
+    return ("clarabel", "highs", "scip") if is_quadratic else ("highs", "scip")
+
+
+def check_name(name: object) -> None:
+    """Refuse a name that is neither an engine's nor "auto"."""
+    if name != "auto" and name not in ENGINES:
+        names = ", ".join(map(repr, ENGINES))
+        raise ValueError(f"There is no engine {name!r}: use 'auto' or one of {names}")
+
+
+def engine_class(name: str) -> type[Engine]:
+    """The class of an engine; ImportError where its solver isn't installed."""
+    entry = ENGINES[name]
+    module = import_module(f".{entry.module}", __name__)
+    found: type[Engine] = getattr(module, entry.class_name)
+    return found
+
+
+def choose(wanted: str, view: View, final: bool = True, but: Sequence[str] = ()) -> str:
+    """The name of the engine for a model: the one that is wanted, or for "auto" the first one
+    that can take it, leaving out those of `but`, which came to no end.
 
     What takes long to find out is left out unless the answer is to be `final`.
     """
-    reason = "" if wanted == "scip" else _highs().reason_against(model, final)
-    if wanted == "highs" and reason:
-        raise TaviroError(
-            TVO.Error.NOT_SUPPORTED,
-            f"HiGHS can't take the model, since {reason}: use engine='scip' or engine='auto'",
-        )
-    if wanted == "highs" or (wanted == "auto" and not reason):
-        return _highs()
-    try:
-        return _scip()
-    except ImportError as error:
-        reason = reason or "the model was made with engine='scip'"
-        raise TaviroError(
-            TVO.Error.NOT_SUPPORTED,
-            f"The engine SCIP is needed, since {reason}; it is not installed ({error}): "
-            f"pip install 'taviropy[scip]'",
-        ) from None
-
-
-def second_choice(wanted, failed):
-    """The engine class for a model that the class `failed` came to no end with, or None."""
-    if wanted != "auto" or failed is not _highs():
-        return None
-    try:
-        return _scip()
-    except ImportError:
-        return None
-
-
-def knows_option(name, option):
-    """Whether the engine `name` has the option; False where the engine isn't installed."""
-    try:
-        return _class(name).option_type(option) is not None
-    except ImportError:
-        return False
-
-
-def checked_option(name, option, value):
-    """`value` as the type of the engine's option; TaviroError where it doesn't fit."""
-    kind = _class(name).option_type(option)
-    fits = {
-        bool: isinstance(value, bool) or value in (0, 1),
-        int: not isinstance(value, bool | str | float) and hasattr(value, "__index__"),
-        float: not isinstance(value, bool | str) and hasattr(value, "__float__"),
-        str: isinstance(value, str),
-    }[kind]
-    if not fits:
-        raise TaviroError(
-            TVO.Error.ERROR_INVALID_ARGUMENT,
-            f"The option '{option}' takes a {kind.__name__}, not {value!r}",
-        )
-    return kind(value)
-
-
-def _class(name):
-    return _highs() if name == "highs" else _scip()
-
-
-def _highs():
-    from .highs import HighsEngine
-
-    return HighsEngine
-
-
-def _scip():
-    from .scip import ScipEngine
-
-    return ScipEngine
+    reasons, hints = [], []
+    for name in candidates(wanted, view):
+        if name in but:
+            continue
+        try:
+            found = engine_class(name)
+        except ImportError as error:
+            reasons.append(f"the engine '{name}' is not installed ({error})")
+            hints.append(f"pip install 'taviropy[{ENGINES[name].extra}]'")
+            continue
+        reason = found.refuses(view, final)
+        if not reason:
+            return name
+        reasons.append(f"{found.title} can't take the model, since {reason}")
+    if wanted != "auto":
+        others = [f"engine={name!r}" for name in ("auto", *ENGINES) if name != wanted]
+        hints.append(f"use {' or '.join(others)}")
+    raise TaviroError(TVO.Error.NOT_SUPPORTED, f"{'; '.join(reasons)}: {' or '.join(hints)}")

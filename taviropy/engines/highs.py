@@ -2,19 +2,21 @@
 
 from __future__ import annotations
 
+from functools import cache
 from time import perf_counter
+from typing import Any
 
 import numpy as np
-from highspy import Highs, HighsModelStatus, HighsOptionType, HighsStatus
+from highspy import Highs, HighsModelStatus, HighsOptions, HighsOptionType, HighsStatus, cb
 
-from .._attrutil import GENERAL, LINEAR, QUADRATIC, VARIABLE
 from .._exception import TaviroError
-from .._session import Solution
 from .._tvo import TVO
-from ._convexity import is_convex
-from ._highs_loading import CONTINUOUS, LiveHighs, new_highs
-from ._quadratic_program import QuadraticProgram
-from ._run import run_with_log, tell
+from ..data.values import Floats
+from ..data.view import View
+from .convexity import is_convex
+from .highs_live import LiveHighs, new_highs, reset_options, words_of
+from .highs_quadratic import Multiplied, QuadraticProgram
+from .protocol import Answer, Run
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -30,7 +32,6 @@ _STATUSES = {
     HighsModelStatus.kObjectiveTarget: TVO.Status.INTERRUPTED,
 }
 _WITH_SOLUTION = (TVO.Status.OPTIMAL, TVO.Status.TIME_LIMIT, TVO.Status.INTERRUPTED)
-_OWN_OPTIONS = {"gap": "mip_rel_gap", "threads": "threads", "seed": "random_seed"}
 _OPTION_TYPES = {
     HighsOptionType.kBool: bool,
     HighsOptionType.kInt: int,
@@ -38,149 +39,96 @@ _OPTION_TYPES = {
     HighsOptionType.kString: str,
 }
 _FEASIBLE = 2  # of HiGHS's solution statuses
+_LOGGING = cb.HighsCallbackType.kCallbackLogging
+_INTERRUPTS = (
+    cb.HighsCallbackType.kCallbackSimplexInterrupt,
+    cb.HighsCallbackType.kCallbackIpmInterrupt,
+    cb.HighsCallbackType.kCallbackMipInterrupt,
+)
 # Quadratic programs: errors as `QuadraticProgram.error` measures them, and what is tried where one
 # is larger: steps and HiGHS's regularization, None for its own.
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5
 _TRIES = ((1.0, None), (1e-3, None), (1.0, 0.0), (1e-6, None), (1e-3, 0.0), (1.0, 1e-5))
+_QUADRATIC_LIMIT = "qp_iteration_limit"
 
 
 class HighsEngine(LiveHighs):
-    """HiGHS as the engine of a model: what it can take, its options, its solutions."""
+    """HiGHS as the engine of a model: what it can take, its options, its answers."""
 
-    def __init__(self):
+    title = "HiGHS"
+
+    def __init__(self) -> None:
         super().__init__()
-        self._threads = None
+        self._threads: int | None = None
+        self._applied: object = None  # what the options were last set from
 
-    @staticmethod
-    def reason_against(model, final):
+    @classmethod
+    def refuses(cls, view: View, final: bool) -> str:
         """Why HiGHS can't take the model, as part of a sentence; empty where it can.
 
         Whether a quadratic objective is convex takes a while to find out: unless the answer is
         to be `final`, one that isn't known yet is taken for convex.
         """
-        for kind, noun in ((QUADRATIC, "quadratic"), (GENERAL, "general")):
-            table = model._tables[kind]
-            if table.placed:
-                name = table.names_of(np.arange(1))[0]
-                return f"'{name}' is a {noun} constraint"
-        if model._objective.quadratic is not None:
-            integers = np.flatnonzero(model._tables[VARIABLE]["VType"] != CONTINUOUS)
-            if len(integers):
-                name = model._tables[VARIABLE].names_of(integers[:1])[0]
-                return f"its objective is quadratic and the variable '{name}' is integer"
-            if not is_convex(model, final):
-                return "its quadratic objective is not convex"
-        return ""
+        if view.quadratic_count:
+            return f"'{view.quadratic_name(0)}' is a quadratic constraint"
+        if view.general_count:
+            return f"'{view.general_name(0)}' is a general constraint"
+        if view.quadratic_objective is None:
+            return ""
+        if view.has_integers:
+            name = view.first_integer()
+            return f"its objective is quadratic and the variable '{name}' is integer"
+        return "" if is_convex(view, final) else "its quadratic objective is not convex"
 
-    @staticmethod
-    def option_type(name):
-        """Python type of one of HiGHS's options, None for an unknown name."""
-        if not isinstance(name, str):
-            return None
+    # Options
+
+    @classmethod
+    def option_names(cls) -> list[str]:
+        """The names of HiGHS's options."""
+        return _option_names()
+
+    @classmethod
+    def checked_option(cls, name: str, value: Any) -> object:
+        """`value` as the type of an option, ValueError where it doesn't fit."""
         highs = new_highs()
-        status, kind = highs.getOptionType(name)
-        return _OPTION_TYPES[kind] if status == HighsStatus.kOk else None
+        kind = _OPTION_TYPES[highs.getOptionType(name)[1]]
+        fits = {
+            bool: isinstance(value, bool) or (not isinstance(value, str) and value in (0, 1)),
+            int: not isinstance(value, bool | str | float) and hasattr(value, "__index__"),
+            float: not isinstance(value, bool | str) and hasattr(value, "__float__"),
+            str: isinstance(value, str),
+        }[kind]
+        if not fits:
+            raise ValueError(f"a value of type {kind.__name__}")
+        converted = kind(value)
+        try:
+            words = words_of(highs, highs.setOptionValue, name, converted)
+        except TypeError:  # an integer that is too large
+            words = "no number of so many digits"
+        if words is not None:
+            raise ValueError(f"what HiGHS allows (it says: {words})")
+        return converted
 
-    # Solving
-
-    def solve(self, model, options):
-        """Solve what is loaded; returns a Solution."""
-        self._apply(self._highs, options, options["timeLimit"])
-        self._pass_start(model)
-        if self._hessian is not None:
-            return self._solve_quadratic(model, options)
-        interrupted = run_with_log(self._highs, options["log"])
-        if not interrupted and self._is_wrongly_infeasible(options):
-            tell("There is a feasible point: solving again without presolve.", options["log"])
-            self._highs.clearSolver()
-            self._highs.setOptionValue("presolve", "off")
-            interrupted = run_with_log(self._highs, options["log"])
-        return self._solution(model, interrupted)
-
-    def _is_wrongly_infeasible(self, options):
-        """Whether HiGHS's presolve calls a model infeasible that isn't.
-
-        That happens to models that are unbounded. Without costs there is nothing to confuse.
-        """
-        info = self._highs.getInfo()
-        if (
-            self._highs.getModelStatus() != HighsModelStatus.kInfeasible
-            or info.simplex_iteration_count > 0
-            or info.mip_node_count > 0
-        ):
-            return False
-        highs, columns = new_highs(), np.arange(self._columns, dtype=np.int32)
-        highs.passModel(self._highs.getLp())
-        highs.changeColsCost(len(columns), columns, np.zeros(len(columns)))
-        self._apply(highs, options, options["timeLimit"])
-        run_with_log(highs, False)
-        return highs.getModelStatus() == HighsModelStatus.kOptimal
-
-    def _solve_quadratic(self, model, options):
-        """Solve a model with a quadratic objective; no answer is taken on trust."""
-        deadline = perf_counter() + options["timeLimit"]
-        interrupted = run_with_log(self._highs, options["log"])
-        solution = self._solution(model, interrupted)
-        settled = {TVO.Status.INFEASIBLE, TVO.Status.TIME_LIMIT}
-        if "qp_iteration_limit" in options.by_engine["highs"]:
-            settled.add(TVO.Status.INTERRUPTED)
-        if interrupted or solution.status in settled:
-            return solution
-        program = QuadraticProgram(model)
-        answer = program.answer_of(self._highs) if solution.values else None
-        error = program.error(*answer) if answer else np.inf
-        if error <= _SMALL_ERROR:
-            return solution
-        if program.has_ray():
-            is_feasible = solution.status in (TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED)
-            return Solution(
-                TVO.Status.UNBOUNDED if is_feasible else TVO.Status.INFEASIBLE_OR_UNBOUNDED
-            )
-        return self._mended(program, answer, error, options, deadline)
-
-    def _mended(self, program, answer, error, options, deadline):
-        """The solution that comes from looking at the program from the best point so far."""
-        own_regularization = options.by_engine["highs"].get("qp_regularization_value")
-        status = TVO.Status.FAILED
-        for step, regularization in _TRIES:
-            if error <= _SMALL_ERROR:
-                break
-            seconds = deadline - perf_counter()
-            if seconds <= 0.0:
-                status = TVO.Status.TIME_LIMIT
-                break
-            tell(f"The answer's error is {error:.1e}: solving again from there.", options["log"])
-            point = program.within_bounds(answer[0] if answer else np.zeros(self._columns))
-            highs = program.seen_from(point, step)
-            self._apply(highs, options, seconds)
-            if regularization is not None and own_regularization is None:
-                highs.setOptionValue("qp_regularization_value", regularization)
-            interrupted = run_with_log(highs, options["log"])
-            found = program.answer_seen_from(point, step, highs)
-            new_error = program.error(*found) if found else np.inf
-            if new_error < error:
-                answer, error = found, new_error
-            if interrupted:
-                status = TVO.Status.INTERRUPTED
-                break
-        if error <= _TOLERABLE_ERROR:
-            status = TVO.Status.OPTIMAL
-        if answer is None or status == TVO.Status.FAILED:
-            return Solution(status)
-        return program.solution(*answer, status)
-
-    def _apply(self, highs, options, seconds):
+    def _apply(self, highs: Any, run: Run, seconds: float) -> None:
         """Set the options of the next run, which is to end after so many seconds."""
-        highs.resetOptions()
+        key = (run.version, self._columns + self._rows)
+        is_own = highs is self._highs
+        if is_own and key == self._applied and seconds == np.inf:
+            return
+        reset_options(highs)
         # The quadratic solver cycles on some models: there shall be an end.
-        most_iterations = 10_000 + 50 * (self._columns + self._rows)
-        wanted = {"qp_iteration_limit": most_iterations, **options.by_engine["highs"]}
-        for name, engine_name in _OWN_OPTIONS.items():
-            if options[name] is not None:
-                wanted[engine_name] = options[name]
-        limit = min(seconds, wanted.pop("time_limit", np.inf))
-        if limit < np.inf:
-            wanted["time_limit"] = highs.getRunTime() + limit  # its clock never restarts
+        limit = 10_000 + 50 * (self._columns + self._rows)
+        wanted = {_QUADRATIC_LIMIT: limit, **run.options}
+        for name, value in (
+            ("mip_rel_gap", run.gap),
+            ("threads", run.threads),
+            ("random_seed", run.seed),
+        ):
+            if value is not None:
+                wanted[name] = value
+        seconds = min(seconds, wanted.pop("time_limit", np.inf))
+        if seconds < np.inf:
+            wanted["time_limit"] = highs.getRunTime() + seconds  # its clock never restarts
         if wanted.get("threads", 0) != self._threads:
             self._threads = wanted.get("threads", 0)
             Highs.resetGlobalScheduler(True)
@@ -190,48 +138,179 @@ class HighsEngine(LiveHighs):
                     TVO.Error.ERROR_INVALID_ARGUMENT,
                     f"HiGHS doesn't take {value!r} for its option '{name}'",
                 )
+        if is_own:
+            self._applied = key if seconds == np.inf else None
 
-    def _pass_start(self, model):
-        variables = model._tables[VARIABLE]
-        if not variables.has("Start"):
+    # Solving
+
+    def solve(self, view: View, run: Run) -> Answer:
+        """Solve what is loaded."""
+        self._apply(self._highs, run, run.time_limit)
+        self._pass_start(view)
+        if view.quadratic_objective is not None:
+            return self._solve_quadratic(view, run)
+        _run(self._highs, run)
+        if not run.stop:
+            self._settle_status(run)
+        return self._answer(view, run)
+
+    def _pass_start(self, view: View) -> None:
+        start = view.start
+        if start is None or not view.has_integers:
             return
-        start = variables["Start"][: self._columns]
         at = np.flatnonzero(np.isfinite(start)).astype(np.int32)
-        if len(at) and (variables["VType"][: self._columns] != CONTINUOUS).any():
+        if len(at):
             self._highs.setSolution(len(at), at, start[at])
 
-    def _solution(self, model, interrupted):
+    def _settle_status(self, run: Run) -> None:
+        """Solve again where HiGHS's presolve left the status open, or may be wrong.
+
+        It calls some models infeasible that are unbounded. Without costs there is nothing to
+        confuse: what is feasible then is feasible.
+        """
+        status = self._highs.getModelStatus()
+        if status == HighsModelStatus.kInfeasible:
+            info = self._highs.getInfo()
+            if info.simplex_iteration_count > 0 or info.mip_node_count > 0:
+                return
+            if not self._is_feasible(run):
+                return
+            run.log.line("There is a feasible point: solving again without presolve.")
+        elif status != HighsModelStatus.kUnboundedOrInfeasible:
+            return
+        self._highs.clearSolver()
+        self._highs.setOptionValue("presolve", "off")
+        self._applied = None
+        _run(self._highs, run)
+
+    def _is_feasible(self, run: Run) -> bool:
+        highs, columns = new_highs(), np.arange(self._columns, dtype=np.int32)
+        highs.passModel(self._highs.getLp())
+        highs.changeColsCost(len(columns), columns, np.zeros(len(columns)))
+        self._apply(highs, run, run.time_limit)
+        _run(highs, run, silent=True)
+        return bool(highs.getModelStatus() == HighsModelStatus.kOptimal)
+
+    def _answer(self, view: View, run: Run) -> Answer:
         highs = self._highs
-        status = _STATUSES.get(highs.getModelStatus(), TVO.Status.FAILED)
-        if interrupted and status == TVO.Status.FAILED:
+        model_status = highs.getModelStatus()
+        status = _STATUSES.get(model_status, TVO.Status.FAILED)
+        if run.stop and status == TVO.Status.FAILED:
             status = TVO.Status.INTERRUPTED
-        info = highs.getInfo()
-        is_mip = bool((model._tables[VARIABLE]["VType"] != CONTINUOUS).any())
-        solution = Solution(status)
-        if is_mip:
-            if np.isfinite(info.mip_dual_bound):
-                solution.bound = info.mip_dual_bound
+        answer = Answer(status)
+        if view.has_integers:
+            bound = highs.getInfoValue("mip_dual_bound")[1]
+            if np.isfinite(bound):
+                answer.bound = bound
             text = "a model with integer variables has no dual values"
-            solution.missing = dict.fromkeys(("ReducedCost", "Dual"), text)
-        empty = highs.getModelStatus() == HighsModelStatus.kModelEmpty
-        if status not in _WITH_SOLUTION or not (info.primal_solution_status == _FEASIBLE or empty):
-            return solution
-        solution.objective = highs.getObjectiveValue()
-        if not is_mip and status == TVO.Status.OPTIMAL:
-            solution.bound = solution.objective
-        found = highs.getSolution()
-        rhs = model._tables[LINEAR]["RHS"]
-        solution.values["X"] = np.array(found.col_value)
-        solution.values["Slack"] = rhs - np.array(found.row_value)
-        if not is_mip and found.dual_valid:
-            solution.values["ReducedCost"] = np.array(found.col_dual)
-            solution.values["Dual"] = np.array(found.row_dual)
-        return solution
+            answer.missing = dict.fromkeys(("ReducedCost", "Dual"), text)
+        empty = model_status == HighsModelStatus.kModelEmpty
+        is_feasible = highs.getInfoValue("primal_solution_status")[1] == _FEASIBLE
+        if status not in _WITH_SOLUTION or not (is_feasible or empty):
+            return answer
+        found = highs.getSolution()  # a copy, which gives lists: they become arrays when asked for
+        answer.x = np.array(found.col_value)
+        answer.row_values = lambda: np.array(found.row_value)
+        if not view.has_integers and found.dual_valid:
+            answer.reduced_costs = lambda: np.array(found.col_dual)
+            answer.row_duals = lambda: np.array(found.row_dual)
+        return answer
 
-    # Files
+    # Quadratic programs
 
-    def write(self, model, path):
-        """Write an MPS or LP file with the model's names."""
-        from ._files import write_file
+    def _solve_quadratic(self, view: View, run: Run) -> Answer:
+        """Solve a model with a quadratic objective; no answer is taken on trust."""
+        deadline = perf_counter() + run.time_limit
+        _run(self._highs, run)
+        answer = self._answer(view, run)
+        settled = {TVO.Status.INFEASIBLE, TVO.Status.TIME_LIMIT}
+        if _QUADRATIC_LIMIT in run.options:
+            settled.add(TVO.Status.INTERRUPTED)
+        if run.stop or answer.status in settled:
+            return answer
+        program = QuadraticProgram(view)
+        point = program.answer_of(self._highs) if answer.x is not None else None
+        error = program.error(*point) if point else np.inf
+        if error <= _SMALL_ERROR:
+            answer.status = TVO.Status.OPTIMAL  # whatever made the solver stop
+            return answer
+        if program.has_ray():
+            is_feasible = answer.status in (TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED)
+            return Answer(
+                TVO.Status.UNBOUNDED if is_feasible else TVO.Status.INFEASIBLE_OR_UNBOUNDED
+            )
+        return self._mended(program, point, error, run, deadline)
 
-        write_file(self._highs, model, path)
+    def _mended(
+        self,
+        program: QuadraticProgram,
+        point: Multiplied | None,
+        error: float,
+        run: Run,
+        deadline: float,
+    ) -> Answer:
+        """The answer that comes from looking at the program from the best point so far."""
+        own_regularization = run.options.get("qp_regularization_value")
+        status = TVO.Status.FAILED
+        for step, regularization in _TRIES:
+            if error <= _SMALL_ERROR:
+                break
+            seconds = deadline - perf_counter()
+            if seconds <= 0.0:
+                status = TVO.Status.TIME_LIMIT
+                break
+            run.log.line(f"The answer's error is {error:.1e}: solving again from there.")
+            x: Floats = program.within_bounds(point[0] if point else np.zeros(self._columns))
+            highs = program.seen_from(x, step)
+            self._apply(highs, run, seconds)
+            if regularization is not None and own_regularization is None:
+                highs.setOptionValue("qp_regularization_value", regularization)
+            _run(highs, run)
+            found = program.answer_seen_from(x, step, highs)
+            new_error = program.error(*found) if found else np.inf
+            if new_error < error:
+                point, error = found, new_error
+            if run.stop:
+                status = TVO.Status.INTERRUPTED
+                break
+        if error <= _TOLERABLE_ERROR:
+            status = TVO.Status.OPTIMAL
+        if point is None or status == TVO.Status.FAILED:
+            return Answer(status)
+        return program.answer(*point, status)
+
+
+@cache
+def _option_names() -> list[str]:
+    highs = new_highs()
+    names = [name for name in dir(HighsOptions()) if name[0] != "_"]
+    return [name for name in names if highs.getOptionType(name)[0] == HighsStatus.kOk]
+
+
+def _run(highs: Any, run: Run, silent: bool = False) -> None:
+    """Run HiGHS, its log going where that of the run goes."""
+    log, stop = run.log, run.stop
+    is_loud = log.is_on and not silent
+    if is_loud:
+        highs.setOptionValue("output_flag", True)
+        highs.setOptionValue("log_to_console", log.is_process_output)
+        log.flush()
+
+    def answer(kind: Any, text: str, data_out: Any, data_in: Any, user_data: Any) -> None:
+        if kind == _LOGGING:
+            log.write(text)
+        elif stop:
+            data_in.user_interrupt = True
+
+    highs.setCallback(answer, None)
+    if is_loud and not log.is_process_output:
+        highs.startCallback(_LOGGING)
+    for kind in _INTERRUPTS:
+        highs.startCallback(kind)
+    try:
+        highs.run()
+    finally:
+        highs.setCallback(None, None)
+        if is_loud:
+            highs.setOptionValue("output_flag", False)
+            highs.setOptionValue("log_to_console", True)

@@ -2,26 +2,27 @@
 
 from __future__ import annotations
 
-import sys
+import warnings
+from contextlib import redirect_stdout
+from functools import cache
 from typing import Any
 
 import numpy as np
 from pyscipopt import Model as Scip
 from pyscipopt.scip import Expr, ExprCons, Term
 
-from .. import _csr
-from .._attrutil import CHARACTERS, GENERAL, LINEAR, QUADRATIC, VARIABLE
-from .._exception import TaviroError
-from .._general import NonlinearConstr
-from .._linear import rows_by_column
-from .._quadratic import column_numbers, terms_of
-from .._session import Solution
+from .._exception import NumericsWarning, TaviroError
 from .._tvo import TVO
-from ._run import is_process_output, refuse_infinite
-from ._trees import TreeTranslator
+from ..data.changes import Changes
+from ..data.quadratic import QuadraticTerms
+from ..data.rows import Rows
+from ..data.values import Floats
+from ..data.view import View
+from .protocol import Answer, Run
+from .scip_trees import TreeTranslator
 
 _INFINITY = 1e20  # SCIP's own
-_SENSES = CHARACTERS["Sense"]
+_EPSILON, _FINEST_EPSILON = 1e-9, 1e-15  # what it takes for zero, and how fine that is made here
 _STATUSES = {
     "optimal": TVO.Status.OPTIMAL,
     "gaplimit": TVO.Status.OPTIMAL,
@@ -41,188 +42,247 @@ _STATUSES = {
     "duallimit": TVO.Status.INTERRUPTED,
 }
 _WITH_SOLUTION = (TVO.Status.OPTIMAL, TVO.Status.TIME_LIMIT, TVO.Status.INTERRUPTED)
-_OWN_OPTIONS = {
-    "timeLimit": "limits/time",
-    "gap": "limits/gap",
-    "threads": "lp/threads",
-    "seed": "randomization/randomseedshift",
-}
 
 
 class ScipEngine:
     """A SCIP problem, built anew from the model at each load after a change."""
 
-    def __init__(self):
+    title = "SCIP"
+
+    def __init__(self) -> None:
         self._scip: Any = None
         self._variables: list[Any] = []
 
-    @staticmethod
-    def option_type(name):
-        """Python type of one of SCIP's parameters, None for an unknown name."""
-        try:
-            return type(Scip().getParam(name))
-        except (KeyError, AttributeError, TypeError):
-            return None
+    @classmethod
+    def refuses(cls, view: View, final: bool) -> str:
+        """Nothing: SCIP takes all that a model can hold."""
+        return ""
 
-    def close(self):
+    @classmethod
+    def option_names(cls) -> list[str]:
+        """The names of SCIP's parameters."""
+        return list(_parameters())
+
+    @classmethod
+    def checked_option(cls, name: str, value: Any) -> object:
+        """`value` as the type of a parameter, ValueError where it doesn't fit."""
+        kind = type(_parameters()[name])
+        fits = {
+            bool: isinstance(value, bool) or (not isinstance(value, str) and value in (0, 1)),
+            int: not isinstance(value, bool | str | float) and hasattr(value, "__index__"),
+            float: not isinstance(value, bool | str) and hasattr(value, "__float__"),
+            str: isinstance(value, str),
+        }[kind]
+        if not fits:
+            raise ValueError(f"a value of type {kind.__name__}")
+        converted = kind(value)
+        try:
+            Scip().setParam(name, converted)
+        except (ValueError, OverflowError, KeyError):
+            raise ValueError("a value that SCIP allows for it") from None
+        return converted
+
+    def close(self) -> None:
         """Release the solver's memory."""
         self._scip = None
         self._variables = []
 
-    def load(self, model, changes):
+    def load(self, view: View, changes: Changes | None) -> None:
         """Build the problem."""
-        scip = self._scip = Scip(model._name or "model")
-        scip.hideOutput()
-        self._add_variables(model)
-        self._add_linear(model)
-        self._add_objective(model)
-        self._add_quadratic(model)
-        self._add_general(model)
-
-    def push(self, model, changes):
-        """Nothing: the problem is built at load."""
-
-    def remove(self, kind, kept):
-        """Nothing, likewise."""
+        self._scip = Scip(view.name or "model")
+        self._scip.hideOutput()
+        try:
+            self._set_epsilon(view)
+            self._add_variables(view)
+            self._add_linear(view)
+            self._add_objective(view)
+            self._add_quadratic(view)
+            self._add_nonlinear(view)
+            self._add_indicators(view)
+        except (TaviroError, Warning):
+            raise
+        except Exception as error:
+            raise TaviroError(
+                TVO.Error.ENGINE_FAILED, f"SCIP refused the model's data: {error}"
+            ) from None
 
     # Loading
 
-    def _add_variables(self, model):
-        table = model._tables[VARIABLE]
-        lower, upper = table["LB"], table["UB"]
-        types = [CHARACTERS["VType"][code] for code in table["VType"].tolist()]
-        binary = table["VType"] == CHARACTERS["VType"].index("B")
-        if binary.any():
-            lower = np.where(binary, np.maximum(lower, 0.0), lower)
-            upper = np.where(binary, np.minimum(upper, 1.0), upper)
-        refuse_infinite(table, slice(0, None), lower, upper, "variable")
-        names = table.names_of(np.arange(table.placed))
+    def _set_epsilon(self, view: View) -> None:
+        """Make SCIP see the smallest coefficients, as far as it can."""
+        smallest = np.inf
+        quadratic, terms = view.quadratic_rows, view.quadratic_objective
+        for data in (
+            view.rows.data,
+            *(() if quadratic is None else (quadratic.rows.data, quadratic.pairs.data)),
+            *(() if terms is None else (terms.data,)),
+        ):
+            magnitude = abs(data[data != 0.0])
+            smallest = min(smallest, float(magnitude.min(initial=np.inf)))
+        if smallest > _EPSILON:
+            return
+        self._scip.setParam("numerics/epsilon", max(smallest / 4.0, _FINEST_EPSILON))
+        if smallest <= _FINEST_EPSILON:
+            warnings.warn(
+                f"SCIP takes for zero what is below {_FINEST_EPSILON}, and the model has the "
+                f"coefficient {smallest}{_place_of(view, smallest)}: scale the variable or the "
+                f"constraint",
+                NumericsWarning,
+                stacklevel=2,
+            )
+
+    def _add_variables(self, view: View) -> None:
+        data, names = view.columns(), view.column_names()
+        binary = data.is_integer & (data.lower == 0.0) & (data.upper == 1.0)
+        types = np.where(binary, "B", np.where(data.is_integer, "I", "C")).tolist()
+        lower = self._finite(data.lower, "bound", view.column_name)
+        upper = self._finite(data.upper, "bound", view.column_name)
+        if len(data.costs) and abs(data.costs).max() >= _INFINITY:
+            column = int(np.argmax(abs(data.costs)))
+            raise TaviroError(
+                TVO.Error.ENGINE_FAILED,
+                f"SCIP takes costs below {_INFINITY}, not {data.costs[column]} of the variable "
+                f"'{view.column_name(column)}': scale the objective",
+            )
         add = self._scip.addVar
         self._variables = [
             add(name, kind, low, high, cost)
             for name, kind, low, high, cost in zip(
-                names, types, lower.tolist(), upper.tolist(), table["Obj"].tolist(), strict=True
+                names, types, lower, upper, data.costs.tolist(), strict=True
             )
         ]
 
-    def _add_linear(self, model):
-        table = model._tables[LINEAR]
-        rows = rows_by_column(model, model._linear_rows.select(table, 0))
-        names = table.names_of(np.arange(table.placed))
-        lower, upper = _sides(table, "RHS", "Sense")
+    @staticmethod
+    def _finite(values: Floats, noun: str, name: Any) -> list[float | None]:
+        """Bounds or sides as SCIP takes them, None for an open one."""
+        beyond = (abs(values) >= _INFINITY) & np.isfinite(values)
+        if beyond.any():
+            at = int(np.argmax(beyond))
+            warnings.warn(
+                f"SCIP takes for infinite what is above {_INFINITY}: the {noun} {values[at]} of "
+                f"'{name(at)}'; scale the variable or the constraint",
+                NumericsWarning,
+                stacklevel=3,
+            )
+        return [None if abs(value) >= _INFINITY else value for value in values.tolist()]
+
+    def _sides(self, lower: Floats, upper: Floats, name: Any) -> tuple[list[Any], list[Any]]:
+        """Both sides of rows. One that is open on both sides keeps SCIP's infinity on the left."""
+        lows = self._finite(lower, "side", name)
+        highs = self._finite(upper, "side", name)
+        for k, (low, high) in enumerate(zip(lows, highs, strict=True)):
+            if low is None and high is None:
+                lows[k] = -_INFINITY
+        return lows, highs
+
+    def _add_linear(self, view: View) -> None:
+        rows, names = view.rows, view.row_names()
+        lower, upper = self._sides(*view.sides(), view.row_name)
         for k, name in enumerate(names):
             expr = Expr(self._linear_terms(rows, k))
             self._scip.addCons(ExprCons(expr, lower[k], upper[k]), name=name)
 
-    def _add_objective(self, model):
-        objective, scip = model._objective, self._scip
-        if objective.offset:
-            scip.addObjoffset(objective.offset)
-        minimizing = objective.sense == TVO.MINIMIZE
-        if objective.quadratic is not None:
+    def _add_objective(self, view: View) -> None:
+        scip = self._scip
+        if view.offset:
+            scip.addObjoffset(view.offset)
+        minimizing = view.sense == TVO.MINIMIZE
+        if view.quadratic_objective is not None:
             value = scip.addVar("objective", "C", None, None, 1.0)
-            terms = objective.quadratic.by_column(column_numbers(model))
-            expr = Expr(self._pair_terms(terms) | {Term(value): -1.0})
+            expr = Expr(self._pair_terms(view.quadratic_objective) | {Term(value): -1.0})
             scip.addCons(ExprCons(expr, None if minimizing else 0.0, 0.0 if minimizing else None))
         if minimizing:
             scip.setMinimize()
         else:
             scip.setMaximize()
 
-    def _add_quadratic(self, model):
-        table = model._tables[QUADRATIC]
-        if not table.placed:
+    def _add_quadratic(self, view: View) -> None:
+        quadratic = view.quadratic_rows
+        if quadratic is None:
             return
-        linear, pairs = (store.select(table, 0) for store in model._quadratic_rows)
-        linear = rows_by_column(model, linear)
-        numbers = column_numbers(model)
-        all_terms, ends = terms_of(pairs), pairs.indptr.tolist()
-        lower, upper = _sides(table, "QRHS", "QSense")
-        for k, name in enumerate(table.names_of(np.arange(table.placed))):
-            terms = all_terms.part(ends[k], ends[k + 1]).by_column(numbers)
-            expr = Expr(self._linear_terms(linear, k) | self._pair_terms(terms))
-            self._scip.addCons(ExprCons(expr, lower[k], upper[k]), name=name)
+        lower, upper = self._sides(quadratic.lower, quadratic.upper, view.quadratic_name)
+        for k in range(quadratic.rows.count):
+            terms = self._linear_terms(quadratic.rows, k) | self._pair_terms(quadratic.terms(k))
+            cons = ExprCons(Expr(terms), lower[k], upper[k])
+            self._scip.addCons(cons, name=view.quadratic_name(k))
 
-    def _add_general(self, model):
-        table = model._tables[GENERAL]
-        numbers = column_numbers(model)
-        ids = table.ids_of(np.arange(table.placed)).tolist()
-        for number, name in zip(ids, table.names_of(np.arange(table.placed)), strict=True):
-            constr = model._general[number]
-            try:
-                if isinstance(constr, NonlinearConstr):
-                    self._add_nonlinear(constr, numbers, name)
-                else:
-                    self._add_indicator(constr, numbers, name)
-            except _RemovedVariable:
-                raise TaviroError(
-                    TVO.Error.NOT_IN_MODEL,
-                    f"The general constraint '{name}' uses a variable that was removed: remove "
-                    f"the constraint as well",
-                ) from None
+    def _add_nonlinear(self, view: View) -> None:
+        nonlinear = view.nonlinear
+        if nonlinear is None:
+            return
 
-    def _add_nonlinear(self, constr, numbers, name):
-        translator = TreeTranslator(self._scip, lambda var: self._variable(var._colno), name)
-        expr = translator.translate(constr.root)
-        self._scip.addCons(expr - self._variable(_column(constr.result, numbers)) == 0.0, name=name)
+        def name(k: int) -> str:
+            return view.general_name(int(nonlinear.places[k]))
 
-    def _add_indicator(self, constr, numbers, name):
-        binary = self._variable(_column(constr.binary, numbers))
-        terms = {}
-        for number, value in zip(constr.ids.tolist(), constr.data.tolist(), strict=True):
-            term = Term(self._variable(_column(number, numbers)))
-            terms[term] = terms.get(term, 0.0) + value
-        for sense in "<>" if constr.sense == "=" else constr.sense:
-            lower = constr.rhs if sense == ">" else None
-            upper = constr.rhs if sense == "<" else None
-            self._scip.addConsIndicator(
-                ExprCons(Expr(dict(terms)), lower, upper), binary, constr.value, name
-            )
+        lower, upper = self._sides(nonlinear.lower, nonlinear.upper, name)
+        translator = TreeTranslator(self._scip, nonlinear.trees, self._variables, name)
+        for k, column in enumerate(nonlinear.columns.tolist()):
+            expr = translator.translate(k)
+            if column >= 0:
+                expr = expr - self._variables[column]
+            self._scip.addCons(ExprCons(expr, lower[k], upper[k]), name=name(k))
 
-    def _variable(self, column):
-        if column < 0:
-            raise _RemovedVariable
-        return self._variables[column]
+    def _add_indicators(self, view: View) -> None:
+        indicators = view.indicators
+        if indicators is None:
+            return
 
-    def _linear_terms(self, rows, k):
+        def name(k: int) -> str:
+            return view.general_name(int(indicators.places[k]))
+
+        lower, upper = self._sides(indicators.lower, indicators.upper, name)
+        for k, column in enumerate(indicators.columns.tolist()):
+            terms, binary = self._linear_terms(indicators.rows, k), self._variables[column]
+            for low, high in ((None, upper[k]), (lower[k], None)):
+                if (low is None and high is None) or low == -_INFINITY:
+                    continue
+                cons = ExprCons(Expr(dict(terms)), low, high)
+                self._scip.addConsIndicator(cons, binary, bool(indicators.values[k]), name(k))
+
+    def _linear_terms(self, rows: Rows, k: int) -> dict[Any, float]:
         part = slice(rows.indptr[k], rows.indptr[k + 1])
         return {
             Term(self._variables[column]): value
             for column, value in zip(rows.ids[part].tolist(), rows.data[part].tolist(), strict=True)
         }
 
-    def _pair_terms(self, terms):
-        found = {}
-        for first, second, value in zip(
-            terms.ids1.tolist(), terms.ids2.tolist(), terms.data.tolist(), strict=True
-        ):
-            term = Term(self._variables[first], self._variables[second])
-            found[term] = found.get(term, 0.0) + value
-        return found
+    def _pair_terms(self, terms: QuadraticTerms) -> dict[Any, float]:
+        """The terms as SCIP's; each pair stands there once."""
+        columns = zip(terms.ids1.tolist(), terms.ids2.tolist(), strict=True)
+        return {
+            Term(self._variables[first], self._variables[second]): value
+            for (first, second), value in zip(columns, terms.data.tolist(), strict=True)
+        }
 
     # Solving
 
-    def solve(self, model, options):
-        """Solve what is loaded; returns a Solution."""
-        self._apply(options)
-        self._pass_start(model)
+    def solve(self, view: View, run: Run) -> Answer:
+        """Solve what is loaded."""
         scip = self._scip
-        scip.hideOutput(not options["log"])
-        if not options["log"]:
+        self._apply(run)
+        self._pass_start(view)
+        scip.hideOutput(not run.log.is_on)
+        if not run.log.is_on:
             scip.optimizeNogil()
-        elif is_process_output(sys.stdout):
-            sys.stdout.flush()
+        elif run.log.is_process_output:
+            run.log.flush()
             scip.optimizeNogil()
         else:
             scip.redirectOutput()
-            scip.optimize()
-        return self._solution(model)
+            with redirect_stdout(run.log):  # type: ignore[type-var]
+                scip.optimize()
+        return self._answer(view, run)
 
-    def _apply(self, options):
-        wanted = dict(options.by_engine["scip"])
-        for name, engine_name in _OWN_OPTIONS.items():
-            if options[name] is not None and options[name] != np.inf:
-                wanted[engine_name] = options[name]
+    def _apply(self, run: Run) -> None:
+        wanted = dict(run.options)
+        for name, value in (
+            ("limits/time", None if run.time_limit == np.inf else run.time_limit),
+            ("limits/gap", run.gap),
+            ("lp/threads", None if run.threads is None else min(run.threads, 64)),
+            ("randomization/randomseedshift", run.seed),
+        ):
+            if value is not None:
+                wanted[name] = value
         for name, value in wanted.items():
             try:
                 self._scip.setParam(name, value)
@@ -232,77 +292,44 @@ class ScipEngine:
                     f"SCIP doesn't take {value!r} for its parameter '{name}'",
                 ) from None
 
-    def _pass_start(self, model):
-        table = model._tables[VARIABLE]
-        if not table.has("Start"):
+    def _pass_start(self, view: View) -> None:
+        if view.start is None:
             return
-        at = np.flatnonzero(np.isfinite(table["Start"]))
+        at = np.flatnonzero(np.isfinite(view.start))
         if not len(at):
             return
         start = self._scip.createPartialSol()
-        for column, value in zip(at.tolist(), table["Start"][at].tolist(), strict=True):
+        for column, value in zip(at.tolist(), view.start[at].tolist(), strict=True):
             self._scip.setSolVal(start, self._variables[column], value)
         self._scip.addSol(start)
 
-    def _solution(self, model):
+    def _answer(self, view: View, run: Run) -> Answer:
         scip = self._scip
         status = _STATUSES.get(scip.getStatus(), TVO.Status.FAILED)
+        if run.stop and status == TVO.Status.FAILED:
+            status = TVO.Status.INTERRUPTED
         text = "SCIP gives no dual values: solve a continuous linear model with engine='highs'"
-        solution = Solution(status, missing=dict.fromkeys(("ReducedCost", "Dual"), text))
+        answer = Answer(status, missing=dict.fromkeys(("ReducedCost", "Dual"), text))
         bound = scip.getDualbound()
         if abs(bound) < scip.infinity():
-            solution.bound = bound
-        if status not in _WITH_SOLUTION or not scip.getNSols():
-            return solution
-        best = scip.getBestSol()
-        solution.objective = scip.getSolObjVal(best)
-        x = np.array([scip.getSolVal(best, variable) for variable in self._variables], np.float64)
-        solution.values["X"] = x
-        rows = rows_by_column(model, model._linear_rows.select(model._tables[LINEAR], 0))
-        solution.values["Slack"] = model._tables[LINEAR]["RHS"] - _csr.products(rows, x)
-        solution.values["QSlack"] = model._tables[QUADRATIC]["QRHS"] - _quadratic_values(model, x)
-        return solution
-
-    def write(self, model, path):
-        """Write the problem in a format that SCIP knows by the path's ending."""
-        try:
-            self._scip.writeProblem(path, verbose=False)
-        except Exception as error:
-            raise TaviroError(
-                TVO.Error.FILE,
-                f"SCIP can't write the model to '{path}' ({error}): use .cip, .mps or .lp",
-            ) from None
+            answer.bound = bound
+        if status in _WITH_SOLUTION and scip.getNSols():
+            best = scip.getBestSol()
+            answer.x = np.array([scip.getSolVal(best, v) for v in self._variables], np.float64)
+        return answer
 
 
-class _RemovedVariable(Exception):
-    """A constraint refers to a variable that left the model."""
+@cache
+def _parameters() -> dict[str, Any]:
+    found: dict[str, Any] = Scip().getParams()
+    return found
 
 
-def _column(number, numbers):
-    return number if numbers is None else int(numbers[number])
-
-
-def _sides(table, rhs_name, sense_name):
-    """Lower and upper sides of rows as lists, with None where only that side is open."""
-    rhs, sense = table[rhs_name], table[sense_name]
-    below = table["Low"] if table.has("Low") else np.full(table.size, -np.inf)
-    lower = np.where(sense == _SENSES.index("<"), below, rhs)
-    upper = np.where(sense == _SENSES.index(">"), np.inf, rhs)
-    refuse_infinite(table, slice(0, None), lower, upper, "constraint")
-    free = (lower == -np.inf) & (upper == np.inf)
-    return (
-        [None if value == -np.inf else value for value in np.where(free, -_INFINITY, lower)],
-        [None if value == np.inf else value for value in upper],
-    )
-
-
-def _quadratic_values(model, x):
-    table = model._tables[QUADRATIC]
-    if not table.placed:
-        return np.empty(0)
-    linear, pairs = (store.select(table, 0) for store in model._quadratic_rows)
-    numbers, terms = column_numbers(model), terms_of(pairs)
-    # The number of a variable that isn't in the model is -1 or -2.
-    by_id = x if numbers is None else np.append(x, (0.0, 0.0))[numbers]
-    squares = _csr.sums_by_row(pairs, terms.data * by_id[terms.ids1] * by_id[terms.ids2])
-    return squares + _csr.products(rows_by_column(model, linear), x)
+def _place_of(view: View, smallest: float) -> str:
+    """Where a coefficient of a linear row stands, as part of a sentence."""
+    at = np.flatnonzero(abs(view.rows.data) == smallest)
+    if not len(at):
+        return ""
+    row = int(np.searchsorted(view.rows.indptr, at[0], side="right")) - 1
+    column = int(view.rows.ids[at[0]])
+    return f" of variable '{view.column_name(column)}' in the constraint '{view.row_name(row)}'"

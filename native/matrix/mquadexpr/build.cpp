@@ -1,0 +1,194 @@
+// MQuadExpr: how expressions come into being. Each builder decides between the compact and the full
+// form.
+
+#include "core_interface/scalars.hpp"
+#include "mquadexpr/mquadexpr.hpp"
+#include "mvar.hpp"
+#include "support/errors.hpp"
+#include "support/imports.hpp"
+#include "support/object_arrays.hpp"
+#include "support/object_product.hpp"
+#include "support/sparse.hpp"
+
+namespace taviropy::mquadexpr {
+
+using namespace nb::literals;
+
+namespace {
+
+nb::object matmul(nb::handle left, nb::handle right) {
+    return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr()));
+}
+
+nb::object matmul_shape(nb::handle left, nb::handle right) {
+    return names::_matmul_shape()(left, right, "do_raise"_a = true);
+}
+
+bool may_be_compact(nb::handle cls, nb::handle shape) {
+    return keeps_compact(cls) && truth(cls.attr("_allows_compact")(shape));
+}
+
+/// numpy.prod(shape) == numpy.max(shape): one dimension above 1 at most, or nothing in it at all.
+bool flattens_to_vector(nb::handle np, nb::handle shape) {
+    return np.attr("prod")(shape).equal(np.attr("max")(shape));
+}
+
+/// One variable as a vector.
+nb::object vector_of(nb::handle mvar) {
+    return mvar::new_mvar(mvar.attr("_vararr").attr("reshape")(nb::make_tuple(1)));
+}
+
+}  // namespace
+
+nb::object zeros(nb::handle cls, nb::handle shape) {
+    nb::object extents = names::_broadcast_shapes()(shape);
+    if (!may_be_compact(cls, extents)) return cls.attr("_zeros_full")(extents);
+    nb::object ndle = names::MLinExpr().attr("zeros")(extents);
+    return new_compact(cls, nb::list(), ndle);
+}
+
+static nb::object _zeros_full(nb::handle cls, nb::handle shape) {
+    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"writeonly"}, nullptr};
+    auto np = import_numpy();
+    nb::object extents = names::_broadcast_shapes()(shape);
+    nb::object out = empty_object_array(np, extents);
+    GcPause pause;
+    walk<1>(flags, {out}, [](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k) chunks[0].store(k, new_quadexpr());
+    });
+    return new_full(cls, out, names::MLinExpr().attr("zeros")(extents));
+}
+
+static nb::list list_of_one(nb::object item) {
+    nb::list list = nb::steal<nb::list>(checked(PyList_New(1)).release());
+    PyList_SET_ITEM(list.ptr(), 0, item.release().ptr());
+    return list;
+}
+
+/// The full form of an element-wise product: one term an element.
+static nb::object full_product(nb::handle left, nb::handle right, nb::handle shape) {
+    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok reduce_ok",
+                                    {"readwrite", "readwrite", "writeonly"},
+                                    nullptr};
+    nb::object xs = left.attr("_vararr"), ys = right.attr("_vararr");
+    nb::object qearr = empty_object_array(import_numpy(), shape);
+    nb::float_ one(1.0);
+    GcPause pause;
+    walk<3>(flags, {xs, ys, qearr}, [&](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k)
+            chunks[2].store(k, make_quadexpr(list_of_one(one), list_of_one(chunks[0].element(k)),
+                                             list_of_one(chunks[1].element(k))));
+    });
+    return new_full(qearr, names::MLinExpr().attr("zeros")(shape));
+}
+
+static nb::object _from_mvar_times_mvar(nb::handle cls, nb::handle mvar_left, nb::handle mvar_right,
+                                        nb::handle force_full) {
+    nb::object shape = names::_broadcast_shapes()(nb::getattr(mvar_left, "shape"),
+                                                  nb::getattr(mvar_right, "shape"));
+    if (!may_be_compact(cls, shape) || truth(force_full))
+        return full_product(mvar_left, mvar_right, shape);
+    nb::object ndle = names::MLinExpr().attr("zeros")(shape);
+    nb::list quadparts;
+    if (nb::cast<Py_ssize_t>(ndle.attr("size")) > 0) {
+        nb::object Q = sparse::to_coo(sparse::identity(1), /*copy=*/false);
+        quadparts.append(nb::make_tuple(vector_of(mvar_left), Q, vector_of(mvar_right)));
+    }
+    return new_compact(quadparts, ndle);
+}
+
+/// A 0-d full expression; the linear part of a copy of `qe` moves to the linear expression.
+nb::object _from_quad_expr(nb::handle cls, nb::handle qe) {
+    auto np = import_numpy();
+    nb::object ndle = names::MLinExpr().attr("_from_linexpr")(qe.attr("getLinExpr")());
+    nb::object quadratic = new_quadexpr(qe);
+    quadratic.attr("getLinExpr")().attr("clear")();
+    nb::object qearr = np.attr("array")(quadratic, "dtype"_a = "O");
+    return new_full(cls, qearr, ndle);
+}
+
+/// x @ Q @ y + c @ z + d.
+static nb::object _from_quadfun(nb::handle cls, nb::handle x, nb::handle Q, nb::handle y,
+                                nb::handle c, nb::handle z, nb::handle d) {
+    nb::object left_shape = matmul_shape(x.attr("shape"), Q.attr("shape"));
+    nb::object quad_shape = matmul_shape(left_shape, y.attr("shape"));
+    nb::object mlinexpr = names::MLinExpr();
+    nb::object ndle = mlinexpr.attr("zeros")(quad_shape);
+    if (!c.is_none()) ndle = ndle + matmul(c, z);
+    if (!d.is_none()) ndle = ndle + d;
+    nb::object shape = names::_broadcast_shapes()(quad_shape, nb::getattr(ndle, "shape"));
+    ndle = ndle + mlinexpr.attr("zeros")(shape);  // widens the linear part to the common shape
+    bool compact = truth(cls.attr("_keep_compact")) && truth(cls.attr("_allows_compact")(shape));
+    return cls.attr(compact ? "_from_quadfun_compact" : "_from_quadfun_full")(x, Q, y, ndle);
+}
+
+static nb::object _from_quadfun_compact(nb::handle cls, nb::handle x, nb::handle Q, nb::handle y,
+                                        nb::handle ndle) {
+    auto np = import_numpy();
+    PY_ASSERT(flattens_to_vector(np, x.attr("shape")));
+    PY_ASSERT(flattens_to_vector(np, y.attr("shape")));
+    nb::object left = mvar::new_mvar(x.attr("_vararr").attr("flatten")());
+    nb::object matrix = sparse::to_coo(Q, /*copy=*/true);
+    nb::object right = mvar::new_mvar(y.attr("_vararr").attr("flatten")());
+    nb::list quadparts;
+    quadparts.append(nb::make_tuple(left, matrix, right));
+    return new_compact(cls, quadparts, ndle);
+}
+
+/// The dense fallback: NumPy's object products, which run through the scalar operators. Adding
+/// zeros broadcasts to the shape of `ndle` and gives every element an expression of its own.
+static nb::object _from_quadfun_full(nb::handle cls, nb::handle x, nb::handle Q, nb::handle y,
+                                     nb::handle ndle) {
+    auto np = import_numpy();
+    auto sp = import_sparse();
+    sparse::check(Q);
+    nb::object matrix = nb::borrow(Q);
+    if (is_instance(Q, sp.attr("spmatrix"))) matrix = sparse::to_array(Q);
+    nb::object row = object_product(np, x.attr("_vararr"), matrix);
+    nb::object product = object_product(np, row, y.attr("_vararr"));
+    nb::object qearr = np.attr("array")(product) + np.attr("zeros")(nb::getattr(ndle, "shape"));
+    return new_full(cls, np.attr("asarray")(qearr), ndle);
+}
+
+nb::object _from_mlinexpr(nb::handle cls, nb::handle ndle, nb::handle force_full) {
+    nb::object result =
+        cls.attr(truth(force_full) ? "_zeros_full" : "zeros")(nb::getattr(ndle, "shape"));
+    result += ndle;
+    return result;
+}
+
+static constexpr const char* kZerosDoc = R"(
+ROUTINE:
+  zeros(shape)
+
+PURPOSE:
+  Construct an all-zero MQuadExpr object of given shape.
+
+ARGUMENTS:
+  shape (int or tuple of ints): The shape of the expression; () for a single 0-d element.
+
+RETURN VALUE:
+  An MQuadExpr object of that shape, without terms and with the constant 0.0 in every element.
+
+EXAMPLE:
+  mqe = tv.MQuadExpr.zeros(3)
+  x = model.addMVar(3)
+  mqe += 2 * x * x
+
+NOTES:
+  A negative extent is a ValueError, a shape of another type a TypeError.
+)";
+
+void add_build_methods(ClassBody& body) {
+    body.class_method<&zeros>("zeros(cls, shape)", kZerosDoc)
+        .class_method<&_zeros_full>("_zeros_full(cls, shape)")
+        .class_method<&_from_mvar_times_mvar>(
+            "_from_mvar_times_mvar(cls, mvar_left, mvar_right, force_full=False)")
+        .class_method<&_from_quad_expr>("_from_quad_expr(cls, qe)")
+        .class_method<&_from_quadfun>("_from_quadfun(cls, x, Q, y, c=None, z=None, d=None)")
+        .class_method<&_from_quadfun_compact>("_from_quadfun_compact(cls, x, Q, y, ndle)")
+        .class_method<&_from_quadfun_full>("_from_quadfun_full(cls, x, Q, y, ndle)")
+        .class_method<&_from_mlinexpr>("_from_mlinexpr(cls, ndle, force_full=False)");
+}
+
+}  // namespace taviropy::mquadexpr

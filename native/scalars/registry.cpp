@@ -1,0 +1,89 @@
+#include "registry.hpp"
+
+#include <limits>
+
+#include "taviro120.h"
+
+namespace taviropy {
+
+int32_t Registry::count() const {
+    int count = 0;
+    TVOgetintattr(native_, count_name_, &count);
+    return count;
+}
+
+void Registry::set_count(int32_t count) { TVOsetintattr(native_, count_name_, count); }
+
+int32_t Registry::enter(Py_ssize_t elements) {
+    const int32_t first = next_id_;
+    if (elements < 0 || elements > std::numeric_limits<int32_t>::max() - first)
+        raise(PyExc_OverflowError,
+              "a model holds at most 2147483647 elements of a kind: %d are there, %zd more asked "
+              "for",
+              static_cast<int>(first), elements);
+    const int32_t end = first + static_cast<int32_t>(elements);
+    pages_.resize((static_cast<std::size_t>(end) + kPageMask) >> kPageBits);
+    for (int32_t id = first; id < end; ++id) {
+        Page& page = pages_[id >> kPageBits];
+        if (!page) {
+            page = std::make_unique<int32_t[]>(kPageSize);
+            std::fill_n(page.get(), kPageSize, kRemoved);
+        }
+        page[id & kPageMask] = kWaiting;
+    }
+    next_id_ = end;
+    return first;
+}
+
+void Registry::discard(const int32_t* ids, Py_ssize_t size) {
+    for (Py_ssize_t k = 0; k < size; ++k) {
+        Page& page = pages_[ids[k] >> kPageBits];
+        if (!page) continue;
+        int32_t& entry = page[ids[k] & kPageMask];
+        if (entry == kRemoved || is_marked(entry)) continue;
+        entry = kMark - entry;
+        has_discarded_ = true;
+    }
+}
+
+void Registry::settle(std::vector<int32_t>& kept) {
+    if (has_discarded_)
+        remove_marked(kept);
+    else
+        place_waiting();
+    first_waiting_ = next_id_;
+}
+
+/// Without a removal only what waits gets its number.
+void Registry::place_waiting() {
+    int32_t next = count();
+    for (int32_t id = first_waiting_; id < next_id_; ++id) {
+        Page& page = pages_[id >> kPageBits];
+        page[id & kPageMask] = next++;
+    }
+    set_count(next);
+}
+
+void Registry::remove_marked(std::vector<int32_t>& kept) {
+    int32_t place = 0, next = 0;
+    for (int32_t first = 0; first < next_id_; first += kPageSize) {
+        Page& page = pages_[first >> kPageBits];
+        if (!page) continue;
+        const int32_t next_before = next, size = std::min(kPageSize, next_id_ - first);
+        for (int32_t k = 0; k < size; ++k) {
+            if (page[k] == kRemoved) continue;
+            if (is_marked(page[k])) {
+                page[k] = kRemoved;
+            } else {
+                page[k] = next++;
+                kept.push_back(place);
+            }
+            ++place;
+        }
+        if (next == next_before) page.reset();
+    }
+    has_discarded_ = all_in_place_ = false;
+    set_count(next);
+}
+
+}  // namespace taviropy

@@ -1,0 +1,143 @@
+// Checks of the rows of large blocks, which a model takes as the arrays that they are.
+#include <algorithm>
+#include <functional>
+
+#include "elements.hpp"
+#include "rows.hpp"
+
+namespace taviropy {
+
+FieldNames field_names;
+
+namespace {
+
+bool all_finite(const double* values, int64_t size) {
+    uint64_t bad = 0;
+    for (int64_t k = 0; k < size; ++k) {
+        uint64_t bits;
+        std::memcpy(&bits, values + k, sizeof bits);
+        bad |= ((bits >> 52) & 0x7ff) == 0x7ff;  // infinite or NaN
+    }
+    return bad == 0;
+}
+
+bool all_rising(const CsrArrays& rows, Py_ssize_t count) {
+    for (Py_ssize_t row = 0; row < count; ++row)
+        for (int64_t k = rows.indptr[row] + 1; k < rows.indptr[row + 1]; ++k)
+            if (rows.indices[k - 1] >= rows.indices[k]) return false;
+    return true;
+}
+
+Ref scan_rows(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("scan_rows", nargs, 3, 3);
+    CsrArrays rows(args[0], args[1], args[2]);
+    Py_ssize_t count = rows.indptr.size() - 1;
+    if (count < 0 || !rows.is_whole(count)) return none();
+    bool finite = all_finite(rows.values(), rows.indptr[count]);
+    return checked(
+        Py_BuildValue("NN", PyBool_FromLong(finite), PyBool_FromLong(all_rising(rows, count))));
+}
+
+/// Whether all indices are at least 0 and below `size`. In rising rows their ends tell.
+bool all_within(const CsrArrays& rows, Py_ssize_t count, bool rising, int64_t size) {
+    if (!rising) {
+        for (int64_t k = 0; k < rows.indptr[count]; ++k)
+            if (rows.indices[k] < 0 || rows.indices[k] >= size) return false;
+        return true;
+    }
+    for (Py_ssize_t row = 0; row < count; ++row) {
+        int64_t first = rows.indptr[row], end = rows.indptr[row + 1];
+        if (first < end && (rows.indices[first] < 0 || rows.indices[end - 1] >= size)) return false;
+    }
+    return true;
+}
+
+/// The ids of all indices of the rows as an array; None where ids and indices are equal.
+Ref mapped_ids(const std::vector<int32_t>& ids, const CsrArrays& rows, int64_t nnz) {
+    bool equal = true;
+    for (std::size_t k = 0; k < ids.size() && equal; ++k) equal = ids[k] == static_cast<int32_t>(k);
+    if (equal) return none();
+    FilledArray<int32_t> mapped("int32", nnz);
+    for (int64_t k = 0; k < nnz; ++k) mapped.items[k] = ids[rows.indices[k]];
+    return std::move(mapped.array);
+}
+
+Ref product_rows(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("product_rows", nargs, 5, 5);
+    PyObject* model = model_argument(args[0]);
+    Objects variables(args[1]);
+    CsrArrays rows(args[2], args[3], args[4]);
+    Py_ssize_t count = rows.indptr.size() - 1;
+    if (count < 0 || !rows.is_whole(count)) return none();
+    bool rising = all_rising(rows, count);
+    if (!all_within(rows, count, rising, variables.size())) return none();
+    std::vector<int32_t> ids(static_cast<std::size_t>(variables.size()));
+    variables.each([&](Py_ssize_t k, PyObject* var) { ids[k] = checked_id(model, kVar, var, k); });
+    Ref mapped = mapped_ids(ids, rows, rows.indptr[count]);
+    rising =
+        rising && (mapped.get() == Py_None ||
+                   std::adjacent_find(ids.begin(), ids.end(), std::greater_equal<>()) == ids.end());
+    bool finite = all_finite(rows.values(), rows.indptr[count]);
+    return checked(
+        Py_BuildValue("NNN", mapped.release(), PyBool_FromLong(finite), PyBool_FromLong(rising)));
+}
+
+/// Whether an array, of which the caller has one new reference, is held by its matrix alone.
+bool is_held_once(const Ref& array) {
+    Ref base = checked(PyObject_GetAttrString(array.get(), "base"));
+    return Py_REFCNT(array.get()) == 2 && base.get() == Py_None;
+}
+
+bool is_matrix_held_once(PyObject* matrix) {
+    return Py_REFCNT(matrix) == 1 && is_held_once(field(matrix, field_names.indptr)) &&
+           is_held_once(field(matrix, field_names.indices)) &&
+           is_held_once(field(matrix, field_names.data));
+}
+
+bool is_left_held_once(PyObject* constr) {
+    PyObject* expr = reinterpret_cast<TempConstrObject*>(constr)->lhs;
+    if (Py_REFCNT(expr) != 1) return false;
+    Ref parts = field(expr, field_names.matmulparts);
+    if (!PyList_CheckExact(parts.get()) || Py_REFCNT(parts.get()) != 2) return false;
+    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(parts.get()); ++k) {
+        PyObject* pair = PyList_GET_ITEM(parts.get(), k);
+        if (!PyTuple_CheckExact(pair) || PyTuple_GET_SIZE(pair) != 2 || Py_REFCNT(pair) != 1 ||
+            !is_matrix_held_once(PyTuple_GET_ITEM(pair, 0)))
+            return false;
+    }
+    return true;
+}
+
+Ref holds_left_alone(PyObject*, PyObject* constr) {
+    if (!Py_IS_TYPE(constr, types.tempconstr))
+        raise(PyExc_TypeError, "holds_left_alone takes a TempConstr");
+    return checked(PyBool_FromLong(is_left_held_once(constr)));
+}
+
+PyMethodDef functions[] = {
+    {"scan_rows", method<scan_rows>(), METH_FASTCALL,
+     "scan_rows(indptr, indices, data, /)\n--\n\nLooks through CSR rows: (whether all "
+     "coefficients are finite, whether indices rise in each row).\nNone where the arrays don't "
+     "make up rows: indptr starts at 0, never falls and ends within the data."},
+    {"product_rows", method<product_rows>(), METH_FASTCALL,
+     "product_rows(model, vararr, indptr, indices, data, /)\n--\n\nReads the rows of a CSR matrix "
+     "times variables: (ids of the variables of all coefficients int32, or\nNone where they equal "
+     "the indices; whether all coefficients are finite; whether ids are known to\nrise in each "
+     "row). None where the arrays don't make up rows of that many columns.\n\nTypeError and "
+     "TaviroError for variables as Model._ids has them."},
+    {"holds_left_alone", method<holds_left_alone>(), METH_O,
+     "holds_left_alone(constr, /)\n--\n\nWhether nobody but a TempConstr holds its left side, a "
+     "compact MLinExpr, with its matrices\nand their arrays: then nothing can change them."},
+    {nullptr},
+};
+
+}  // namespace
+
+void ready_row_checks(PyObject* module) {
+    const char* texts[] = {"_matmulparts", "_const", "indptr", "indices", "data", "_vararr"};
+    PyObject** names = &field_names.matmulparts;
+    for (const char* text : texts) *names++ = checked(PyUnicode_InternFromString(text)).release();
+    check(PyModule_AddFunctions(module, functions));
+}
+
+}  // namespace taviropy

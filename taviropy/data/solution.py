@@ -1,0 +1,107 @@
+"""What a solve left behind, and the attributes that are read from it."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Mapping
+from typing import Any
+
+import numpy as np
+from numpy.typing import NDArray
+
+from .._exception import TaviroError
+from .._tvo import TVO
+from .attributes import ATTRIBUTES, KIND_NAMES
+from .elements import Elements
+from .values import Floats
+
+# An array of values by the elements' index, or what gives it when it is first asked for.
+Values = Floats | Callable[[], Floats]
+
+_WHY_MISSING: dict[int, str] = {
+    TVO.Status.LOADED: "the model has not been solved yet: call optimize() first",
+    TVO.Status.INFEASIBLE: "the model is infeasible: relax its bounds or constraints",
+    TVO.Status.UNBOUNDED: "the model is unbounded: give its variables bounds",
+    TVO.Status.INFEASIBLE_OR_UNBOUNDED: "the model is infeasible or unbounded: solve it without "
+    "an objective to learn which",
+    TVO.Status.TIME_LIMIT: "the time limit came before a solution was found: raise timeLimit",
+    TVO.Status.INTERRUPTED: "the solve was interrupted before a solution was found",
+}
+
+
+class Solution:
+    """The outcome of a solve, or that there was none yet.
+
+    ``values`` holds an array for each solution attribute that there is. ``missing`` says why
+    others aren't there.
+    """
+
+    def __init__(
+        self,
+        status: int,
+        objective: float | None = None,
+        bound: float | None = None,
+        values: dict[str, Values] | None = None,
+        missing: Mapping[str, str] | None = None,
+    ) -> None:
+        self.status = status
+        self.objective = objective
+        self.bound = bound
+        self.values = values or {}
+        self.missing = missing or {}
+        self.seconds = 0.0
+        self.engine = ""  # who answered
+
+    def array(self, attrname: str) -> Floats | None:
+        """The values of a solution attribute, None where there are none."""
+        values = self.values.get(attrname)
+        if callable(values):
+            values = self.values[attrname] = values()
+        return values
+
+    def keep(self, kind: int, kept: NDArray[Any]) -> None:
+        """Follow the removal of elements: `kept` are the old indices that stay."""
+        for name in list(self.values):
+            if ATTRIBUTES[name].kind == kind:
+                array = self.array(name)
+                assert array is not None
+                self.values[name] = array[kept[: np.searchsorted(kept, len(array))]]
+
+    def read(self, attrname: str, positions: NDArray[Any], elements: Elements) -> Floats:
+        """Values of an attribute at some indices; TaviroError where one of them has none."""
+        array = self.array(attrname)
+        if array is None:
+            raise self._no_value(attrname)
+        if len(positions) and positions.max() >= len(array):
+            where = int(positions[np.argmax(positions >= len(array))])
+            noun = KIND_NAMES[ATTRIBUTES[attrname].kind]
+            raise TaviroError(
+                TVO.Error.NO_SOLUTION,
+                f"There is no '{attrname}' of {noun} '{elements.name_of(where)}': it was added "
+                f"after the last solve; call optimize() again",
+            )
+        values: Floats = array[positions]
+        return values
+
+    def result(self, attrname: str) -> Any:
+        """An attribute of the model that a solve determines."""
+        if attrname == "Status":
+            return self.status
+        if attrname == "SolveTime":
+            return self.seconds
+        if attrname == "Engine":
+            return self.engine
+        value = self.objective if attrname == "Objective" else self.bound
+        if value is None:
+            raise self._no_value(attrname)
+        return value
+
+    def _no_value(self, attrname: str) -> TaviroError:
+        why = self.missing.get(attrname) or _WHY_MISSING.get(self.status)
+        if why is None:
+            has_solution = "X" in self.values
+            why = (
+                "the engine tells none for this model"
+                if has_solution
+                else "the solve ended without a solution: see Status"
+            )
+        return TaviroError(TVO.Error.NO_SOLUTION, f"There is no '{attrname}': {why}")

@@ -1,0 +1,290 @@
+"""Clarabel: convex quadratic objectives and constraints, and linear models."""
+
+from __future__ import annotations
+
+from contextlib import suppress
+from typing import Any, NamedTuple
+
+import clarabel
+import numpy as np
+import scipy.sparse as sp
+
+from .._tvo import TVO
+from ..data.changes import Changes
+from ..data.values import Floats, Ids
+from ..data.view import View
+from .cones import Cone, cones_of, in_cone
+from .convexity import is_convex
+from .factor import NotConvex
+from .optimality import ConvexProgram
+from .protocol import Answer, Run
+
+_INFINITY = 1e20  # what it takes for infinite
+_SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5  # as `ConvexProgram.error` measures them
+# One digit more than Clarabel asks for by itself: complementarity is worse than the gap.
+_TOLERANCES = {"tol_gap_abs": 1e-9, "tol_gap_rel": 1e-9, "tol_feas": 1e-9}
+_STATUSES = {
+    "PrimalInfeasible": TVO.Status.INFEASIBLE,
+    "DualInfeasible": TVO.Status.INFEASIBLE_OR_UNBOUNDED,
+    "MaxTime": TVO.Status.TIME_LIMIT,
+    "CallbackTerminated": TVO.Status.INTERRUPTED,
+}
+_WITH_POINT = ("Solved", "AlmostSolved", "InsufficientProgress", "MaxIterations")
+
+
+class ClarabelEngine:
+    """Clarabel, an interior-point solver for cones; the problem is built anew at each load."""
+
+    title = "Clarabel"
+
+    def __init__(self) -> None:
+        self._problem: _Problem | None = None
+
+    @classmethod
+    def refuses(cls, view: View, final: bool) -> str:
+        """Why Clarabel can't take a model; whether it is convex is found out where it is final."""
+        if view.general_count:
+            return f"'{view.general_name(0)}' is a general constraint"
+        if view.has_integers:
+            return f"the variable '{view.first_integer()}' is integer"
+        if view.quadratic_objective is not None and not is_convex(view, final):
+            return "its quadratic objective is not convex"
+        if final and view.quadratic_count:
+            try:
+                cones_of(view)
+            except NotConvex as error:
+                return str(error)
+        return ""
+
+    @classmethod
+    def option_names(cls) -> list[str]:
+        """The names of Clarabel's settings."""
+        names = dir(clarabel.DefaultSettings())
+        return [name for name in names if name[0] != "_" and name != "default"]
+
+    @classmethod
+    def checked_option(cls, name: str, value: Any) -> object:
+        """`value` as the type of a setting, ValueError where it doesn't fit."""
+        settings = clarabel.DefaultSettings()
+        kind = type(getattr(settings, name))
+        if kind in (bool, str) and type(value) is not kind:
+            raise ValueError(f"a value of type {kind.__name__}")
+        try:
+            converted = kind(value)
+            setattr(settings, name, converted)
+        except (TypeError, ValueError, OverflowError):
+            raise ValueError(f"a value of type {kind.__name__}") from None
+        return converted
+
+    def load(self, view: View, changes: Changes | None) -> None:
+        """Build the problem."""
+        self._problem = None
+        with suppress(NotConvex):  # solve() isn't called where nobody knows that it is convex
+            self._problem = _Problem(view)
+
+    def close(self) -> None:
+        """Release the problem."""
+        self._problem = None
+
+    def solve(self, view: View, run: Run) -> Answer:
+        """Solve what is loaded; no answer is taken on trust."""
+        problem = self._problem
+        assert problem is not None
+        solution = problem.run(run)
+        status = str(solution.status)
+        if status in _WITH_POINT:
+            return problem.answer(solution, run)
+        if status == "DualInfeasible":
+            return Answer(_settled(problem, run))
+        return Answer(_STATUSES.get(status, TVO.Status.FAILED))
+
+
+def _settled(problem: _Problem, run: Run) -> int:
+    """Whether a model along whose objective there is no end has a point at all."""
+    run.log.line("The objective has no end: looking for a feasible point.")
+    status = str(problem.run(run, feasibility=True).status)
+    if status in ("Solved", "AlmostSolved"):
+        return TVO.Status.UNBOUNDED
+    return _STATUSES.get(status, TVO.Status.INFEASIBLE_OR_UNBOUNDED)
+
+
+class _Section(NamedTuple):
+    """Rows of the problem: sides of the model's rows or columns with these numbers.
+
+    Their multipliers are `sign` times the problem's, positive where they push from below.
+    """
+
+    is_row: bool
+    places: Ids
+    sign: float
+    matrix: Any
+    sides: Floats
+
+
+def _sections(is_row: bool, matrix: Any, lower: Floats, upper: Floats) -> list[_Section]:
+    """Equations, upper sides and lower sides."""
+    equal = lower == upper
+    above, below = ~equal & (upper < _INFINITY), ~equal & (lower > -_INFINITY)
+    found = []
+    for chosen, sign, sides in ((equal, -1.0, upper), (above, -1.0, upper), (below, 1.0, lower)):
+        places = np.flatnonzero(chosen)
+        part = -sign * matrix[places]
+        found.append(_Section(is_row, places, sign, part, -sign * sides[places]))
+    return found
+
+
+class _Problem:
+    """Minimize ``x'Px/2 + q'x`` with ``h - G x`` in a product of cones; all of it scaled."""
+
+    def __init__(self, view: View) -> None:
+        self.program = program = ConvexProgram(view)
+        size, units = view.column_count, sp.diags_array(program.units)
+        self._hessian = sp.triu(units @ program.hessian @ units, format="csc")
+        self._costs = program.units * program.costs
+        scaled = (sp.diags_array(program.row_scales) @ program.matrix @ units).tocsr()
+        low, high = (program.row_scales * side for side in program.row_bounds)
+        of_rows = _sections(True, scaled, low, high)
+        low, high = (bound / program.units for bound in program.column_bounds)
+        of_columns = _sections(False, sp.eye_array(size, format="csr"), low, high)
+        equations = [of_rows[0], of_columns[0]]
+        inequalities = [*of_rows[1:], *of_columns[1:]]
+        self._sections = equations + inequalities
+        self._kinds = []
+        for kind, sections in (
+            (clarabel.ZeroConeT, equations),
+            (clarabel.NonnegativeConeT, inequalities),
+        ):
+            count = sum(len(section.places) for section in sections)
+            if count:
+                self._kinds.append(kind(count))
+        self._cones = cones_of(view)
+        self._kinds += [clarabel.SecondOrderConeT(cone.dimension) for cone in self._cones]
+        blocks = [section.matrix for section in self._sections]
+        if self._cones:
+            blocks.append(_stacked(self._cones, size) @ units)
+        self._matrix = sp.csc_matrix(sp.vstack(blocks))
+        of_cones = [cone.sides for cone in self._cones]
+        self._sides = np.concatenate([section.sides for section in self._sections] + of_cones)
+
+    def run(self, run: Run, feasibility: bool = False) -> Any:
+        """Clarabel's solution, without the objective where only feasibility is asked for."""
+        settings = clarabel.DefaultSettings()
+        settings.verbose = False
+        for name, value in _TOLERANCES.items():
+            setattr(settings, name, value)
+        if run.threads is not None:
+            settings.max_threads = run.threads
+        for name, value in run.options.items():
+            setattr(settings, name, value)
+        settings.time_limit = min(settings.time_limit, run.time_limit)
+        keep = 0.0 if feasibility else 1.0
+        solver = clarabel.DefaultSolver(
+            sp.csc_matrix(keep * self._hessian),
+            keep * self._costs,
+            self._matrix,
+            self._sides,
+            self._kinds,
+            settings,
+        )
+        listener = _Listener(run, self.program.sign)
+        run.log.line(self._text())
+        solver.set_termination_callback(listener)
+        solution = solver.solve()
+        listener.end(solution)
+        return solution
+
+    def _text(self) -> str:
+        return (
+            f"Clarabel {clarabel.__version__}: {self._matrix.shape[1]} variables, "
+            f"{len(self._sides)} rows, {len(self._cones)} of {len(self._kinds)} cones of second "
+            f"order, {self._matrix.nnz} + {self._hessian.nnz} nonzeros"
+        )
+
+    def answer(self, solution: Any, run: Run) -> Answer:
+        """The point as answer to the model, judged by the model's own data."""
+        program, sign = self.program, self.program.sign
+        x = program.within_bounds(program.units * np.array(solution.x))
+        z = np.array(solution.z)
+        rows = self._row_multipliers(z)
+        of_cones = self._cone_multipliers(z)
+        pull, gap = np.zeros(len(x)), 0.0
+        for cone, part in zip(self._cones, of_cones, strict=True):
+            np.subtract.at(pull, cone.columns, cone.data * part[cone.rows])
+            gap += max(float(cone.values(x) @ part), 0.0)
+        error = program.error(x, rows, pull, gap)
+        if error > _SMALL_ERROR:
+            run.log.line(f"The answer's error is {error:.1e}.")
+        if error > _TOLERABLE_ERROR:
+            return Answer(TVO.Status.FAILED)
+        activity: Floats = program.matrix @ x
+        quadratic = [
+            cone.multiplier(x, part, program.units)
+            for cone, part in zip(self._cones, of_cones, strict=True)
+        ]
+        return Answer(
+            TVO.Status.OPTIMAL,
+            x,
+            row_values=lambda: activity,
+            reduced_costs=sign * program.reduced_costs(x, rows, pull),
+            row_duals=sign * rows,
+            quadratic_duals=sign * np.array(quadratic),
+        )
+
+    def _row_multipliers(self, z: Floats) -> Floats:
+        """Those of the linear rows, positive where they push from below."""
+        place, rows = 0, np.zeros(self.program.matrix.shape[0])
+        for section in self._sections:
+            end = place + len(section.places)
+            if section.is_row:
+                rows[section.places] += section.sign * z[place:end]
+            place = end
+        return rows * self.program.row_scales
+
+    def _cone_multipliers(self, z: Floats) -> list[Floats]:
+        place = len(z) - sum(cone.dimension for cone in self._cones)
+        found = []
+        for cone in self._cones:
+            found.append(in_cone(z[place : place + cone.dimension]))
+            place += cone.dimension
+        return found
+
+
+def _stacked(cones: list[Cone], columns: int) -> Any:
+    """The matrices of all cones, one below the other."""
+    starts = np.cumsum([0, *(cone.dimension for cone in cones)])
+    rows = np.concatenate([cone.rows + start for cone, start in zip(cones, starts, strict=False)])
+    coords = rows, np.concatenate([cone.columns for cone in cones])
+    data = np.concatenate([cone.data for cone in cones])
+    return sp.coo_array((data, coords), shape=(int(starts[-1]), columns)).tocsr()
+
+
+class _Listener:
+    """Called in each iteration: writes the log, and stops where the user wants it."""
+
+    def __init__(self, run: Run, sign: float) -> None:
+        self._run = run
+        self._sign = sign
+        self._error: BaseException | None = None
+        run.log.line("iteration    objective         bound             gap       residual  seconds")
+
+    def __call__(self, info: Any) -> bool:
+        try:
+            self._tell(info)
+        except BaseException as error:  # Clarabel would swallow it
+            self._error = error
+            return True
+        return bool(self._run.stop)
+
+    def _tell(self, info: Any) -> None:
+        residual = max(info.res_primal, info.res_dual)
+        self._run.log.line(
+            f"{info.iterations:9d}  {self._sign * info.cost_primal:16.9e}  "
+            f"{self._sign * info.cost_dual:16.9e}  {info.gap_rel:8.1e}  {residual:8.1e}  "
+            f"{info.solve_time:7.2f}"
+        )
+
+    def end(self, solution: Any) -> None:
+        """After the run: raise what was carried out of the callback."""
+        self._run.log.line(f"Clarabel says: {solution.status}")
+        if self._error is not None:
+            raise self._error

@@ -1,0 +1,174 @@
+"""The engine behind a model: chosen, kept in step with the data, asked, and its answer kept."""
+
+from __future__ import annotations
+
+import os
+from time import perf_counter
+from typing import Any
+
+import numpy as np
+
+from ._exception import TaviroError
+from ._tvo import TVO
+from .data.changes import Changes
+from .data.model_data import SOLVING, ModelData
+from .data.solution import Solution
+from .data.view import View
+from .engines import check_name, choose, engine_class
+from .engines.decided import decided
+from .engines.protocol import Answer, Engine, Run
+from .engines.running import Log, Stop
+from .options import Options
+
+
+class Session:
+    """The engine of one model and its options."""
+
+    def __init__(self, wanted: str) -> None:
+        check_name(wanted)
+        self.options = Options(wanted)
+        self._wanted = wanted
+        self._name = ""  # of the engine
+        self._engine: Engine | None = None
+
+    # Options
+
+    def set_option(self, data: ModelData, name: str, value: object) -> None:
+        """Check an option and keep it for the solves to come."""
+        if data.lock:
+            data.refuse_locked()
+        self.options.set(name, value)
+
+    # Loading and solving
+
+    def load(self, data: ModelData) -> None:
+        """Bring the engine into step with the model, without a solve."""
+        data.update()
+        self._in_step(data, View(data), final=False)
+        data.solution.status = TVO.Status.LOADED
+
+    def solve(self, data: ModelData) -> None:
+        """Solve the model and keep what comes out."""
+        data.update()
+        data.lock = SOLVING
+        stop = Stop()
+        try:
+            self._solve(data, stop)
+        finally:
+            data.lock = ""
+        if stop.count > 1 or (stop and self.options["raiseInterrupt"]):
+            raise KeyboardInterrupt
+
+    def _solve(self, data: ModelData, stop: Stop) -> None:
+        started = perf_counter()
+        view = View(data)
+        answer, name = decided(view), ""
+        if answer is None:
+            self._in_step(data, view)
+            data.solution = Solution(TVO.Status.FAILED)
+            with Log(self.options["log"], self.options["logFile"]) as log, stop.on_interrupt():
+                answer, name = self._ask(data, view, log, stop)
+        data.solution = _solution_of(answer, view)
+        data.solution.engine = name
+        data.solution.seconds = perf_counter() - started
+
+    def _ask(self, data: ModelData, view: View, log: Log, stop: Stop) -> tuple[Answer, str]:
+        """The answer, and the name of who gave it: the engine, or where it comes to no end one of
+        those that come after it."""
+        assert self._engine is not None
+        try:
+            answer = self._engine.solve(view, self._run(self._name, log, stop))
+        except BaseException:
+            self._drop_engine(data)
+            raise
+        asked = [self._name]
+        while answer.status == TVO.Status.FAILED and not stop:
+            try:
+                name = choose(self._wanted, view, but=asked)
+            except TaviroError:
+                break
+            log.line(f"The engine '{asked[-1]}' came to no end: asking '{name}'.")
+            asked.append(name)
+            other = engine_class(name)()
+            try:
+                other.load(view, None)
+                answer = other.solve(view, self._run(name, log, stop))
+            finally:
+                other.close()
+        return answer, asked[-1]
+
+    def _run(self, name: str, log: Log, stop: Stop) -> Run:
+        options = self.options
+        return Run(
+            log,
+            stop,
+            options["timeLimit"],
+            options["gap"],
+            options["threads"],
+            options["seed"],
+            options.of_engine(name),
+            options.version,
+        )
+
+    def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
+        """The engine, which has the model; `final` tells that it is going to be used."""
+        name = choose(self._wanted, view, final)
+        changes: Changes | None = data.changes.changes()
+        if self._engine is None or name != self._name:
+            self._drop_engine(data)
+            self._name, self._engine, changes = name, engine_class(name)(), None
+        try:
+            self._engine.load(view, changes)
+        except BaseException:
+            self._drop_engine(data)
+            raise
+        data.changes.start(view.column_count, view.row_count)
+        return self._engine
+
+    def _drop_engine(self, data: ModelData) -> None:
+        engine, self._engine = self._engine, None
+        data.changes.stop()
+        if engine is not None:
+            engine.close()
+
+    def close(self, data: ModelData) -> None:
+        """Release the engine."""
+        self._drop_engine(data)
+
+    # Files
+
+    def write(self, data: ModelData, path: str | os.PathLike[str]) -> None:
+        """Write the model to a file."""
+        from .files import write_model
+
+        data.update()
+        write_model(View(data), path)
+
+
+def _solution_of(answer: Answer, view: View) -> Solution:
+    """What is kept of an answer; objective and slacks are the model's own at the point."""
+    solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
+    if answer.x is None:
+        return solution
+    x = answer.x
+    solution.objective = view.objective_at(x)
+    if solution.bound is None and answer.status == TVO.Status.OPTIMAL:
+        solution.bound = solution.objective
+    values: dict[str, Any] = {
+        "X": x,
+        "ReducedCost": answer.reduced_costs,
+        "Dual": answer.row_duals,
+        "QDual": answer.quadratic_duals,
+    }
+    rhs, activity = view.rhs, answer.row_values
+    if activity is not None:
+        values["Slack"] = lambda: rhs - activity()
+    else:
+        values["Slack"] = rhs - view.rows.products(x)
+    quadratic = view.quadratic_rows
+    if quadratic is not None:
+        values["QSlack"] = view.quadratic_rhs - quadratic.values(x)
+    else:
+        values["QSlack"] = np.empty(0)
+    solution.values = {name: array for name, array in values.items() if array is not None}
+    return solution
