@@ -21,6 +21,7 @@ if TYPE_CHECKING:
 
     from ._matrixapi import MConstr, MVar
     from ._scalars import Constr, Var
+    from .conflict import Conflict
     from .data.check import Check
     from .data.model_data import ModelData
 
@@ -477,6 +478,39 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         return check_solution(data, tolerance)
+
+    def conflict(self) -> Conflict:
+        """
+        ROUTINE:
+          conflict()
+
+        PURPOSE:
+          Find out why the model is infeasible: constraints and bounds that can't hold together,
+          such that without any one of them the rest can.
+
+        RETURN VALUE:
+          A Conflict: constrs (a list of Constr, QConstr and GenConstr), bounds (a list of pairs of
+          a Var and "LB" or "UB"), is_minimal (bool), write(path), and a text to print.
+
+        EXAMPLE:
+          m.optimize()
+          if m.Status == "INFEASIBLE":
+              print(m.conflict())
+
+        NOTES:
+          The model needn't be solved before. There may be more conflicts than the one that is
+          found. The integrality of variables counts as given, as do the bounds 0 and 1 of binary
+          ones. The option "timeLimit" holds for the whole search;
+          where it ends the search, and after Ctrl-C, the members that are left can't hold together
+          but some may be idle, and is_minimal is False. TaviroError where the model is feasible.
+          Each step is a solve of a part of the model without an objective: U. Junker, QuickXplain,
+          AAAI 2004.
+        """
+        from .conflict import find_conflict
+
+        data = data_of(self)
+        data.check_open()
+        return find_conflict(data, data.session.wanted, data.session.options)
 
     def write(self, path: str | PathLike[str]) -> None:
         """
