@@ -1,8 +1,8 @@
 // The one reader of what stands in the term lists of expressions.
 //
-// The lists are open to the user, so that anything may stand there, and code of the user that ran in
-// the middle of a pass could change the list under it. None runs here: a number is read where it is
-// stored, and whatever isn't of the right type is refused without a question to it.
+// The lists are open to the user, so that anything may stand there, and code of the user that ran
+// in the middle of a pass could change the list under it. None runs here: a number is read where it
+// is stored, and whatever isn't of the right type is refused without a question to it.
 #pragma once
 
 #include <Python.h>
@@ -20,7 +20,8 @@ inline bool read_coefficient(PyObject* stored, double& value) {
         value = PyLong_AsDouble(stored);
         return value != -1.0 || !PyErr_Occurred();
     }
-    PyErr_Format(PyExc_TypeError, "a coefficient of an expression is of type '%s'; expected a float",
+    PyErr_Format(PyExc_TypeError,
+                 "a coefficient of an expression is of type '%s'; expected a float",
                  Py_TYPE(stored)->tp_name);
     return false;
 }

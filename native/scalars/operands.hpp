@@ -23,8 +23,8 @@ double float_value(PyObject* object);
 /// Classifies an operand. A number that has no float value raises what `float()` raises.
 Operand classify(PyObject* object);
 
-/// The terms of a number, a Var or a LinExpr, without a copy: good until code of others runs, or the
-/// expression drops a list.
+/// The terms of a number, a Var or a LinExpr, without a copy: good until code of others runs, or
+/// the expression drops a list.
 struct LinearView {
     double constant = 0.0;
     Py_ssize_t size = 0;

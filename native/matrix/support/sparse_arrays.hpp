@@ -29,8 +29,8 @@ inline bool needs_wide(std::initializer_list<Py_ssize_t> values) {
 /// integer types and layouts are viewed through a copy.
 class IndexArray {
   public:
-    /// False where it is no ndarray of integers. What is viewed is NumPy's own class, so that no code
-    /// of the user runs here and later.
+    /// False where it is no ndarray of integers. What is viewed is NumPy's own class, so that no
+    /// code of the user runs here and later.
     bool acquire(nb::handle array);
     bool wide() const { return wide_; }
     int ndim() const { return view_->ndim; }
@@ -92,8 +92,9 @@ struct Compressed {
     struct Later {};
 
     Compressed(nb::handle A, const char* format) : Compressed(A, format, Later()) { check(A); }
-    /// The views alone, and the extents. Reading a matrix may run code of the user, which may change
-    /// the arrays of another one: where several are needed, `check` follows when all are viewed.
+    /// The views alone, and the extents. Reading a matrix may run code of the user, which may
+    /// change the arrays of another one: where several are needed, `check` follows when all are
+    /// viewed.
     Compressed(nb::handle A, const char* format, Later);
     /// Finds the arrays sound and counts the stored entries; `A` is named in errors.
     void check(nb::handle A);
