@@ -452,10 +452,12 @@ class Model(ModelShell):
         PURPOSE:
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
-          SolveTime.
+          Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
+          engine's algorithm), SolveTime (seconds), Engine (who answered).
 
         NOTES:
-          AttributeError for another name; TaviroError for Objective and Bound without a solution.
+          AttributeError for another name; TaviroError for Objective, Bound and Gap where there
+          is none.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
             raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")

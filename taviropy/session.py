@@ -148,6 +148,7 @@ class Session:
 def _solution_of(answer: Answer, view: View) -> Solution:
     """What is kept of an answer; objective and slacks are the model's own at the point."""
     solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
+    solution.nodes, solution.iterations = answer.nodes, answer.iterations
     if answer.x is None:
         return solution
     x = answer.x
