@@ -27,7 +27,7 @@ class Session:
     def __init__(self, wanted: str) -> None:
         check_name(wanted)
         self.options = Options(wanted)
-        self._wanted = wanted
+        self.wanted = wanted
         self._name = ""  # of the engine
         self._engine: Engine | None = None
 
@@ -84,7 +84,7 @@ class Session:
         asked = [self._name]
         while answer.status == TVO.Status.FAILED and not stop:
             try:
-                name = choose(self._wanted, view, but=asked)
+                name = choose(self.wanted, view, but=asked)
             except TaviroError:
                 break
             log.line(f"The engine '{asked[-1]}' came to no end: asking '{name}'.")
@@ -112,8 +112,8 @@ class Session:
 
     def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
         """The engine, which has the model; `final` tells that it is going to be used."""
-        name = choose(self._wanted, view, final)
-        changes: Changes | None = data.changes.changes()
+        name = choose(self.wanted, view, final)
+        changes: Changes | None = data.changes_since_load()
         if self._engine is None or name != self._name:
             self._drop_engine(data)
             self._name, self._engine, changes = name, engine_class(name)(), None
@@ -148,6 +148,7 @@ class Session:
 def _solution_of(answer: Answer, view: View) -> Solution:
     """What is kept of an answer; objective and slacks are the model's own at the point."""
     solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
+    solution.nodes, solution.iterations = answer.nodes, answer.iterations
     if answer.x is None:
         return solution
     x = answer.x
