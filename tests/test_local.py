@@ -82,7 +82,7 @@ def test_duals_are_those_of_a_convex_engine():
         m.optimize()
         assert m.check(1e-4)
         found[engine] = np.concatenate([[m.Objective], c.Dual, np.ravel(ball.QDual), x.ReducedCost])
-    assert found["ipopt"] == pytest.approx(found["clarabel"], abs=1e-5)
+    assert found["ipopt"] == pytest.approx(found["clarabel"], abs=1e-4)
 
 
 def test_changes_and_starts(m):
