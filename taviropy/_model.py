@@ -25,6 +25,7 @@ if TYPE_CHECKING:
     from .data.check import Check
     from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
+    from .relaxation import Relaxation
 
 _INF = float("inf")
 # What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
@@ -605,6 +606,49 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         return find_conflict(data, data.session.wanted, data.session.options)
+
+    def relax(
+        self,
+        constrs: MConstr | None = None,
+        weights: ArrayLike = 1.0,
+        bounds: MVar | bool = False,
+        bound_weights: ArrayLike = 1.0,
+    ) -> Relaxation:
+        """
+        ROUTINE:
+          relax(constrs=None, weights=1.0, bounds=False, bound_weights=1.0)
+
+        PURPOSE:
+          Find out by how much constraints, and bounds, must give for the model to be feasible, so
+          that the sum of what they give is least. The model stays as it is.
+
+        ARGUMENTS:
+          constrs (MConstr): linear constraints that may give; None for all of them.
+          weights (array-like): what a unit of each costs, positive; it broadcasts to constrs.
+          bounds (bool or MVar): variables whose bounds may give; True for all, False for none.
+          bound_weights (array-like): what a unit of each bound costs; it broadcasts to bounds.
+
+        RETURN VALUE:
+          A Relaxation: total (float), constrs (array of the shape of the constraints), lower and
+          upper (arrays of the shape of the variables, or None), is_optimal, and a text to print.
+
+        EXAMPLE:
+          r = m.relax(demand, weights=[1.0, 10.0])
+          print(r)
+          demand.RHS -= r.constrs
+
+        NOTES:
+          Quadratic and general constraints, integrality and what isn't named hold as they are.
+          TaviroError where even so nothing holds together, or the time limit came first.
+        """
+        from .relaxation import find_relaxation
+
+        data = data_of(self)
+        data.check_open()
+        session = data.session
+        return find_relaxation(
+            data, constrs, weights, bounds, bound_weights, session.wanted, session.options
+        )
 
     def write(self, path: str | PathLike[str]) -> None:
         """
