@@ -1,0 +1,61 @@
+"""Model predictive control of a cart with a pendulum: one quadratic program, solved at each step.
+
+Rawlings, Mayne and Diehl, Model Predictive Control: Theory, Computation, and Design, 2017. The
+linearized cart x(k+1) = A x(k) + B u(k) plans 25 steps ahead so that position and angle go to zero
+at little force, within bounds; the first force acts, and the plan is made anew from where the cart
+then is. From one step to the next only the right-hand side of the first rows changes.
+"""
+
+import numpy as np
+import scipy.sparse as sp
+from scipy.linalg import expm
+
+import taviropy as tv
+
+STEPS, HORIZON, SECONDS = 60, 25, 0.1
+CART, BOB, LENGTH, GRAVITY = 1.0, 0.2, 0.5, 9.81  # kg, kg, m, m/s2
+
+# States: position, speed, angle from upright, its rate; one input, the force on the cart.
+tilt = GRAVITY * (CART + BOB) / (CART * LENGTH)
+flow = np.array(
+    [[0, 1, 0, 0], [0, 0, -BOB * GRAVITY / CART, 0], [0, 0, 0, 1], [0, 0, tilt, 0]], float
+)
+push = np.array([[0], [1 / CART], [0], [-1 / (CART * LENGTH)]])
+both = expm(SECONDS * np.block([[flow, push], [np.zeros((1, 5))]]))
+A, B = both[:4, :4], both[:4, 4:]
+
+m = tv.Model("cart")
+m.setOption("log", False)
+limits = np.tile([2.0, np.inf, 0.35, np.inf], (HORIZON, 1))
+x = m.addMVar((HORIZON, 4), lb=-limits, ub=limits, name="x")
+u = m.addMVar((HORIZON, 1), lb=-6.0, ub=6.0, name="u")
+states, inputs = x.reshape(-1), u.reshape(-1)
+now = np.array([1.5, 0.0, 0.1, 0.0])
+first = np.zeros((HORIZON, 4))
+first[0] = A @ now
+shifted = sp.eye_array(4 * HORIZON) - sp.kron(sp.eye_array(HORIZON, k=-1), A)
+entering = sp.kron(sp.eye_array(HORIZON), B)
+motion = m.addConstr(shifted @ states - entering @ inputs == first.reshape(-1), name="motion")
+Q = sp.kron(sp.eye_array(HORIZON), np.diag([10.0, 1.0, 50.0, 1.0]))
+m.setObjective(states @ Q @ states + 0.1 * (inputs @ inputs))
+
+m.update()
+
+path, forces = [now], []
+for _ in range(STEPS):
+    motion[:4].RHS = A @ now
+    m.optimize()
+    assert m.Status == "OPTIMAL", m.Status
+    force = u.X[0]
+    now = A @ now + B @ force
+    path.append(now)
+    forces.append(force[0])
+
+path, forces = np.array(path), np.array(forces)
+print("seconds  position     angle     force")
+for k in range(0, STEPS, 6):
+    print(f"{k * SECONDS:7.1f} {path[k, 0]:9.4f} {path[k, 2]:9.4f} {forces[k]:9.4f}")
+
+assert abs(path[:, 0]).max() <= 2.0 and abs(path[:, 2]).max() <= 0.35 + 1e-6
+assert abs(forces).max() <= 6.0 + 1e-6 and abs(path[-1]).max() < 0.02
+print(f"\nat rest after {STEPS * SECONDS:g} s, within all bounds on the way")

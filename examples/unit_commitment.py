@@ -1,0 +1,72 @@
+"""Unit commitment: which of six power stations run in which of 24 hours.
+
+Carrion and Arroyo, A computationally efficient mixed-integer linear formulation for the thermal
+unit commitment problem, IEEE Transactions on Power Systems 21, 2006, in a short form: costs of
+starting and running, limits of power and of its change, hours that a station stays on or off, and a
+reserve. The stack of generation goes to unit_commitment.png in the system's folder for temporary
+files, or to the path given on the command line.
+"""
+
+import sys
+import tempfile
+from pathlib import Path
+
+import matplotlib
+import numpy as np
+
+import taviropy as tv
+
+matplotlib.use("Agg")
+import matplotlib.pyplot as plt  # noqa: E402  (after the choice of the backend)
+
+names = ["nuclear", "coal 1", "coal 2", "gas 1", "gas 2", "peak"]
+least, most = np.array([250, 120, 120, 50, 50, 10.0]), np.array([500, 350, 300, 200, 180, 120.0])
+ramp = np.array([60, 90, 90, 120, 120, 120.0])  # MW an hour
+price = np.array([9, 24, 27, 46, 51, 95.0])  # a MWh
+running = np.array([900, 700, 650, 300, 280, 100.0])  # an hour
+start_cost = np.array([40_000, 9_000, 8_500, 1_500, 1_400, 200.0])
+stays = np.array([24, 8, 8, 3, 3, 1])  # hours on, once started, and off, once stopped
+hours = np.arange(24)
+demand = 760 + 260 * np.sin((hours - 8) / 24 * 2 * np.pi) + 180 * np.exp(-((hours - 19) ** 2) / 6)
+T, N = len(hours), len(names)
+
+m = tv.Model("commitment")
+m.setOption("log", False)
+on = m.addMVar((T, N), vtype="B", obj=running, name="on")
+starts = m.addMVar((T, N), vtype="B", obj=start_cost, name="starts")
+stops = m.addMVar((T, N), vtype="B", name="stops")
+power = m.addMVar((T, N), obj=price, name="power")
+m.addConstr(power.sum(axis=1) == demand, name="demand")
+m.addConstr((on * most).sum(axis=1) >= 1.1 * demand, name="reserve")
+m.addConstr(power >= on * least, name="least")
+m.addConstr(power <= on * most, name="most")
+# The day comes again: hour 0 follows hour 23.
+before = np.roll(hours, 1)
+m.addConstr(on - on[before] == starts - stops, name="switch")
+m.addConstr(power - power[before] <= ramp * on[before] + most * starts, name="up")
+m.addConstr(power[before] - power <= ramp * on + most * stops, name="down")
+for k, hours_kept in enumerate(stays):
+    window = (hours[:, None] - np.arange(hours_kept)) % T
+    m.addConstr(starts[window, k].sum(axis=1) <= on[:, k], name=f"kept on {k}")
+    m.addConstr(stops[window, k].sum(axis=1) <= 1 - on[:, k], name=f"kept off {k}")
+m.setOption("gap", 1e-3)
+m.optimize()
+
+print(f"{m.Status}: {m.Objective:,.0f} a day, at most {m.Gap:.2%} above the least")
+for k, name in enumerate(names):
+    print(f"{name:>8} " + "".join("#" if s > 0.5 else "." for s in on.X[:, k]))
+
+assert m.Status == "OPTIMAL" and m.check()
+P, S = power.X, on.X.round()
+assert np.allclose(P.sum(axis=1), demand) and np.all(P <= S * most + 1e-5)
+assert np.all(S @ most >= 1.1 * demand - 1e-5)
+
+figure, axis = plt.subplots(figsize=(8, 4.5), layout="constrained")
+axis.stackplot(hours, P.T, labels=names, step="mid")
+axis.step(hours, demand, "k--", where="mid", label="demand")
+axis.set_xlabel("hour")
+axis.set_ylabel("MW")
+axis.legend(loc="upper left", ncols=4, fontsize=8)
+path = sys.argv[1] if len(sys.argv) > 1 else Path(tempfile.gettempdir(), "unit_commitment.png")
+figure.savefig(path, dpi=130)
+print(f"the stack is drawn in {path}")
