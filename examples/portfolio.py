@@ -2,8 +2,8 @@
 
 Markowitz, Portfolio Selection, Journal of Finance 7, 1952: of all portfolios with an expected
 return of at least `target`, the one with the least variance. The weekly prices (2018 and 2019) come
-with plotly. Clarabel solves the quadratic programs. The frontier goes to efficient_frontier.png in the
-system's folder for temporary files, or to the path given on the command line.
+with plotly. Clarabel solves the quadratic programs. The frontier goes to efficient_frontier.png in
+the system's folder for temporary files, or to the path given on the command line.
 """
 
 import sys
