@@ -20,6 +20,7 @@ from .convexity import is_convex
 from .factor import NotConvex
 from .optimality import ConvexProgram, largest
 from .protocol import Answer, Run
+from .running import as_type
 
 _INFINITY = 1e20  # what it takes for infinite
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5  # as `ConvexProgram.error` measures them
@@ -30,6 +31,8 @@ _ENDED_EARLY = {
     "MaxTime": TVO.Status.TIME_LIMIT,
     "CallbackTerminated": TVO.Status.INTERRUPTED,
 }
+# A problem of no rows that any settings can be tried on.
+_TINY: Any = (sp.csc_matrix((1, 1)), np.zeros(1), sp.csc_matrix((0, 1)), np.empty(0), [])
 _WITH_POINT = ("Solved", "AlmostSolved", "InsufficientProgress", "MaxIterations")
 
 
@@ -61,20 +64,25 @@ class ClarabelEngine:
     def option_names(cls) -> list[str]:
         """The names of Clarabel's settings."""
         names = dir(clarabel.DefaultSettings())
-        return [name for name in names if name[0] != "_" and name != "default"]
+        return [name for name in names if name[0] != "_" and name not in ("default", "verbose")]
 
     @classmethod
-    def checked_option(cls, name: str, value: Any) -> object:
+    def checked_option(cls, name: str, value: object) -> object:
         """`value` as the type of a setting, ValueError where it doesn't fit."""
-        settings = clarabel.DefaultSettings()
+        settings = _quiet_settings()
         kind = type(getattr(settings, name))
-        if kind in (bool, str) and type(value) is not kind:
-            raise ValueError(f"a value of type {kind.__name__}")
+        if kind is list:
+            raise ValueError("nothing: it belongs to a solver that isn't part of Clarabel's wheel")
+        converted = as_type(kind, value)
+        if kind is float and converted < 0.0:
+            raise ValueError("a number of at least 0")
         try:
-            converted = kind(value)
             setattr(settings, name, converted)
-        except (TypeError, ValueError, OverflowError):
-            raise ValueError(f"a value of type {kind.__name__}") from None
+            clarabel.DefaultSolver(*_TINY, settings)
+        except OverflowError:
+            raise ValueError("an integer from 0 to 2**32 - 1") from None
+        except Exception as error:  # Clarabel has no other kind
+            raise ValueError(f"what Clarabel allows (it says: {error})") from None
         return converted
 
     def load(self, view: View, changes: Changes | None) -> None:
@@ -102,6 +110,12 @@ class ClarabelEngine:
         if problem.proves_no_point(solution):
             return Answer(TVO.Status.INFEASIBLE)
         return Answer(_settled(problem, solution, run, deadline))
+
+
+def _quiet_settings() -> Any:
+    settings = clarabel.DefaultSettings()
+    settings.verbose = False
+    return settings
 
 
 def _settled(problem: _Problem, solution: Any, run: Run, deadline: float) -> int:
@@ -180,8 +194,7 @@ class _Problem:
 
     def run(self, run: Run, seconds: float, feasibility: bool = False) -> Any:
         """Clarabel's solution within so many seconds; for `feasibility` there is no objective."""
-        settings = clarabel.DefaultSettings()
-        settings.verbose = False
+        settings = _quiet_settings()
         for name, value in _TOLERANCES.items():
             setattr(settings, name, value)
         if run.threads is not None:
@@ -267,6 +280,7 @@ class _Problem:
             reduced_costs=sign * program.reduced_costs(x, rows, pull),
             row_duals=sign * rows,
             quadratic_duals=sign * np.array(quadratic),
+            iterations=solution.iterations,
         )
 
     def _row_multipliers(self, z: Floats) -> Floats:
