@@ -22,6 +22,7 @@ class Machine(RuleBasedStateMachine):
 
     last = None  # the machine that ran last: after a failure, the smallest one
     count = 0
+    trace = None  # path of a file that always holds the program so far, for crashes
 
     @initialize(engine=st.sampled_from(("auto", "scip")), world=st.sampled_from(WORLDS), seed=SEEDS)
     def begin(self, engine, world, seed):
@@ -49,8 +50,14 @@ class Machine(RuleBasedStateMachine):
 
     def do(self, text):
         """Run a statement and keep it."""
-        self.lines.append(text)
+        self.keep(text)
         exec(text, self.space)
+
+    def keep(self, text):
+        """Make a statement part of the program."""
+        self.lines.append(text)
+        if self.trace:
+            self.trace.write_text(self.script())
 
     def get(self, text):
         """The value of an expression, or the TaviroError that it raises."""
@@ -235,7 +242,7 @@ class Machine(RuleBasedStateMachine):
         if found is None:
             return
         text = text.format(x=found.text)
-        self.lines.append(f"with suppress(Exception): {text}")
+        self.keep(f"with suppress(Exception): {text}")
         try:
             exec(text, self.space)
         except (tv.TaviroError, TypeError, ValueError, AttributeError):
@@ -252,7 +259,7 @@ class Machine(RuleBasedStateMachine):
         shadow = self.shadow
         shadow.update()
         if shadow.is_broken():
-            self.lines.append("with suppress(tv.TaviroError): m.optimize()")
+            self.keep("with suppress(tv.TaviroError): m.optimize()")
             assert isinstance(self.get("m.optimize()"), tv.TaviroError), "a broken model is solved"
             return
         problem = shadow.problem()

@@ -2,7 +2,9 @@
 
 import os
 import sys
+import tempfile
 import time
+from pathlib import Path
 
 import hypothesis
 from hypothesis import HealthCheck, Phase, settings
@@ -37,6 +39,8 @@ def test_model_agrees_with_its_shadow():
 if __name__ == "__main__":
     fixed = 1 if os.environ.get("CI") == "true" else int(time.time())
     first = seed = int(os.environ.get("SEED", fixed))
+    Machine.trace = Path(tempfile.mkdtemp(prefix="machine-"), "program.py")
+    print(f"If this ends in a crash, {Machine.trace} is the program that crashed.", flush=True)
     end = time.monotonic() + float(sys.argv[1])
     while time.monotonic() < end:
         run(seed)

@@ -17,7 +17,7 @@ CHANGES = {
 }  # fmt: skip
 OPTIONS = (
     ("seed", 3), ("threads", 1), ("presolve", "off"), ("presolve", "on"), ("timeLimit", 20.0),
-    ("solver", "simplex"), ("presolving/maxrounds", 0), ("presolving/maxrounds", -1),
+    ("solver", "simplex"), ("separating/maxrounds", 0), ("separating/maxrounds", -1),
 )  # fmt: skip
 REFUSED = (
     "m.setObjective(nan)", "m.addVar(lb=nan)", "m.addMVar(2, vtype=['C', 'X'])",
