@@ -58,11 +58,12 @@ class Table:
 
     def placed(self):
         """The numbers of the elements in place, in order."""
-        return np.flatnonzero(np.isin(self.states, (PLACED, DOOMED)))
+        found = [n for n, state in enumerate(self.states) if state in (PLACED, DOOMED)]
+        return np.array(found, int)
 
     def are(self, numbers, *states):
         """Whether each of the elements is in one of the states."""
-        return bool(np.isin(np.array(self.states, int)[np.ravel(numbers)], states).all())
+        return all(self.states[number] in states for number in np.ravel(numbers).tolist())
 
 
 def spread(values, shape):
