@@ -48,6 +48,17 @@ class Agreement:
             for attribute in table.values:
                 self.agree(f"m.{call}().{attribute}", table.at(attribute, table.placed()))
 
+    def check_coefficients(self, problem):
+        self.do("m.update()")
+        self.agree("m.getCoefficients().matrix.toarray()", problem.rows)
+        quadratic = 2.0 * np.triu(problem.square) - np.diag(np.diag(problem.square))
+        text = "m.getObjective().quadratic"
+        if self.get(text) is None:
+            assert not quadratic.any(), "the quadratic objective is lost"
+        else:
+            self.agree(f"{text}.toarray()", quadratic)
+        self.agree("m.getObjective().costs", problem.costs)
+
     def check_last_solution(self):
         if self.answer is None or self.answer[0].x is None:
             return

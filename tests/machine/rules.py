@@ -216,6 +216,17 @@ class Machine(RuleBasedStateMachine, Agreement):
         table.set(attribute, found.numbers, values)
 
     @rule(seed=SEEDS)
+    def set_coefficients(self, seed):
+        w = self.draw(seed)
+        rows = w.selection(self.shadow.linear, self.blocks["linear"], WAITING, PLACED)
+        columns = w.selection(self.shadow.variables, self.blocks["variables"], *w.usable)
+        if rows is None or columns is None:
+            return
+        values = w.data((rows.numbers.size, columns.numbers.size))
+        self.do(f"m.setCoefficients({rows.text}, {columns.text}, {numbers(values)})")
+        self.shadow.set_coefficients(rows.numbers, columns.numbers, values)
+
+    @rule(seed=SEEDS)
     def remove(self, seed):
         w = self.draw(seed)
         kind = w.pick(("variables", "linear", "linear", "quadratic", "general"))
@@ -278,6 +289,7 @@ class Machine(RuleBasedStateMachine, Agreement):
             assert isinstance(self.get("m.optimize()"), tv.TaviroError), "a broken model is solved"
             return
         problem = shadow.problem()
+        self.check_coefficients(problem)
         if not is_tame(problem):
             self.do("m.update()")
             return
@@ -286,7 +298,7 @@ class Machine(RuleBasedStateMachine, Agreement):
         wrong = complaint(problem, answer)
         assert not wrong, f"{wrong} ({self.get('m.Engine')})"
         self.answer = answer, shadow.variables.placed()
-        if answer.x is not None:
+        if answer.status == "OPTIMAL":
             self.check_slacks(problem, answer)
 
     # What must hold after each statement

@@ -156,6 +156,13 @@ class Shadow:
         rhs = 0.0 - difference[..., 0]
         return self.linear.add(shape if is_matrix else None, name, RHS=rhs, Sense=sense)
 
+    def set_coefficients(self, rows, columns, coefficients):
+        """Set coefficients of constraints: an array by row and column."""
+        for row, values in zip(np.ravel(rows), coefficients, strict=True):
+            affine = self.rows[row]
+            self.rows[row] = np.pad(affine, (0, 1 + len(self.variables) - len(affine)))
+            self.rows[row][np.ravel(columns) + 1] = values
+
     def add_squares(self, squares, shape, sense, name):
         """New quadratic constraints, each compared with zero; the shape of a lone one is None."""
         self.squares += squares

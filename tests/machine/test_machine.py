@@ -4,6 +4,7 @@ import os
 import sys
 import tempfile
 import time
+import warnings
 from pathlib import Path
 
 import hypothesis
@@ -37,6 +38,7 @@ def test_model_agrees_with_its_shadow():
 
 
 if __name__ == "__main__":
+    warnings.simplefilter("error")  # as it is under pytest
     fixed = 1 if os.environ.get("CI") == "true" else int(time.time())
     first = seed = int(os.environ.get("SEED", fixed))
     Machine.trace = Path(tempfile.mkdtemp(prefix="machine-"), "program.py")
