@@ -61,7 +61,12 @@ nb::object rmul(nb::handle self, nb::handle other) {
     if (is_a(other, names::MVar))
         return names::MQuadExpr().attr("_from_mvar_times_mvar")(other, self);
     if (is_ndarray(np, other)) {
-        if (is_small(self, other)) return other * toexpr(self);
+        if (is_small(self, other)) {
+            nb::object expr = toexpr(self);
+            // What `other * expr` comes to, without the way through NumPy.
+            if (other.type().is(np.attr("ndarray"))) return expr.attr("__rmul__")(other);
+            return other * expr;
+        }
         nb::object products = other * self.attr("_vararr");
         return names::MLinExpr()(products);
     }
