@@ -152,14 +152,12 @@ def is_comparison_of(point, name, constr, values):
 OPERATORS = {
     np.add: "__radd__", np.subtract: "__rsub__", np.multiply: "__rmul__", np.matmul: "__rmatmul__",
     np.divide: "__rtruediv__", np.power: "__rpow__", np.less_equal: "__ge__",
-    np.greater_equal: "__le__", np.equal: "__eq__",
+    np.greater_equal: "__le__", np.equal: "__eq__", np.not_equal: "__ne__",
 }  # fmt: skip
-SYMBOLS = {np.add: "+", np.subtract: "-", np.multiply: "*", np.matmul: "@", np.divide: "/",
-           np.power: "**", np.less_equal: "<=", np.greater_equal: ">=", np.equal: "=="}  # fmt: skip
 
 
 class Recorder(tv.MVar):
-    """A subclass whose reflected operators give what they were given."""
+    """Its reflected operators give their name, and what they were given."""
 
 
 for _name in OPERATORS.values():
@@ -174,24 +172,16 @@ class Counts(np.ndarray):
 
 
 @pytest.mark.parametrize("ufunc", OPERATORS, ids=lambda ufunc: ufunc.__name__)
-def test_an_array_on_the_left_reaches_the_reflected_operator(point, ufunc):
+def test_the_function_of_an_operator_is_its_reflected_method(point, ufunc):
     x = Recorder(point.x._vararr)
-    left = [
-        np.arange(3.0), C, np.array(2.0), np.float64(2), np.int8(2), np.longdouble(2), np.bool(True),
-        np.arange(3).view(Counts), np.zeros((0, 3)),
-        np.array([point.x[0].item(), 1, 2.5], dtype=object),
-    ]  # fmt: skip
-    for array in left:
-        by_operator = eval(f"array {SYMBOLS[ufunc]} x", {"array": array, "x": x})
-        for name, given in (by_operator, ufunc(array, x)):
-            assert name == OPERATORS[ufunc]
-            # Comparisons of NumPy's scalars come as arrays without an axis.
-            assert given is array or (given == array and np.ndim(array) == 0)
-    if "=" not in SYMBOLS[ufunc]:
-        masked = np.ma.array([1.0, 2.0, 3.0], mask=[0, 1, 0])
-        assert eval(f"masked {SYMBOLS[ufunc]} x", {"masked": masked, "x": x})[1] is masked
+    own = np.array([point.x[0].item(), 1, 2.5], dtype=object)
+    for left in (np.arange(3.0), C, np.array(2.0), np.int8(2), 2, np.zeros((0, 3)), own):
+        name, given = ufunc(left, x)
+        assert name == OPERATORS[ufunc] and given is left
     name, given = ufunc([1.0, 2.0, 3.0], x)
     assert name == OPERATORS[ufunc] and type(given) is np.ndarray
+    counts = np.arange(3).view(Counts)
+    assert (counts + x)[1] is counts
 
 
 @pytest.mark.parametrize("symbol", ["+", "-", "*", "/", "**", "@"])
