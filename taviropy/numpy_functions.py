@@ -43,13 +43,13 @@ _CURES = {
     "cumsum": "use np.tri(x.size) @ x, or a variable y with y[1:] == y[:-1] + x[1:]",
     "diag": "use np.eye(x.size) * x",
     "einsum": "use *, @ and sum(axis)",
+    "expm1": "use tv.exp(x) - 1",
     "fabs": "use tv.abs(x)",
     "kron": "use tv.concatenate, or x.reshape and *",
     "linalg.norm": "use tv.sqrt((x * x).sum()), or bound the square (x * x).sum()",
     "log10": "use tv.log(x) / np.log(10)",
     "log1p": "use tv.log(1 + x)",
     "log2": "use tv.log(x) / np.log(2)",
-    "expm1": "use tv.exp(x) - 1",
     "max": "add a variable t to the model with t >= x",
     "maximum": "add a variable t to the model with t >= x and t >= y",
     "min": "add a variable t to the model with t <= x",
@@ -120,10 +120,7 @@ def dot(a: Any, b: Any) -> Any:
 def inner(a: Any, b: Any) -> Any:
     import numpy as np
 
-    a, b = _operand(a), _operand(b)
-    if np.ndim(a) == 0 or np.ndim(b) == 0:
-        return a * b
-    return np.dot(a, b if np.ndim(b) == 1 else np.swapaxes(b, -1, -2))
+    return dot(a, b if np.ndim(b) < 2 else np.swapaxes(b, -1, -2))
 
 
 def vdot(a: Any, b: Any) -> Any:

@@ -81,8 +81,8 @@ bool is_in_place(const Operator& entry, PyObject* left, PyObject* keywords) {
         PyTuple_GET_ITEM(out, 0) != left)
         return false;
     if (PyDict_GET_SIZE(keywords) == 1) return true;
-    PyObject* axes = PyDict_GetItemString(keywords, "axes");
-    return axes && PyDict_GET_SIZE(keywords) == 2 && is_axes_of_matmul(axes);
+    Ref axes(Py_XNewRef(PyDict_GetItemString(keywords, "axes")));
+    return axes && PyDict_GET_SIZE(keywords) == 2 && is_axes_of_matmul(axes.get());
 }
 
 /// Python's own words for operands that don't go together.
