@@ -23,7 +23,7 @@ SECONDS := 60
 FUZZER := ../shared/conformance/run
 fuzz: $(VENV)/test
 	$(PY) tests/machine/test_machine.py $(SECONDS)
-	if [ -x $(FUZZER) ]; then $(FUZZER) $(CURDIR)/$(PY) $(SECONDS); fi
+	if [ -x $(FUZZER) ]; then PYTHONPATH=$(CURDIR)/tools/fuzz $(FUZZER) $(CURDIR)/$(PY) $(SECONDS); fi
 
 # Format, lint and types.
 check: $(VENV)/check

@@ -317,6 +317,9 @@ def product_rows(
 def scan_rows(
     indptr: NDArray[Any], indices: NDArray[Any], data: NDArray[np.float64], /
 ) -> tuple[bool, bool] | None: ...
+def columns_of_rows(
+    indptr: NDArray[Any], ids: NDArray[Any], data: NDArray[np.float64], columns: int, /
+) -> tuple[NDArray[np.int32], NDArray[np.int32], NDArray[np.float64]] | None: ...
 def holds_left_alone(constr: TempConstr, /) -> bool: ...
 
 class RowBuffer:

@@ -126,7 +126,27 @@ nb::object rmatmul(nb::handle self, nb::handle other) {
     return not_implemented();
 }
 
+/// x + y of two vectors of one length: both identity matrices side by side, made at once. Invalid
+/// where the general way is to see to it.
+nb::object vector_sum(nb::handle self, nb::handle other) {
+    if (Py_TYPE(self.ptr()) != Py_TYPE(other.ptr()) || !self.type().is(names::MVar()) ||
+        !mlinexpr::keeps_compact(names::MLinExpr()))
+        return nb::object();
+    nb::object left = self.attr("_vararr"), right = other.attr("_vararr");
+    nb::object shape = left.attr("shape");
+    if (nb::len(shape) != 1 || !shape.equal(right.attr("shape")) || nb::len(left) == 0)
+        return nb::object();
+    nb::object np = import_numpy();
+    nb::object x = new_mvar(np.attr("concatenate")(nb::make_tuple(left, right)));
+    nb::list parts;
+    parts.append(
+        nb::make_tuple(sparse::twin_identity(nb::cast<Py_ssize_t>(nb::object(shape[0]))), x));
+    return mlinexpr::new_compact(parts, np.attr("zeros")(shape));
+}
+
 nb::object add(nb::handle self, nb::handle other) {
+    nb::object sum = vector_sum(self, other);
+    if (sum.is_valid()) return sum;
     return mlinexpr::plus_fresh(toexpr(self), other);
 }
 nb::object radd(nb::handle self, nb::handle other) {

@@ -17,6 +17,9 @@ class IntegerArray {
                (narrow_ || buffer_.has_format("l") || buffer_.has_format("q"));
     }
     Py_ssize_t size() const { return buffer_.size(); }
+    bool is_narrow() const { return narrow_; }
+    const int32_t* narrow() const { return static_cast<const int32_t*>(buffer_->buf); }
+    const int64_t* wide() const { return static_cast<const int64_t*>(buffer_->buf); }
     int64_t operator[](Py_ssize_t k) const {
         return narrow_ ? static_cast<const int32_t*>(buffer_->buf)[k]
                        : static_cast<const int64_t*>(buffer_->buf)[k];

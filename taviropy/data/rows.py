@@ -13,7 +13,7 @@ from typing import Any, Protocol, Self
 import numpy as np
 from numpy.typing import NDArray
 
-from .._scalars import scan_rows
+from .._scalars import columns_of_rows, scan_rows
 from .values import Floats, Ids, Shape
 
 Offsets = NDArray[np.signedinteger[Any]]
@@ -136,6 +136,10 @@ class Rows:
 
     def by_column(self, columns: int) -> Columns:
         """The same coefficients by column; ids are below `columns`, and none comes twice a row."""
+        arrays = map(np.ascontiguousarray, (self.indptr, self.ids, self.data))
+        turned = columns_of_rows(*arrays, columns)
+        if turned is not None:
+            return Columns(self.count, *turned)
         import scipy.sparse as sp
 
         shape = (self.count, columns)

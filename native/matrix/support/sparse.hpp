@@ -32,6 +32,9 @@ nb::object transposed_to_csr(nb::handle A);
 /// csr_matrix(eye(n), dtype=float64)
 nb::object identity(Py_ssize_t n);
 
+/// hstack((identity(n), identity(n)))
+nb::object twin_identity(Py_ssize_t n);
+
 /// spdiags(full(n, value), 0, n, n, format='csr')
 nb::object scaled_identity(Py_ssize_t n, double value);
 

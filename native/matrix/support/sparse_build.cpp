@@ -148,6 +148,24 @@ nb::object stack(nb::handle np, nb::handle sp, std::deque<Block>& blocks, Py_ssi
 
 nb::object identity(Py_ssize_t n) { return diagonal(n, 1.0); }
 
+/// hstack((identity(n), identity(n)))
+nb::object twin_identity(Py_ssize_t n) {
+    auto np = import_numpy();
+    auto sp = import_sparse();
+    return with_index(needs_wide({2 * n}), [&](auto index) {
+        using I = decltype(index);
+        CsrArrays<I> made(np, n, 2 * n);
+        for (Py_ssize_t i = 0; i < n; ++i) {
+            made.indptr[i] = static_cast<I>(2 * i);
+            made.indices[2 * i] = static_cast<I>(i);
+            made.indices[2 * i + 1] = static_cast<I>(n + i);
+        }
+        made.indptr[n] = static_cast<I>(2 * n);
+        std::fill(made.data.begin(), made.data.begin() + 2 * n, 1.0);
+        return new_csr(sp, std::move(made), n, 2 * n);
+    });
+}
+
 nb::object scaled_identity(Py_ssize_t n, double value) {
     return value == 0.0 ? empty_csr(n, n) : diagonal(n, value);
 }
