@@ -275,6 +275,7 @@ class MQuadExpr:
     __itruediv__ = __truediv__
 
 class MConstr:
+    _constrarr: NDArray[np.object_]
     RHS: _Floats
     Sense: _Senses
     ConstrName: _Names
@@ -302,6 +303,7 @@ class MConstr:
     def prefetchAttr(self, attrname: str) -> None: ...
 
 class MQConstr:
+    _qconstrarr: NDArray[np.object_]
     QRHS: _Floats
     QSense: _Senses
     QName: _Names
@@ -329,6 +331,7 @@ class MQConstr:
     def prefetchAttr(self, attrname: str) -> None: ...
 
 class MGenConstr:
+    _constrarr: NDArray[np.object_]
     GenName: _Names
     GenKind: _ReadOnly[NDArray[np.int32]]
     def __init__(self, constrarr: NDArray[np.object_]) -> None: ...

@@ -34,8 +34,9 @@ if TYPE_CHECKING:
     from ._tvo import _Code
     from .conflict import Conflict
     from .data.check import Check
+    from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
-    from .typing import Array, Names, Number, Numbers
+    from .typing import Array, Names, Number, Numbers, Sparse
 
     type _Objective = Number | Var | LinExpr | QuadExpr | MVar | MLinExpr | MQuadExpr
     type _Scalar = Number | Var | LinExpr | QuadExpr | NLExpr
@@ -86,13 +87,17 @@ class Model(ModelShell):
         Engine: _ReadOnly[str]
         Objective: _ReadOnly[float]
         Bound: _ReadOnly[float]
+        Gap: _ReadOnly[float]
+        Nodes: _ReadOnly[int]
+        Iterations: _ReadOnly[int]
         SolveTime: _ReadOnly[float]
 
     def __init__(self, name: str = "", engine: types.EngineName = "auto") -> None:
         from .data.model_data import ModelData
+        from .data.values import checked_texts
         from .session import Session
 
-        data = ModelData(str(name))
+        data = ModelData("" if name is None else checked_texts("name", (str(name),))[0])
         data.session = Session(engine)
         data.new_shell = _around
         attach(self, data)
@@ -149,10 +154,11 @@ class Model(ModelShell):
         obj: Numbers = 0.0,
         vtype: types.VTypes = "C",
         name: Names = "",
+        columns: tuple[Constr | MConstr, Numbers | Sparse] | None = None,
     ) -> MVar:
         """
         ROUTINE:
-          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="")
+          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="", columns=None)
 
         PURPOSE:
           Add an array of variables.
@@ -161,6 +167,8 @@ class Model(ModelShell):
           shape (int or tuple of ints): shape of the array.
           lb, ub, obj, vtype, name: as for addVar; each a scalar, or an array that broadcasts to
             the shape. One name "x" names the elements "x[0,1]".
+          columns (tuple of an MConstr and an array or sparse matrix): linear constraints that the
+            new variables enter, and their coefficients there, as setCoefficients takes them.
 
         RETURN VALUE:
           An MVar of the shape.
@@ -172,7 +180,15 @@ class Model(ModelShell):
           ValueError for a bad shape or data that don't broadcast, TaviroError as for addVar;
           nothing is added then.
         """
-        return data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
+        made = data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
+        if columns is not None:
+            try:
+                constrs, coefficients = columns
+                self.setCoefficients(constrs, made, coefficients)
+            except BaseException:
+                self.remove(made)
+                raise
+        return made
 
     # Constraints
 
@@ -326,6 +342,85 @@ class Model(ModelShell):
         """
         data_of(self).set_objective(expr, sense)
 
+    # Coefficients
+
+    def setCoefficients(
+        self, constrs: Constr | MConstr, variables: Var | MVar, coefficients: Numbers | Sparse
+    ) -> None:
+        """
+        ROUTINE:
+          setCoefficients(constrs, variables, coefficients)
+
+        PURPOSE:
+          Set coefficients of variables in linear constraints that exist already.
+
+        ARGUMENTS:
+          constrs (Constr or MConstr): p constraints, of any shape.
+          variables (Var or MVar): q variables, of any shape.
+          coefficients: an array of shape (p, q), a number for all, or a sparse matrix, of which
+            only the stored entries are set. Zero takes a variable out of a constraint.
+
+        EXAMPLE:
+          m.setCoefficients(demand, x[3], np.array([[2.0], [0.0], [1.0]]))
+          y = m.addMVar(2, obj=1.0, columns=(demand, patterns))  # new variables in old rows
+
+        NOTES:
+          Takes effect at once in the model, and with the next solve in the engine; HiGHS keeps
+          its basis. A right-hand side stays as it is. ValueError for shapes that don't fit or a
+          malformed matrix, TypeError for constraints that aren't linear, TaviroError for
+          coefficients that aren't finite, elements that come twice or of another model: nothing
+          is changed then.
+        """
+        from .data.entries import read_entries
+
+        data = data_of(self)
+        data.set_coefficients(read_entries(data, constrs, variables, coefficients))
+
+    def getCoefficients(self, constrs: Constr | MConstr | None = None) -> Coefficients:
+        """
+        ROUTINE:
+          getCoefficients(constrs=None)
+
+        PURPOSE:
+          The linear constraints as arrays.
+
+        ARGUMENTS:
+          constrs (Constr or MConstr): which ones, in place; None for all.
+
+        RETURN VALUE:
+          A named tuple: matrix (csr_array of shape (constraints, NumVars), columns in the order of
+          getVars), senses (array of "<", "=", ">"), rhs (float64 array). Copies.
+
+        EXAMPLE:
+          A, senses, rhs = m.getCoefficients()
+
+        NOTES:
+          What waits for update() isn't there yet. TaviroError for constraints that wait.
+        """
+        from .data.coefficients import read_coefficients
+
+        data = data_of(self)
+        data.check_open()
+        return read_coefficients(data, constrs)
+
+    def getObjective(self) -> ObjectiveCoefficients:
+        """
+        ROUTINE:
+          getObjective()
+
+        PURPOSE:
+          The objective as arrays: x @ quadratic @ x + costs @ x + offset.
+
+        RETURN VALUE:
+          A named tuple: costs (float64 array of shape (NumVars,)), quadratic (csr_array of shape
+          (NumVars, NumVars), an upper triangle, or None), offset (float). Copies.
+        """
+        from .data.coefficients import read_objective
+
+        data = data_of(self)
+        data.check_open()
+        return read_objective(data)
+
     # Removal
 
     def remove(self, obj: _Element | Sequence[_Element]) -> None:
@@ -423,10 +518,12 @@ class Model(ModelShell):
         PURPOSE:
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
-          SolveTime.
+          Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
+          engine's algorithm), SolveTime (seconds), Engine (who answered).
 
         NOTES:
-          AttributeError for another name; TaviroError for Objective and Bound without a solution.
+          AttributeError for another name; TaviroError for Objective, Bound and Gap where there
+          is none.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
             raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
@@ -488,7 +585,7 @@ class Model(ModelShell):
 
         NOTES:
           After a solve only what changed is handed over, and the engine goes on from the basis
-          that it has. TaviroError where the engine can't take the model.
+          that it has. TaviroError where the engine can't take the model or fails, MemoryError.
         """
         data = data_of(self)
         data.check_open()
@@ -505,7 +602,9 @@ class Model(ModelShell):
         NOTES:
           The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
           ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
-          read. TaviroError where the engine can't take the model.
+          read. Pressed twice, or with the option "raiseInterrupt", it is a KeyboardInterrupt once
+          the solve has ended, so that a loop of solves ends too. TaviroError where the engine can't
+          take the model or fails, OSError where the log file can't be opened any more, MemoryError.
         """
         data = data_of(self)
         data.check_open()
@@ -599,9 +698,9 @@ class Model(ModelShell):
         data.session.write(data, path)
 
     @overload
-    def setOption(self, name: Literal["timeLimit", "gap"], value: Number) -> None: ...
+    def setOption(self, name: Literal["timeLimit", "gap"], value: Number | None) -> None: ...
     @overload
-    def setOption(self, name: Literal["threads", "seed"], value: int) -> None: ...
+    def setOption(self, name: Literal["threads", "seed"], value: int | None) -> None: ...
     @overload
     def setOption(self, name: Literal["log", "raiseInterrupt"], value: bool) -> None: ...
     @overload
@@ -618,15 +717,19 @@ class Model(ModelShell):
 
         ARGUMENTS:
           name (str): "timeLimit" (seconds a solve), "gap" (relative gap of mixed-integer models),
-            "threads", "seed", "log" (bool), or an option by the engine's own name, such as
-            "presolve" of HiGHS or "limits/nodes" of SCIP.
-          value: a value of the option's type.
+            "threads" (no more than there are cores), "seed", "log" (whether the solver's log goes
+            to stdout), "logFile" (a file that it is added to), "raiseInterrupt" (whether Ctrl-C in
+            a solve is a KeyboardInterrupt in the end), or an option by the engine's own name, such
+            as "presolve" of HiGHS or "limits/nodes" of SCIP.
+          value: a value of the option's type. None stands for no limit, no file, or the engine's
+            own default.
 
         EXAMPLE:
           m.setOption("timeLimit", 60)
 
         NOTES:
-          TaviroError for an unknown name or a value that doesn't fit.
+          TaviroError for an unknown name or a value that doesn't fit: its type, its range or its
+          choices, as far as the engine tells them; the option stays as it was then.
         """
         data = data_of(self)
         data.check_open()

@@ -14,7 +14,7 @@ from .data.changes import Changes
 from .data.model_data import SOLVING, ModelData
 from .data.solution import Solution
 from .data.view import View
-from .engines import check_name, choose, engine_class
+from .engines import check_name, choose, engine_class, own_errors
 from .engines.decided import decided
 from .engines.protocol import Answer, Engine, Run
 from .engines.running import Log, Stop
@@ -77,7 +77,8 @@ class Session:
         those that come after it."""
         assert self._engine is not None
         try:
-            answer = self._engine.solve(view, self._run(self._name, log, stop))
+            with own_errors(self._name):
+                answer = self._engine.solve(view, self._run(self._name, log, stop))
         except BaseException:
             self._drop_engine(data)
             raise
@@ -91,8 +92,9 @@ class Session:
             asked.append(name)
             other = engine_class(name)()
             try:
-                other.load(view, None)
-                answer = other.solve(view, self._run(name, log, stop))
+                with own_errors(name):
+                    other.load(view, None)
+                    answer = other.solve(view, self._run(name, log, stop))
             finally:
                 other.close()
         return answer, asked[-1]
@@ -113,12 +115,13 @@ class Session:
     def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
         """The engine, which has the model; `final` tells that it is going to be used."""
         name = choose(self.wanted, view, final)
-        changes: Changes | None = data.changes.changes()
+        changes: Changes | None = data.changes_since_load()
         if self._engine is None or name != self._name:
             self._drop_engine(data)
             self._name, self._engine, changes = name, engine_class(name)(), None
         try:
-            self._engine.load(view, changes)
+            with own_errors(name):
+                self._engine.load(view, changes)
         except BaseException:
             self._drop_engine(data)
             raise
@@ -148,6 +151,7 @@ class Session:
 def _solution_of(answer: Answer, view: View) -> Solution:
     """What is kept of an answer; objective and slacks are the model's own at the point."""
     solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
+    solution.nodes, solution.iterations = answer.nodes, answer.iterations
     if answer.x is None:
         return solution
     x = answer.x
