@@ -57,8 +57,9 @@ class Model(ModelShell):
     ARGUMENTS:
       name (str): name of the model, the attribute ModelName.
       engine (str): "highs" for linear, mixed-integer and convex quadratic models, "clarabel" for
-        linear models and convex quadratic objectives and constraints, "scip" for all others, or
-        "auto", which takes what proves its answer: the first of these that can.
+        linear models and convex quadratic objectives and constraints, "scip" for all others,
+        "ipopt" for local answers to large smooth models without integers, or "auto", which takes
+        what proves its answer: the first of these that can.
 
     EXAMPLE:
       with tv.Model("diet") as m:

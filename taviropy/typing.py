@@ -43,7 +43,7 @@ type Names = str | HasArray | Sequence[str] | Sequence[Sequence[str]]
 type VType = Literal["C", "B", "I"]
 type Sense = Literal["<", "=", ">"]
 type ObjSense = Literal["min", "max", 1, -1]
-type EngineName = Literal["auto", "highs", "clarabel", "scip"]
+type EngineName = Literal["auto", "highs", "clarabel", "scip", "ipopt"]
 
 # A list of plain texts passes, since that is what a checker takes ["C"] * 3 for.
 type VTypes = (

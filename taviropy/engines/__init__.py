@@ -32,14 +32,17 @@ ENGINES = {
     "highs": Entry("highs", "HighsEngine", ""),
     "clarabel": Entry("clarabel", "ClarabelEngine", ""),
     "scip": Entry("scip", "ScipEngine", "scip"),
+    "ipopt": Entry("ipopt", "IpoptEngine", "nonlinear"),
 }
 
 
 def candidates(wanted: str, view: View | None = None) -> tuple[str, ...]:
-    """The names of the engines that may be meant, "auto" meaning all of them, the best first.
+    """The names of the engines that may be meant, the best first; "auto" means all whose answers
+    are global.
 
     What is quadratic and convex goes to Clarabel, with the others behind it; all else to HiGHS
-    where it can, and to SCIP where it must.
+    where it can, and to SCIP where it must. Engines whose answers are local ones, "ipopt", are
+    asked where they are named.
     """
     if wanted != "auto":
         return (wanted,)
