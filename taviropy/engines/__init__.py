@@ -36,6 +36,10 @@ ENGINES = {
 }
 
 
+# What only some engines can do.
+ABILITIES = {"lazy": ("scip",)}
+
+
 def candidates(wanted: str, view: View | None = None) -> tuple[str, ...]:
     """The names of the engines that may be meant, the best first; "auto" means all whose answers
     are global.
@@ -65,15 +69,22 @@ def engine_class(name: str) -> type[Engine]:
     return found
 
 
-def choose(wanted: str, view: View, final: bool = True, but: Sequence[str] = ()) -> str:
+def choose(
+    wanted: str, view: View, final: bool = True, but: Sequence[str] = (), ability: str = ""
+) -> str:
     """The name of the engine for a model: the one that is wanted, or for "auto" the first one
-    that can take it, leaving out those of `but`, which came to no end.
+    that can take it, leaving out those of `but`, which came to no end, and those without the
+    ability, where one is needed.
 
     What takes long to find out is left out unless the answer is to be `final`.
     """
     reasons, hints = [], []
     for name in candidates(wanted, view):
         if name in but:
+            continue
+        if ability and name not in ABILITIES[ability]:
+            if wanted != "auto":
+                reasons.append(f"the engine '{name}' has no way to do what '{ability}' asks for")
             continue
         try:
             found = engine_class(name)

@@ -18,6 +18,7 @@ from ..data.values import Floats
 from ..data.view import View
 from .convexity import is_convex
 from .protocol import Answer, Run
+from .running import News
 from .smooth import Smooth
 
 _STATUSES = {
@@ -331,6 +332,8 @@ class _Listener(ca.Callback):  # type: ignore[misc]
             seconds = perf_counter() - self._started
             self._run.log.line(f"{self._count:9d}  {value:16.9e}  {seconds:8.2f}")
             self._count += 1
+            if self._run.reporter.is_due:
+                self._run.reporter.tell(News(iterations=self._count))
             return [1 if self._run.stop else 0]
         except BaseException as error:  # CasADi would swallow it
             self._error = error
