@@ -1,6 +1,7 @@
 """Attributes of a model in bulk, on the four handle classes."""
 
 import ast
+import typing
 from pathlib import Path
 from types import SimpleNamespace
 
@@ -8,7 +9,8 @@ import numpy as np
 import pytest
 
 import taviropy as tv
-from taviropy import _matrixapi
+from taviropy import _matrixapi, engines, options
+from taviropy import typing as types
 from taviropy.data import attributes
 
 
@@ -288,3 +290,20 @@ def test_the_types_have_the_attributes_of_the_table(kind, file, name):
     }
     table = {n: bool(a.settable) for n, a in attributes.ATTRIBUTES.items() if a.kind == kind}
     assert declared == table
+
+
+def test_the_types_have_the_choices_of_the_data():
+    """The literals are what the package takes, neither more nor less."""
+    assert typing.get_args(types.EngineName.__value__) == ("auto", *engines.ENGINES)
+    assert "".join(typing.get_args(types.VType.__value__)) == attributes.CHARACTERS["VType"]
+    assert "".join(typing.get_args(types.Sense.__value__)) == attributes.CHARACTERS["Sense"]
+    text = (Path(tv.__file__).parent / "_model.py").read_text()
+    for method in ("setOption", "getOption"):
+        names = [
+            leaf.value
+            for node in ast.walk(ast.parse(text))
+            if isinstance(node, ast.FunctionDef) and node.name == method
+            for leaf in ast.walk(node.args)
+            if isinstance(leaf, ast.Constant)
+        ]
+        assert sorted(filter(None, names)) == sorted(options._OWN)
