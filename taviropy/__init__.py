@@ -39,6 +39,7 @@ from ._matrixapi import (
     vstack,
 )
 from ._tvo import TVO
+from .numpy_functions import attach as _attach
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -79,6 +80,8 @@ __all__ = [
     "tan",
     "vstack",
 ]
+
+_attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
 
 
 def read(path: "str | PathLike[str]") -> Model:
