@@ -264,14 +264,17 @@ def test_more_nonlinear_solves_than_scip_knows_threads():
         def solve():
             with tv.Model(engine="scip") as m:
                 m.setOption("log", False)
-                x, y = m.addVar(ub=3, obj=1), m.addVar(lb=-9)
-                m.addConstr(y == tv.sin(x))
-                m.addConstr(y >= 0.5)
+                x, y = m.addMVar((2, 2), lb=-2, ub=2), m.addMVar((2, 2), lb=-99, ub=99)
+                v, z = m.addVar(lb=0.1, ub=6), m.addVar(lb=-9, ub=40)
+                m.addConstr(y == x**3 - x / (4 + x[0, 0]))
+                m.addConstr(z == v**1.5 + 1)
+                m.addConstr(z >= 2 ** (v - 1))
+                m.setObjective(y.sum() + 3 * z)
                 m.optimize()
-                assert abs(x.X - 0.5235987) < 1e-4
-        for _ in range(15):
+                assert abs(z.X - 0.1**1.5 - 1) < 1e-4
+        for _ in range(20):
             solve()
-            threads = [threading.Thread(target=solve) for _ in range(5)]
+            threads = [threading.Thread(target=solve) for _ in range(4)]
             for thread in threads:
                 thread.start()
             for thread in threads:
