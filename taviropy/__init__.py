@@ -12,7 +12,7 @@ Importing the package loads neither NumPy nor SciPy nor a solver: they come in w
 that needs them.
 """
 
-from . import _matrixapi
+from . import _matrixapi, _pickling
 from ._core import (
     Constr,
     GenConstr,
@@ -75,6 +75,8 @@ for _name in (
         globals()[_name] = getattr(_matrixapi, _name)
         __all__.append(_name)
 del _name
+
+_pickling.register()
 
 
 def read(path: "str | PathLike[str]") -> Model:

@@ -27,7 +27,7 @@ class Session:
     def __init__(self, wanted: str) -> None:
         check_name(wanted)
         self.options = Options(wanted)
-        self._wanted = wanted
+        self.wanted = wanted
         self._name = ""  # of the engine
         self._engine: Engine | None = None
 
@@ -84,7 +84,7 @@ class Session:
         asked = [self._name]
         while answer.status == TVO.Status.FAILED and not stop:
             try:
-                name = choose(self._wanted, view, but=asked)
+                name = choose(self.wanted, view, but=asked)
             except TaviroError:
                 break
             log.line(f"The engine '{asked[-1]}' came to no end: asking '{name}'.")
@@ -112,7 +112,7 @@ class Session:
 
     def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
         """The engine, which has the model; `final` tells that it is going to be used."""
-        name = choose(self._wanted, view, final)
+        name = choose(self.wanted, view, final)
         changes: Changes | None = data.changes.changes()
         if self._engine is None or name != self._name:
             self._drop_engine(data)

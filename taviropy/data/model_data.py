@@ -11,7 +11,7 @@ from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._matrixapi import MConstr, MGenConstr, MLinExpr, MQConstr, MVar
-from .._scalars import Constr, GenConstr, ModelCore, QConstr, RowBuffer, TempConstr, Var
+from .._scalars import Constr, GenConstr, ModelCore, QConstr, RowBuffer, TempConstr, Var, data_of
 from .._tvo import TVO
 from .attributes import (
     ATTRIBUTES,
@@ -116,6 +116,10 @@ class ModelData(ModelCore):
         self.solution = Solution(TVO.Status.LOADED)
         self.memory: dict[str, tuple[object, Any]] = {}  # what engines found out about the data
         self.session: Any = None  # what solves the model, kept here for whoever holds the data
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        """Handles hold the data, and take their public Model along where they are pickled."""
+        return data_of, (self.shell,)
 
     # Locks
 
