@@ -21,7 +21,9 @@ if TYPE_CHECKING:
 
     from ._matrixapi import MConstr, MVar
     from ._scalars import Constr, Var
+    from .conflict import Conflict
     from .data.check import Check
+    from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
 
 _INF = float("inf")
@@ -115,10 +117,11 @@ class Model(ModelShell):
         obj: ArrayLike = 0.0,
         vtype: str | ArrayLike = "C",
         name: str | ArrayLike = "",
+        columns: tuple[MConstr, Any] | None = None,
     ) -> MVar:
         """
         ROUTINE:
-          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="")
+          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="", columns=None)
 
         PURPOSE:
           Add an array of variables.
@@ -127,6 +130,8 @@ class Model(ModelShell):
           shape (int or tuple of ints): shape of the array.
           lb, ub, obj, vtype, name: as for addVar; each a scalar, or an array that broadcasts to
             the shape. One name "x" names the elements "x[0,1]".
+          columns (tuple of an MConstr and an array or sparse matrix): linear constraints that the
+            new variables enter, and their coefficients there, as setCoefficients takes them.
 
         RETURN VALUE:
           An MVar of the shape.
@@ -138,7 +143,15 @@ class Model(ModelShell):
           ValueError for a bad shape or data that don't broadcast, TaviroError as for addVar;
           nothing is added then.
         """
-        return data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
+        made = data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
+        if columns is not None:
+            try:
+                constrs, coefficients = columns
+                self.setCoefficients(constrs, made, coefficients)
+            except BaseException:
+                self.remove(made)
+                raise
+        return made
 
     # Constraints
 
@@ -263,6 +276,85 @@ class Model(ModelShell):
         """
         data_of(self).set_objective(expr, sense)
 
+    # Coefficients
+
+    def setCoefficients(
+        self, constrs: Constr | MConstr, variables: Var | MVar, coefficients: ArrayLike
+    ) -> None:
+        """
+        ROUTINE:
+          setCoefficients(constrs, variables, coefficients)
+
+        PURPOSE:
+          Set coefficients of variables in linear constraints that exist already.
+
+        ARGUMENTS:
+          constrs (Constr or MConstr): p constraints, of any shape.
+          variables (Var or MVar): q variables, of any shape.
+          coefficients: an array of shape (p, q), a number for all, or a sparse matrix, of which
+            only the stored entries are set. Zero takes a variable out of a constraint.
+
+        EXAMPLE:
+          m.setCoefficients(demand, x[3], np.array([[2.0], [0.0], [1.0]]))
+          y = m.addMVar(2, obj=1.0, columns=(demand, patterns))  # new variables in old rows
+
+        NOTES:
+          Takes effect at once in the model, and with the next solve in the engine; HiGHS keeps
+          its basis. A right-hand side stays as it is. ValueError for shapes that don't fit or a
+          malformed matrix, TypeError for constraints that aren't linear, TaviroError for
+          coefficients that aren't finite, elements that come twice or of another model: nothing
+          is changed then.
+        """
+        from .data.entries import read_entries
+
+        data = data_of(self)
+        data.set_coefficients(read_entries(data, constrs, variables, coefficients))
+
+    def getCoefficients(self, constrs: Constr | MConstr | None = None) -> Coefficients:
+        """
+        ROUTINE:
+          getCoefficients(constrs=None)
+
+        PURPOSE:
+          The linear constraints as arrays.
+
+        ARGUMENTS:
+          constrs (Constr or MConstr): which ones, in place; None for all.
+
+        RETURN VALUE:
+          A named tuple: matrix (csr_array of shape (constraints, NumVars), columns in the order of
+          getVars), senses (array of "<", "=", ">"), rhs (float64 array). Copies.
+
+        EXAMPLE:
+          A, senses, rhs = m.getCoefficients()
+
+        NOTES:
+          What waits for update() isn't there yet. TaviroError for constraints that wait.
+        """
+        from .data.coefficients import read_coefficients
+
+        data = data_of(self)
+        data.check_open()
+        return read_coefficients(data, constrs)
+
+    def getObjective(self) -> ObjectiveCoefficients:
+        """
+        ROUTINE:
+          getObjective()
+
+        PURPOSE:
+          The objective as arrays: x @ quadratic @ x + costs @ x + offset.
+
+        RETURN VALUE:
+          A named tuple: costs (float64 array of shape (NumVars,)), quadratic (csr_array of shape
+          (NumVars, NumVars), an upper triangle, or None), offset (float). Copies.
+        """
+        from .data.coefficients import read_objective
+
+        data = data_of(self)
+        data.check_open()
+        return read_objective(data)
+
     # Removal
 
     def remove(self, obj: object) -> None:
@@ -360,10 +452,12 @@ class Model(ModelShell):
         PURPOSE:
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
-          SolveTime.
+          Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
+          engine's algorithm), SolveTime (seconds), Engine (who answered).
 
         NOTES:
-          AttributeError for another name; TaviroError for Objective and Bound without a solution.
+          AttributeError for another name; TaviroError for Objective, Bound and Gap where there
+          is none.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
             raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
@@ -477,6 +571,39 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         return check_solution(data, tolerance)
+
+    def conflict(self) -> Conflict:
+        """
+        ROUTINE:
+          conflict()
+
+        PURPOSE:
+          Find out why the model is infeasible: constraints and bounds that can't hold together,
+          such that without any one of them the rest can.
+
+        RETURN VALUE:
+          A Conflict: constrs (a list of Constr, QConstr and GenConstr), bounds (a list of pairs of
+          a Var and "LB" or "UB"), is_minimal (bool), write(path), and a text to print.
+
+        EXAMPLE:
+          m.optimize()
+          if m.Status == "INFEASIBLE":
+              print(m.conflict())
+
+        NOTES:
+          The model needn't be solved before. There may be more conflicts than the one that is
+          found. The integrality of variables counts as given, as do the bounds 0 and 1 of binary
+          ones. The option "timeLimit" holds for the whole search;
+          where it ends the search, and after Ctrl-C, the members that are left can't hold together
+          but some may be idle, and is_minimal is False. TaviroError where the model is feasible.
+          Each step is a solve of a part of the model without an objective: U. Junker, QuickXplain,
+          AAAI 2004.
+        """
+        from .conflict import find_conflict
+
+        data = data_of(self)
+        data.check_open()
+        return find_conflict(data, data.session.wanted, data.session.options)
 
     def write(self, path: str | PathLike[str]) -> None:
         """

@@ -113,7 +113,7 @@ class Session:
     def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
         """The engine, which has the model; `final` tells that it is going to be used."""
         name = choose(self.wanted, view, final)
-        changes: Changes | None = data.changes.changes()
+        changes: Changes | None = data.changes_since_load()
         if self._engine is None or name != self._name:
             self._drop_engine(data)
             self._name, self._engine, changes = name, engine_class(name)(), None
@@ -148,6 +148,7 @@ class Session:
 def _solution_of(answer: Answer, view: View) -> Solution:
     """What is kept of an answer; objective and slacks are the model's own at the point."""
     solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
+    solution.nodes, solution.iterations = answer.nodes, answer.iterations
     if answer.x is None:
         return solution
     x = answer.x

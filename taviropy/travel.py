@@ -269,6 +269,8 @@ def _solution_state(solution: Solution) -> State:
         "missing": dict(solution.missing),
         "seconds": solution.seconds,
         "engine": solution.engine,
+        "nodes": solution.nodes,
+        "iterations": solution.iterations,
     }
 
 
@@ -286,6 +288,7 @@ def _restored_solution(state: State) -> Solution:
     )
     solution.seconds = float(state["seconds"])
     solution.engine = _text(state["engine"])
+    solution.nodes, solution.iterations = int(state["nodes"]), int(state["iterations"])
     return solution
 
 

@@ -228,6 +228,7 @@ class _Problem:
             reduced_costs=sign * program.reduced_costs(x, rows, pull),
             row_duals=sign * rows,
             quadratic_duals=sign * np.array(quadratic),
+            iterations=solution.iterations,
         )
 
     def _row_multipliers(self, z: Floats) -> Floats:

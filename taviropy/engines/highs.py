@@ -39,6 +39,13 @@ _OPTION_TYPES = {
     HighsOptionType.kString: str,
 }
 _FEASIBLE = 2  # of HiGHS's solution statuses
+_ITERATIONS = (
+    "simplex_iteration_count",
+    "ipm_iteration_count",
+    "crossover_iteration_count",
+    "pdlp_iteration_count",
+    "qp_iteration_count",
+)
 _LOGGING = cb.HighsCallbackType.kCallbackLogging
 _INTERRUPTS = (
     cb.HighsCallbackType.kCallbackSimplexInterrupt,
@@ -197,8 +204,9 @@ class HighsEngine(LiveHighs):
         status = _STATUSES.get(model_status, TVO.Status.FAILED)
         if run.stop and status == TVO.Status.FAILED:
             status = TVO.Status.INTERRUPTED
-        answer = Answer(status)
+        answer = Answer(status, iterations=sum(map(self._count, _ITERATIONS)))
         if view.has_integers:
+            answer.nodes = self._count("mip_node_count")
             bound = highs.getInfoValue("mip_dual_bound")[1]
             if np.isfinite(bound):
                 answer.bound = bound
@@ -215,6 +223,10 @@ class HighsEngine(LiveHighs):
             answer.reduced_costs = lambda: np.array(found.col_dual)
             answer.row_duals = lambda: np.array(found.row_dual)
         return answer
+
+    def _count(self, name: str) -> int:
+        """A number that HiGHS tells of its last run, which is negative where it knows none."""
+        return max(0, int(self._highs.getInfoValue(name)[1]))
 
     # Quadratic programs
 

@@ -38,7 +38,8 @@ class Answer:
     optimal point stands for its own value. Values go by numbers of columns and rows, None where
     there are none; those that are wanted seldom may be functions that give them. Dual values say
     by how much the objective rises as a right-hand side does, whether it is minimized or not.
-    ``missing`` says why attributes aren't there, as part of a sentence.
+    ``missing`` says why attributes aren't there, as part of a sentence. ``nodes`` of the search
+    tree and ``iterations`` of the algorithm are what the solve took.
     """
 
     status: int
@@ -49,6 +50,8 @@ class Answer:
     row_duals: Floats | Callable[[], Floats] | None = None
     quadratic_duals: Floats | None = None
     missing: Mapping[str, str] = field(default_factory=dict)
+    nodes: int = 0
+    iterations: int = 0
 
 
 class Engine(Protocol):

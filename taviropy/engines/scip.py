@@ -310,6 +310,7 @@ class ScipEngine:
             status = TVO.Status.INTERRUPTED
         text = "SCIP gives no dual values: solve a continuous linear model with engine='highs'"
         answer = Answer(status, missing=dict.fromkeys(("ReducedCost", "Dual"), text))
+        answer.nodes, answer.iterations = scip.getNTotalNodes(), scip.getNLPIterations()
         bound = scip.getDualbound()
         if abs(bound) < scip.infinity():
             answer.bound = bound
