@@ -58,9 +58,10 @@ class Model(ModelShell):
 
     def __init__(self, name: str = "", engine: str = "auto") -> None:
         from .data.model_data import ModelData
+        from .data.values import checked_texts
         from .session import Session
 
-        data = ModelData(str(name))
+        data = ModelData("" if name is None else checked_texts("name", (str(name),))[0])
         data.session = Session(engine)
         data.new_shell = around
         attach(self, data)
@@ -517,7 +518,7 @@ class Model(ModelShell):
 
         NOTES:
           After a solve only what changed is handed over, and the engine goes on from the basis
-          that it has. TaviroError where the engine can't take the model.
+          that it has. TaviroError where the engine can't take the model or fails, MemoryError.
         """
         data = data_of(self)
         data.check_open()
@@ -534,7 +535,9 @@ class Model(ModelShell):
         NOTES:
           The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
           ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
-          read. TaviroError where the engine can't take the model.
+          read. Pressed twice, or with the option "raiseInterrupt", it is a KeyboardInterrupt once
+          the solve has ended, so that a loop of solves ends too. TaviroError where the engine can't
+          take the model or fails, OSError where the log file can't be opened any more, MemoryError.
         """
         data = data_of(self)
         data.check_open()
@@ -637,15 +640,19 @@ class Model(ModelShell):
 
         ARGUMENTS:
           name (str): "timeLimit" (seconds a solve), "gap" (relative gap of mixed-integer models),
-            "threads", "seed", "log" (bool), or an option by the engine's own name, such as
-            "presolve" of HiGHS or "limits/nodes" of SCIP.
-          value: a value of the option's type.
+            "threads" (no more than there are cores), "seed", "log" (whether the solver's log goes
+            to stdout), "logFile" (a file that it is added to), "raiseInterrupt" (whether Ctrl-C in
+            a solve is a KeyboardInterrupt in the end), or an option by the engine's own name, such
+            as "presolve" of HiGHS or "limits/nodes" of SCIP.
+          value: a value of the option's type. None stands for no limit, no file, or the engine's
+            own default.
 
         EXAMPLE:
           m.setOption("timeLimit", 60)
 
         NOTES:
-          TaviroError for an unknown name or a value that doesn't fit.
+          TaviroError for an unknown name or a value that doesn't fit: its type, its range or its
+          choices, as far as the engine tells them; the option stays as it was then.
         """
         data = data_of(self)
         data.check_open()

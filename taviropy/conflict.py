@@ -21,7 +21,7 @@ from .data.attributes import GENERAL, LINEAR, QUADRATIC, VARIABLE
 from .data.model_data import SOLVING, ModelData
 from .data.part import Part
 from .data.view import View
-from .engines import choose, engine_class
+from .engines import choose, engine_class, own_errors
 from .engines.decided import decided
 from .engines.protocol import Engine, Run
 from .engines.running import Log, Stop
@@ -189,12 +189,14 @@ class _Search:
             engine = self._engines.get(name)
             if engine is None:
                 engine = self._engines[name] = engine_class(name)()
-            engine.load(part, None)
+            with own_errors(name):
+                engine.load(part, None)
             options = self._options
             own = options.of_engine(name)
             quiet = Log(False, None)
             run = Run(quiet, self._stop, left, None, options["threads"], options["seed"], own)
-            answer = engine.solve(part, run)
+            with own_errors(name):
+                answer = engine.solve(part, run)
         if answer.status in _INFEASIBLE:
             return True
         if answer.status not in _FEASIBLE and answer.x is None:

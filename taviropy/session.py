@@ -14,7 +14,7 @@ from .data.changes import Changes
 from .data.model_data import SOLVING, ModelData
 from .data.solution import Solution
 from .data.view import View
-from .engines import check_name, choose, engine_class
+from .engines import check_name, choose, engine_class, own_errors
 from .engines.decided import decided
 from .engines.protocol import Answer, Engine, Run
 from .engines.running import Log, Stop
@@ -77,7 +77,8 @@ class Session:
         those that come after it."""
         assert self._engine is not None
         try:
-            answer = self._engine.solve(view, self._run(self._name, log, stop))
+            with own_errors(self._name):
+                answer = self._engine.solve(view, self._run(self._name, log, stop))
         except BaseException:
             self._drop_engine(data)
             raise
@@ -91,8 +92,9 @@ class Session:
             asked.append(name)
             other = engine_class(name)()
             try:
-                other.load(view, None)
-                answer = other.solve(view, self._run(name, log, stop))
+                with own_errors(name):
+                    other.load(view, None)
+                    answer = other.solve(view, self._run(name, log, stop))
             finally:
                 other.close()
         return answer, asked[-1]
@@ -118,7 +120,8 @@ class Session:
             self._drop_engine(data)
             self._name, self._engine, changes = name, engine_class(name)(), None
         try:
-            self._engine.load(view, changes)
+            with own_errors(name):
+                self._engine.load(view, changes)
         except BaseException:
             self._drop_engine(data)
             raise

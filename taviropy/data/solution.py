@@ -101,14 +101,11 @@ class Solution:
         return _gap(value, self.bound) if attrname == "Gap" else value
 
     def _no_value(self, attrname: str) -> TaviroError:
-        why = self.missing.get(attrname) or _WHY_MISSING.get(self.status)
-        if why is None:
-            has_solution = "X" in self.values
-            why = (
-                "the engine tells none for this model"
-                if has_solution
-                else "the solve ended without a solution: see Status"
-            )
+        why = self.missing.get(attrname)
+        if why is None and "X" in self.values:
+            why = "the engine tells none for this model"
+        elif why is None:
+            why = _WHY_MISSING.get(self.status, "the solve ended without a solution: see Status")
         return TaviroError(TVO.Error.NO_SOLUTION, f"There is no '{attrname}': {why}")
 
 

@@ -7,7 +7,8 @@ Ctrl-C as a wish to stop.
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
+from contextlib import contextmanager
 from importlib import import_module
 from typing import TYPE_CHECKING, NamedTuple
 
@@ -85,3 +86,26 @@ def choose(wanted: str, view: View, final: bool = True, but: Sequence[str] = ())
         others = [f"engine={name!r}" for name in ("auto", *ENGINES) if name != wanted]
         hints.append(f"use {' or '.join(others)}")
     raise TaviroError(TVO.Error.NOT_SUPPORTED, f"{'; '.join(reasons)}: {' or '.join(hints)}")
+
+
+@contextmanager
+def own_errors(name: str) -> Iterator[None]:
+    """Turn an error of a solver's own into a TaviroError; what else may come passes.
+
+    Solvers raise Python's plain kinds, also bare ones. An error of another class is that of a
+    signal handler or a stream that the user has set.
+    """
+    try:
+        yield
+    except (OSError, MemoryError, Warning):
+        raise
+    except BaseException as error:
+        kind = type(error)
+        plain = isinstance(error, Exception) and kind.__module__ == "builtins"
+        if not plain and kind.__name__ != "PanicException":  # of a solver written in Rust
+            raise
+        raise TaviroError(
+            TVO.Error.ENGINE_FAILED,
+            f"The engine '{name}' failed ({kind.__name__}: {error}): try another engine, or scale "
+            f"the model's data",
+        ) from error

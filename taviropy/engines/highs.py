@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 from functools import cache
 from time import perf_counter
 from typing import Any
@@ -17,6 +18,7 @@ from .convexity import is_convex
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Run
+from .running import Stop, as_type, in_thread
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -38,6 +40,7 @@ _OPTION_TYPES = {
     HighsOptionType.kDouble: float,
     HighsOptionType.kString: str,
 }
+_OF_THE_LOG = ("output_flag", "log_to_console", "log_file")  # what the package's own options say
 _FEASIBLE = 2  # of HiGHS's solution statuses
 _ITERATIONS = (
     "simplex_iteration_count",
@@ -95,19 +98,10 @@ class HighsEngine(LiveHighs):
         return _option_names()
 
     @classmethod
-    def checked_option(cls, name: str, value: Any) -> object:
+    def checked_option(cls, name: str, value: object) -> object:
         """`value` as the type of an option, ValueError where it doesn't fit."""
         highs = new_highs()
-        kind = _OPTION_TYPES[highs.getOptionType(name)[1]]
-        fits = {
-            bool: isinstance(value, bool) or (not isinstance(value, str) and value in (0, 1)),
-            int: not isinstance(value, bool | str | float) and hasattr(value, "__index__"),
-            float: not isinstance(value, bool | str) and hasattr(value, "__float__"),
-            str: isinstance(value, str),
-        }[kind]
-        if not fits:
-            raise ValueError(f"a value of type {kind.__name__}")
-        converted = kind(value)
+        converted = as_type(_OPTION_TYPES[highs.getOptionType(name)[1]], value)
         try:
             words = words_of(highs, highs.setOptionValue, name, converted)
         except TypeError:  # an integer that is too large
@@ -128,7 +122,8 @@ class HighsEngine(LiveHighs):
         wanted = {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
-            ("threads", run.threads),
+            # HiGHS starts as many as it is told, and ends the process where the system has no more.
+            ("threads", None if run.threads is None else min(run.threads, os.cpu_count() or 1)),
             ("random_seed", run.seed),
         ):
             if value is not None:
@@ -156,7 +151,7 @@ class HighsEngine(LiveHighs):
         self._pass_start(view)
         if view.quadratic_objective is not None:
             return self._solve_quadratic(view, run)
-        _run(self._highs, run)
+        _run(self._highs, run, has_integers=view.has_integers)
         if not run.stop:
             self._settle_status(run)
         return self._answer(view, run)
@@ -295,24 +290,33 @@ class HighsEngine(LiveHighs):
 @cache
 def _option_names() -> list[str]:
     highs = new_highs()
-    names = [name for name in dir(HighsOptions()) if name[0] != "_"]
+    names = [name for name in dir(HighsOptions()) if name[0] != "_" and name not in _OF_THE_LOG]
     return [name for name in names if highs.getOptionType(name)[0] == HighsStatus.kOk]
 
 
-def _run(highs: Any, run: Run, silent: bool = False) -> None:
-    """Run HiGHS, its log going where that of the run goes."""
+def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False) -> None:
+    """Run HiGHS, its log going where that of the run goes.
+
+    Mixed-integer models are solved in a thread: HiGHS calls back from its own ones too, and where
+    it doesn't call for a while, signals would have to wait for it.
+    """
     log, stop = run.log, run.stop
     is_loud = log.is_on and not silent
     if is_loud:
         highs.setOptionValue("output_flag", True)
         highs.setOptionValue("log_to_console", log.is_process_output)
         log.flush()
+    raised: list[BaseException] = []  # by a signal handler of the user's own; HiGHS would drop it
+    is_over = Stop()
 
     def answer(kind: Any, text: str, data_out: Any, data_in: Any, user_data: Any) -> None:
-        if kind == _LOGGING:
-            log.write(text)
-        elif stop:
-            data_in.user_interrupt = True
+        try:
+            if kind == _LOGGING:
+                log.write(text)
+            elif stop or is_over or raised:
+                data_in.user_interrupt = True
+        except BaseException as error:
+            raised.append(error)
 
     highs.setCallback(answer, None)
     if is_loud and not log.is_process_output:
@@ -320,9 +324,14 @@ def _run(highs: Any, run: Run, silent: bool = False) -> None:
     for kind in _INTERRUPTS:
         highs.startCallback(kind)
     try:
-        highs.run()
+        if has_integers:
+            in_thread(highs.run, stop, is_over.request)
+        else:
+            highs.run()
     finally:
         highs.setCallback(None, None)
         if is_loud:
             highs.setOptionValue("output_flag", False)
             highs.setOptionValue("log_to_console", True)
+    if raised:
+        raise raised[0]

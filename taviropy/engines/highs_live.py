@@ -17,6 +17,7 @@ from ..data.changes import Changes
 from ..data.entries import Entries
 from ..data.rows import Rows
 from ..data.view import ColumnData, View
+from .running import silent
 
 _LARGE = 50_000  # coefficients
 _MANY_CHANGES = 1_000  # of coefficients, at once
@@ -243,27 +244,10 @@ def words_of(highs: Any, call: Callable[..., Any], *args: Any) -> str | None:
     return " ".join(" ".join(words).split()) if status == HighsStatus.kError else None
 
 
-def _greet_nobody() -> None:
-    """Make the process's first instance where nobody reads what it says.
-
-    HiGHS 1.16 prints its version when it is first made, before any option can be set. This is done
-    on import, which runs in one thread.
-    """
-    try:
-        kept = os.dup(1)
-    except OSError:  # nothing is printed where there is no output
-        return
-    nowhere = os.open(os.devnull, os.O_WRONLY)
-    try:
-        os.dup2(nowhere, 1)
-        Highs()  # type: ignore[no-untyped-call]
-    finally:
-        os.dup2(kept, 1)
-        os.close(kept)
-        os.close(nowhere)
-
-
-_greet_nobody()
+# HiGHS 1.16 prints its version when it is first made, before any option can be set. Here only one
+# thread runs.
+with silent(1):
+    Highs()  # type: ignore[no-untyped-call]
 
 # A child process after a fork has none of the threads that HiGHS's scheduler counts on.
 os.register_at_fork(after_in_child=lambda: Highs.resetGlobalScheduler(False))
