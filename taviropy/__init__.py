@@ -28,6 +28,7 @@ from ._core import (
 from ._exception import NumericsWarning, TaviroError
 from ._functions import abs, cos, exp, log, sin, sqrt, tan
 from ._tvo import TVO
+from .solve_all import solveAll
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -55,6 +56,7 @@ __all__ = [
     "log",
     "read",
     "sin",
+    "solveAll",
     "sqrt",
     "tan",
 ]

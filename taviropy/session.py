@@ -47,11 +47,11 @@ class Session:
         self._in_step(data, View(data), final=False)
         data.solution.status = TVO.Status.LOADED
 
-    def solve(self, data: ModelData) -> None:
-        """Solve the model and keep what comes out."""
+    def solve(self, data: ModelData, stop: Stop | None = None) -> None:
+        """Solve the model and keep what comes out. `stop` ends the solve from another thread."""
         data.update()
         data.lock = SOLVING
-        stop = Stop()
+        stop = Stop() if stop is None else stop
         try:
             self._solve(data, stop)
         finally:

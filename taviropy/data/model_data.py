@@ -49,7 +49,7 @@ from .values import (
 )
 
 _DECODED = {name: np.array(list(text), "U1") for name, text in CHARACTERS.items()}
-_HANDLES = (
+HANDLES = (
     (VARIABLE, Var, MVar, "_vararr"),
     (LINEAR, Constr, MConstr, "_constrarr"),
     (QUADRATIC, QConstr, MQConstr, "_qconstrarr"),
@@ -401,7 +401,7 @@ class ModelData(ModelCore):
             if isinstance(item, np.ndarray) and item.dtype.kind == "O":
                 waiting.extend(item.flat)
                 continue
-            for kind, scalar, matrix, field in _HANDLES:
+            for kind, scalar, matrix, field in HANDLES:
                 if type(item) is scalar or isinstance(item, matrix):
                     handles = item if type(item) is scalar else getattr(item, field)
                     found.setdefault(kind, []).append(self.ids(kind, handles, True))
