@@ -14,6 +14,7 @@ from .data.attributes import LINEAR, MODEL, VARIABLE
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
+    from collections.abc import Callable
     from os import PathLike
     from typing import Any, NoReturn, Self
 
@@ -25,6 +26,8 @@ if TYPE_CHECKING:
     from .data.check import Check
     from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
+    from .progress import Point, Progress
+    from .relaxation import Relaxation
 
 _INF = float("inf")
 # What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
@@ -40,8 +43,9 @@ class Model(ModelShell):
     ARGUMENTS:
       name (str): name of the model, the attribute ModelName.
       engine (str): "highs" for linear, mixed-integer and convex quadratic models, "clarabel" for
-        linear models and convex quadratic objectives and constraints, "scip" for all others, or
-        "auto", which takes what proves its answer: the first of these that can.
+        linear models and convex quadratic objectives and constraints, "scip" for all others,
+        "ipopt" for local answers to large smooth models without integers, or "auto", which takes
+        what proves its answer: the first of these that can.
 
     EXAMPLE:
       with tv.Model("diet") as m:
@@ -524,15 +528,36 @@ class Model(ModelShell):
         data.check_open()
         data.session.load(data)
 
-    def optimize(self) -> None:
+    def optimize(
+        self,
+        callback: Callable[[Progress], object] | None = None,
+        lazy: Callable[[Point], Any] | None = None,
+        progress: bool | None = None,
+    ) -> None:
         """
         ROUTINE:
-          optimize()
+          optimize(callback=None, lazy=None, progress=None)
 
         PURPOSE:
           Solve the model. The outcome is the attribute Status, one of TVO.Status.
 
+        ARGUMENTS:
+          callback (function): called with a Progress now and then, and whenever a better point
+            was found: seconds, incumbent, bound, gap, nodes, iterations, is_new; p.value(x) gives
+            the values of variables and linear expressions, p.stop() ends the solve.
+          lazy (function): called with each point that could be an answer; it returns linear
+            comparisons that must hold, or a list of them, or None. Those that the point breaks
+            are rows from then on, of this solve alone. SCIP's, in a thread of its own.
+          progress (bool): a line on stderr with the incumbent, the bound and the gap. None: after
+            two seconds, in a terminal or notebook with the option "log" off.
+
+        EXAMPLE:
+          m.optimize(callback=lambda p: p.stop() if p.gap is not None and p.gap < 0.01 else None)
+          m.optimize(lazy=lambda p: [x[cut].sum() >= 2 for cut in broken_cuts(p.value(x))])
+
         NOTES:
+          An exception in one of the functions ends the solve and is raised; the model can't be
+          changed in them.
           The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
           ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
           read. Pressed twice, or with the option "raiseInterrupt", it is a KeyboardInterrupt once
@@ -541,7 +566,7 @@ class Model(ModelShell):
         """
         data = data_of(self)
         data.check_open()
-        data.session.solve(data)
+        data.session.solve(data, callback, lazy, progress)
 
     def check(self, tolerance: float = 1e-5) -> Check:
         """
@@ -607,6 +632,49 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         return find_conflict(data, data.session.wanted, data.session.options)
+
+    def relax(
+        self,
+        constrs: MConstr | None = None,
+        weights: ArrayLike = 1.0,
+        bounds: MVar | bool = False,
+        bound_weights: ArrayLike = 1.0,
+    ) -> Relaxation:
+        """
+        ROUTINE:
+          relax(constrs=None, weights=1.0, bounds=False, bound_weights=1.0)
+
+        PURPOSE:
+          Find out by how much constraints, and bounds, must give for the model to be feasible, so
+          that the sum of what they give is least. The model stays as it is.
+
+        ARGUMENTS:
+          constrs (MConstr): linear constraints that may give; None for all of them.
+          weights (array-like): what a unit of each costs, positive; it broadcasts to constrs.
+          bounds (bool or MVar): variables whose bounds may give; True for all, False for none.
+          bound_weights (array-like): what a unit of each bound costs; it broadcasts to bounds.
+
+        RETURN VALUE:
+          A Relaxation: total (float), constrs (array of the shape of the constraints), lower and
+          upper (arrays of the shape of the variables, or None), is_optimal, and a text to print.
+
+        EXAMPLE:
+          r = m.relax(demand, weights=[1.0, 10.0])
+          print(r)
+          demand.RHS -= r.constrs
+
+        NOTES:
+          Quadratic and general constraints, integrality and what isn't named hold as they are.
+          TaviroError where even so nothing holds together, or the time limit came first.
+        """
+        from .relaxation import find_relaxation
+
+        data = data_of(self)
+        data.check_open()
+        session = data.session
+        return find_relaxation(
+            data, constrs, weights, bounds, bound_weights, session.wanted, session.options
+        )
 
     def write(self, path: str | PathLike[str]) -> None:
         """

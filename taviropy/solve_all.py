@@ -397,7 +397,7 @@ def _solved(data: Any, wanted: list[_Wanted], stop: Any) -> SolveResult:
     options.set("log", False)
     try:
         with suppress(KeyboardInterrupt):  # which the status tells
-            data.session.solve(data, stop)
+            data.session.solve(data, progress=False, stop=stop)
     finally:
         options.set("log", loud)
     result = SolveResult(0, data.solution.status)

@@ -20,6 +20,8 @@ Values = Floats | Callable[[], Floats]
 _WHY_MISSING: dict[int, str] = {
     TVO.Status.LOADED: "the model has not been solved yet: call optimize() first",
     TVO.Status.INFEASIBLE: "the model is infeasible: relax its bounds or constraints",
+    TVO.Status.LOCALLY_INFEASIBLE: "no feasible point was found from where the search began: set "
+    "Start near one, or ask engine='scip', which searches everywhere",
     TVO.Status.UNBOUNDED: "the model is unbounded: give its variables bounds",
     TVO.Status.INFEASIBLE_OR_UNBOUNDED: "the model is infeasible or unbounded: solve it without "
     "an objective to learn which",

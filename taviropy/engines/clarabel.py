@@ -18,7 +18,7 @@ from .convexity import is_convex
 from .factor import NotConvex
 from .optimality import ConvexProgram
 from .protocol import Answer, Run
-from .running import as_type
+from .running import News, as_type
 
 _INFINITY = 1e20  # what it takes for infinite
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5  # as `ConvexProgram.error` measures them
@@ -290,6 +290,8 @@ class _Listener:
         return bool(self._run.stop)
 
     def _tell(self, info: Any) -> None:
+        if self._run.reporter.is_due:
+            self._run.reporter.tell(News(iterations=info.iterations))
         residual = max(info.res_primal, info.res_dual)
         self._run.log.line(
             f"{info.iterations:9d}  {self._sign * info.cost_primal:16.9e}  "

@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import threading
 from functools import cache
+from math import isfinite
 from time import perf_counter
 from typing import Any
 
@@ -19,7 +20,7 @@ from .convexity import is_convex
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Run
-from .running import Stop, as_type, in_thread
+from .running import News, Stop, as_type, in_thread
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -50,6 +51,7 @@ _ITERATIONS = (
     "pdlp_iteration_count",
     "qp_iteration_count",
 )
+_IMPROVING = cb.HighsCallbackType.kCallbackMipImprovingSolution
 _LOGGING = cb.HighsCallbackType.kCallbackLogging
 _INTERRUPTS = (
     cb.HighsCallbackType.kCallbackSimplexInterrupt,
@@ -310,6 +312,18 @@ def _start_scheduler(run: Run) -> None:
     _scheduled.threads = wanted
 
 
+def _news(kind: Any, told: Any) -> News:
+    """What HiGHS tells by a callback that asks whether to go on."""
+    if kind == cb.HighsCallbackType.kCallbackMipInterrupt:
+        best, bound = (
+            value if isfinite(value) else None
+            for value in (told.mip_primal_bound, told.mip_dual_bound)
+        )
+        return News(best, bound, told.mip_node_count)
+    iterations = max(told.simplex_iteration_count, 0) + max(told.ipm_iteration_count, 0)
+    return News(iterations=iterations)
+
+
 def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False) -> None:
     """Run HiGHS, its log going where that of the run goes.
 
@@ -329,7 +343,14 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
         try:
             if kind == _LOGGING:
                 log.write(text)
-            elif stop or is_over or raised:
+                return
+            if kind == _IMPROVING:
+                x = np.array(data_out.mip_solution)
+                value, nodes = data_out.objective_function_value, data_out.mip_node_count
+                run.reporter.tell(News(value, nodes=nodes, x=x))
+            elif run.reporter.is_due and not silent:
+                run.reporter.tell(_news(kind, data_out))
+            if stop or is_over or raised:
                 data_in.user_interrupt = True
         except BaseException as error:
             raised.append(error)
@@ -338,12 +359,14 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
     if is_loud and not log.is_process_output:
         highs.startCallback(_LOGGING)
     size = highs.getNumCol() + highs.getNumRow() + highs.getNumNz()
-    if has_integers or size > _BRIEF or highs.getHessianNumNz():
+    if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
         for kind in _INTERRUPTS:
             highs.startCallback(kind)
+    if run.reporter and not silent:
+        highs.startCallback(_IMPROVING)
     try:
         if has_integers:
-            in_thread(highs.run, stop, is_over.request)
+            in_thread(highs.run, stop, is_over.request, run.reporter.pump)
         else:
             highs.run()
     finally:

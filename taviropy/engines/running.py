@@ -1,4 +1,4 @@
-"""What the engines share: types of options, the log, and Ctrl-C as a wish to stop.
+"""What the engines share: types of options, the log, news of a solve, and Ctrl-C as a wish to stop.
 
 It imports no solver.
 """
@@ -9,12 +9,15 @@ import os
 import signal
 import sys
 import threading
+from collections import deque
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
+from time import monotonic
 from types import FrameType, TracebackType
-from typing import IO, Any, Self
+from typing import IO, Any, NamedTuple, Self
 
 import numpy as np
+from numpy.typing import NDArray
 
 _TICK = 0.05  # seconds
 
@@ -156,6 +159,68 @@ class Log:
     def line(self, text: str) -> None:
         """Add a line."""
         self.write(text + "\n")
+
+
+class News(NamedTuple):
+    """What an engine knows in the middle of a solve; None is what it doesn't.
+
+    Values are the model's own, with its sense and offset. `x` is a new best point.
+    """
+
+    incumbent: float | None = None
+    bound: float | None = None
+    nodes: int = 0
+    iterations: int = 0
+    x: NDArray[np.float64] | None = None
+
+
+class Row(NamedTuple):
+    """A linear row that an engine is given in the middle of a solve."""
+
+    columns: NDArray[np.int32]
+    coefficients: NDArray[np.float64]
+    lower: float
+    upper: float
+
+    def is_broken_at(self, x: NDArray[np.float64]) -> bool:
+        """Whether a point misses a side by more than a millionth of it."""
+        value = float(self.coefficients @ x[self.columns])
+        slack = 1e-6 * max(1.0, abs(value))
+        return not self.lower - slack <= value <= self.upper + slack
+
+
+class Reporter:
+    """Takes news from an engine, in whichever thread it works, to a listener in the thread that
+    made this: at once where it is the same, else when that thread calls `pump`."""
+
+    def __init__(self, listener: Callable[[News], object] | None = None) -> None:
+        self._listener = listener
+        self._waiting: deque[News] = deque()
+        self._owner = threading.get_ident()
+        self._due = 0.0
+
+    def __bool__(self) -> bool:
+        """Whether anybody listens."""
+        return self._listener is not None
+
+    @property
+    def is_due(self) -> bool:
+        """Whether somebody listens, and it is some time since the last news without a point."""
+        if self._listener is None or monotonic() < self._due:
+            return False
+        self._due = monotonic() + _TICK
+        return True
+
+    def tell(self, news: News) -> None:
+        """Hand over news: where they have no point, after a look at `is_due`."""
+        self._waiting.append(news)
+        if threading.get_ident() == self._owner:
+            self.pump()
+
+    def pump(self) -> None:
+        """Let the listener have what waits."""
+        while self._waiting and self._listener is not None:
+            self._listener(self._waiting.popleft())
 
 
 class Stop:

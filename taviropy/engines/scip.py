@@ -21,6 +21,7 @@ from ..data.values import Floats
 from ..data.view import View
 from .protocol import Answer, Run
 from .running import as_type, in_thread, silent
+from .scip_plugins import Plugins
 from .scip_trees import TreeTranslator
 
 _INFINITY = 1e20  # SCIP's own
@@ -255,7 +256,9 @@ class ScipEngine:
         """Solve what is loaded."""
         self._apply(run)
         self._pass_start(view)
+        plugins = Plugins(self._scip, self._variables, run)
         self._optimize(run)
+        plugins.end()
         return self._answer(view, run)
 
     def _optimize(self, run: Run) -> None:
@@ -266,7 +269,7 @@ class ScipEngine:
         """
         scip = self._scip
         if not run.log.is_on:
-            in_thread(scip.optimizeNogil, run.stop, scip.interruptSolve)
+            in_thread(scip.optimizeNogil, run.stop, scip.interruptSolve, run.reporter.pump)
             return
         with TemporaryDirectory() as folder:
             path = Path(folder, "log")
@@ -274,11 +277,16 @@ class ScipEngine:
             scip.setLogfile(str(path))
             try:
                 with path.open(encoding="utf-8", errors="replace") as log:
+
+                    def tick() -> None:
+                        run.log.write(log.read())
+                        run.reporter.pump()
+
                     in_thread(
                         scip.optimizeNogil,
                         run.stop,
                         scip.interruptSolve,
-                        lambda: run.log.write(log.read()),
+                        tick,
                     )
             finally:
                 scip.setLogfile(None)
