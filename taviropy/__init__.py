@@ -28,6 +28,7 @@ from ._core import (
 from ._exception import NumericsWarning, TaviroError
 from ._functions import abs, cos, exp, log, sin, sqrt, tan
 from ._tvo import TVO
+from .numpy_functions import attach as _attach
 from .solve_all import solveAll
 
 TYPE_CHECKING = False
@@ -77,6 +78,7 @@ for _name in (
         globals()[_name] = getattr(_matrixapi, _name)
         __all__.append(_name)
 del _name
+_attach((_matrixapi.MVar, _matrixapi.MLinExpr, _matrixapi.MQuadExpr, _matrixapi.MNLExpr))
 
 _pickling.register()
 
