@@ -8,10 +8,13 @@ say less.
 from __future__ import annotations
 
 import re
-from itertools import chain
+from array import array
 
 import numpy as np
+from numpy.typing import NDArray
 
+from .._exception import TaviroError
+from .._files import plain_rows
 from .._tvo import TVO
 from ..data.attributes import BINARY, CONTINUOUS, WHOLE
 from ..data.rows import sums_at
@@ -79,18 +82,16 @@ class _Reader:
         self._source = source
         self._text = text
         self._objective = Sum([], [], [], 0.0, False, 0)
-        # Rows: names, sides and numbers of entries; the entries of all of them are in a line.
+        self._priced: list[int] = []  # the columns of its linear terms
+        self._columns: dict[str, int] = {}  # numbers in the order of their mention
+        # Rows: names, sides and numbers of entries, and the entries one row after the other.
         self._row_names: list[str] = []
-        self._lower: list[float] = []
-        self._upper: list[float] = []
-        self._lengths: list[int] = []
-        self._names: list[str] = []
-        self._data: list[float] = []
-        self._pairs: list[tuple[int, str, str, float]] = []
+        self._lower, self._upper, self._lengths = array("d"), array("d"), array("q")
+        self._ids, self._data = array("q"), array("d")
+        self._pairs: list[tuple[int, int, int, float]] = []  # a row of -1 is the objective
         self._quadratic: set[int] = set()
-        self._indicators: dict[int, tuple[str, int]] = {}
+        self._indicators: dict[int, tuple[int, int]] = {}
         # What sections say of variables
-        self._mentioned: dict[str, None] = {}  # in the order of their mention
         self._least: dict[str, float] = {}
         self._most: dict[str, float] = {}
         self._types: dict[str, int] = {}
@@ -141,55 +142,37 @@ class _Reader:
         self._objective = read_sum(words, at, needs_half=True)
         if self._objective.end < len(tokens):
             raise words.fault(self._objective.end, "the objective can't go on like this")
+        self._priced = [self._number(name) for name in self._objective.names]
+        self._add_pairs(-1, self._objective)
 
     def _read_rows(self, start: int, end: int) -> None:
-        """Rows one by one: those that are plain sums at once, others by their parts."""
+        """Plain rows all at once, and from the first other one on row by row."""
+        text = self._text[start:end]
+        if text.isascii():
+            place, names, lengths, ids, data, lower, upper = plain_rows(text, self._columns)
+            start += place
+            first = len(self._row_names)
+            self._row_names += [name or f"R{k}" for k, name in enumerate(names, first)]
+            for known, more in (
+                (self._lengths, lengths),
+                (self._ids, ids),
+                (self._data, data),
+                (self._lower, lower),
+                (self._upper, upper),
+            ):
+                known.frombytes(more.tobytes())
         words = Words(self._source, self._text[start:end], start)
         tokens = words.tokens
-        others = [k for k, token in enumerate(tokens) if token[3]]
-        others.append(len(tokens))
-        at, place = 0, 0
+        at = 0
         while at < len(tokens):
             name = ""
-            if at + 1 < len(tokens) and tokens[at + 1][3] == ":" and _is_label(tokens[at]):
+            if _is_at(tokens, at + 1, ":") and _is_label(tokens[at]):
                 name = tokens[at][2]
                 at += 2
-            while others[place] < at:
-                place += 1
-            stop = others[place]
-            if not self._read_plain(words, name, at, stop):
-                at = self._read_parts(words, name, at)
-                continue
-            at = stop + 1
+            at = self._read_row(words, name, at)
 
-    def _read_plain(self, words: Words, name: str, at: int, stop: int) -> bool:
-        """Read a row of linear terms and a comparison with a number, if it is one."""
-        tokens = words.tokens
-        if stop == at or stop == len(tokens) or not tokens[stop][3][-1].isdigit():
-            return False
-        if (stop + 1 < len(tokens) and tokens[stop + 1][3] == "->") or not is_relation(
-            tokens[stop]
-        ):
-            return False
-        terms = tokens[at:stop]
-        if is_infinity(terms[0]):
-            return False
-        signs = [token[0] for token in terms]
-        if "" in signs[1:]:
-            at += signs.index("", 1)
-            raise words.fault(
-                at, f"a sign or a comparison is missing in front of '{tokens[at][2]}'"
-            )
-        self._names += [token[2] for token in terms]
-        self._data += [
-            (-1.0 if sign == "-" else 1.0) * (float(number) if number else 1.0)
-            for sign, number, _, _ in terms
-        ]
-        self._add_row(name, len(terms), *_sides(tokens[stop][3]))
-        return True
-
-    def _read_parts(self, words: Words, name: str, at: int) -> int:
-        """Read a row of another kind; returns the token behind it."""
+    def _read_row(self, words: Words, name: str, at: int) -> int:
+        """Read a row of any kind; returns the token behind it."""
         start, tokens = at, words.tokens
         binary = None
         left, at = self._left_side(words, at)
@@ -213,26 +196,28 @@ class _Reader:
             lower, upper = max(lower, low), min(upper, high)
             end = found.end + 1
         elif left is None:
-            raise words.fault(min(found.end, len(tokens) - 1), "a row has no comparison")
+            raise words.fault(
+                min(found.end, len(tokens) - 1), "a sign or a comparison is missing here"
+            )
         else:
             end = found.end
         if end == start:
             raise words.fault(start, "this is no row")
         row = len(self._row_names)
-        if found.is_quadratic:
-            if binary is not None:
-                raise words.fault(start, "the row behind an indicator has to be linear")
-            self._quadratic.add(row)
-            self._pairs += [(row, *pair) for pair in found.pairs]
         if binary is not None:
-            self._indicators[row] = binary
-        # Variables of pairs and of indicators come up here too, as entries of 0.
-        mentioned = [binary[0]] if binary is not None else []
-        mentioned += found.names + [each for pair in found.pairs for each in pair[:2]]
-        data = [0.0] * (len(mentioned) - 2 * len(found.pairs) - len(found.names)) + found.data
-        self._names += mentioned
-        self._data += data + [0.0] * (len(mentioned) - len(data))
-        self._add_row(name, len(mentioned), lower - found.constant, upper - found.constant)
+            if found.is_quadratic:
+                raise words.fault(start, "the row behind an indicator has to be linear")
+            self._indicators[row] = self._number(binary[0]), binary[1]
+        ids = [self._number(each) for each in found.names]
+        if found.is_quadratic:
+            self._quadratic.add(row)
+            self._add_pairs(row, found)
+        self._row_names.append(name or f"R{row}")
+        self._lengths.append(len(ids))
+        self._ids.extend(ids)
+        self._data.extend(found.data)
+        self._lower.append(lower - found.constant)
+        self._upper.append(upper - found.constant)
         return end
 
     def _left_side(self, words: Words, at: int) -> tuple[tuple[float, float] | None, int]:
@@ -283,11 +268,13 @@ class _Reader:
             raise words.fault(found.end, "an indicator is a variable, '=', and 0 or 1")
         return found.names[0], int(value_of(number))
 
-    def _add_row(self, name: str, length: int, lower: float, upper: float) -> None:
-        self._row_names.append(name or f"R{len(self._row_names)}")
-        self._lengths.append(length)
-        self._lower.append(lower)
-        self._upper.append(upper)
+    def _add_pairs(self, row: int, found: Sum) -> None:
+        for first, second, value in found.pairs:
+            self._pairs.append((row, self._number(first), self._number(second), value))
+
+    def _number(self, name: str) -> int:
+        """The number of a variable; a new one gets the next."""
+        return self._columns.setdefault(name, len(self._columns))
 
     def _read_bounds(self, start: int, end: int) -> None:
         text = self._text[start:end]
@@ -297,7 +284,7 @@ class _Reader:
                 raise self._source.fault_at(
                     start + match.start(), "a bound is '1 <= x <= 2', a part of that, or 'x free'"
                 )
-            self._mentioned[name] = None
+            self._number(name)
             if free:
                 self._least[name], self._most[name] = -np.inf, np.inf
             if left:
@@ -331,7 +318,7 @@ class _Reader:
             name = match[1]
             if name is None:
                 raise self._source.fault_at(match.start(), "only names of variables stand here")
-            self._mentioned[name] = None
+            self._number(name)
             if kind == "free":
                 self._least[name], self._most[name] = -np.inf, np.inf
             else:
@@ -340,43 +327,50 @@ class _Reader:
     # The end
 
     def _contents(self, sense: int, table: Table) -> Contents:
-        objective = self._objective
-        of_pairs = (name for pair in objective.pairs for name in pair[:2])
-        mentioned = chain(objective.names, of_pairs, self._names, self._mentioned)
-        columns = {name: k for k, name in enumerate(dict.fromkeys(mentioned))}
-        count = len(columns)
-        column = np.fromiter(map(columns.__getitem__, self._names), np.int64, len(self._names))
-        row = np.repeat(np.arange(len(self._lengths)), np.array(self._lengths, np.int64))
+        count, row_count = len(self._columns), len(self._row_names)
+        data = np.array(self._data)
+        row = np.repeat(np.arange(row_count), np.array(self._lengths))
+        self._check_numbers(row, data)
         lines = Lines(
             self._row_names,
-            rows_of(len(self._lengths), count, row, column, np.array(self._data, np.float64)),
-            infinite(np.array(self._lower, np.float64)),
-            infinite(np.array(self._upper, np.float64)),
+            rows_of(row_count, count, row, np.array(self._ids), data),
+            infinite(np.array(self._lower)),
+            infinite(np.array(self._upper)),
         )
-        priced = np.array([columns[name] for name in objective.names], np.int64)
-        pairs = [(-1, *pair) for pair in objective.pairs] + self._pairs
+        costs = sums_at(np.array(self._priced, np.int64), np.array(self._objective.data), count)
         return Contents(
             table.model or "",
             sense,
-            objective.constant,
-            self._columns(columns, sums_at(priced, np.array(objective.data), count)),
+            self._objective.constant,
+            self._finished_columns(costs),
             lines,
-            Terms.of([(k, columns[i], columns[j], value) for k, i, j, value in pairs]),
+            Terms.of(self._pairs),
             self._quadratic,
-            {k: (columns[name], value) for k, (name, value) in self._indicators.items()},
+            self._indicators,
             table,
         )
 
-    def _columns(self, columns: dict[str, int], costs: Floats) -> Columns:
-        count = len(columns)
+    def _check_numbers(self, row: NDArray[np.int64], data: Floats) -> None:
+        """Refuse what is too large for a number: it was read as infinite."""
+        bad = [self._row_names[k] for k in row[np.isinf(data)].tolist()]
+        bad += [self._row_names[k] for k, _, _, value in self._pairs if k >= 0 and np.isinf(value)]
+        objective = (*self._objective.data, self._objective.constant)
+        values = (*objective, *(value for _, _, value in self._objective.pairs))
+        if bad or not np.isfinite(values).all():
+            where = f"the row '{bad[0]}'" if bad else "the objective"
+            raise TaviroError(
+                TVO.Error.FILE,
+                f"'{self._source.path}': {where} has a number beyond 1.8e308: scale it",
+            )
+
+    def _finished_columns(self, costs: Floats) -> Columns:
+        count = len(self._columns)
         lower, upper = np.zeros(count), np.full(count, np.inf)
         types = np.full(count, CONTINUOUS, np.uint8)
         for values, known in ((types, self._types), (lower, self._least), (upper, self._most)):
-            at = [columns[name] for name in known]
-            values[at] = list(known.values())
-        lower, upper = infinite(lower), infinite(upper)
-        lower, upper = cut_binaries(lower, upper, types)
-        return Columns(list(columns), costs, lower, upper, types)
+            values[[self._columns[name] for name in known]] = list(known.values())
+        lower, upper = cut_binaries(infinite(lower), infinite(upper), types)
+        return Columns(list(self._columns), costs, lower, upper, types)
 
 
 def _is_label(token: Token) -> bool:

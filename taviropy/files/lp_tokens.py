@@ -16,7 +16,7 @@ VALUE = rf"(?:{NUMBER}|{INFINITY})"
 SIGN = r"(?:[+-]\s*)"
 RELATION = r"(?:[<>]=?|=[<>]?)"
 # Square brackets belong to a name where they follow on it: "x[0]".
-NAME = rf"(?:(?![\d.]){_IN_NAME}(?:{_IN_NAME}|\[[^\s\[\]]*\])*)"
+NAME = rf"(?:(?![\d.]){_IN_NAME}+(?:\[[^\s\[\]]*\]{_IN_NAME}*)*)"
 _OTHERS = "|".join(
     (
         "->",
@@ -78,7 +78,10 @@ def coefficient(token: Token) -> float:
 
 def value_of(text: str) -> float:
     """A number with signs and blanks; infinity too."""
-    text = "".join(text.split())
+    try:
+        return float(text)
+    except ValueError:
+        text = "".join(text.split())
     number = text.lstrip("+-")
     signs = text[: len(text) - len(number)]
     return -float(number) if signs.count("-") % 2 else float(number)

@@ -13,11 +13,13 @@ from collections.abc import Iterator
 import numpy as np
 from numpy.typing import NDArray
 
+from .._files import number_texts, sum_texts
 from ..data.quadratic import QuadraticTerms
+from ..data.rows import Rows
 from ..data.values import Floats
 from ..data.view import View
 from .names import LONGEST, Fit, said
-from .sheet import Sheet, number_text, number_texts
+from .sheet import Sheet, number_text
 
 _LINE = 500  # characters; what is longer some readers cut
 _CHARACTERS = 'A-Za-z0-9!"#$%&(),.;?@_{}~'
@@ -78,50 +80,37 @@ def _is_range(lower: Floats, upper: Floats) -> NDArray[np.bool]:
 
 
 class _Terms:
-    """Coefficients and names as texts."""
+    """Sums of terms as texts, in lines that aren't too long."""
 
     def __init__(self, names: list[str]) -> None:
         self.names = names
         longest = max(map(len, names), default=1)
         self._a_line = max(1, min(12, (_LINE - longest - 60) // (longest + 27)))
 
-    def linear(self, ids: NDArray[np.signedinteger], data: Floats) -> list[str]:
-        """Terms such as " + 3 x"."""
-        names, heads = self.names, _heads(data)
-        return [head + names[k] for head, k in zip(heads, ids.tolist(), strict=True)]
+    def linear(self, rows: Rows) -> list[str]:
+        """The text of each row, such as " x - 3 y"."""
+        indptr, ids = rows.indptr.astype(np.int64), rows.ids.astype(np.int32)
+        return sum_texts(self.names, indptr, ids, rows.data, self._a_line)
 
     def quadratic(self, terms: QuadraticTerms) -> str:
         """Terms in brackets."""
-        texts = []
-        for head, i, j in zip(
-            _heads(terms.data), terms.ids1.tolist(), terms.ids2.tolist(), strict=True
+        texts: list[str] = []
+        numbers = number_texts(np.abs(terms.data))
+        for i, j, number, is_negative in zip(
+            terms.ids1.tolist(),
+            terms.ids2.tolist(),
+            numbers,
+            (terms.data < 0).tolist(),
+            strict=True,
         ):
-            rest = " ^2" if i == j else f" * {self.names[j]}"
-            texts.append(f"{head}{self.names[i]}{rest}")
+            sign = "-" if is_negative else "+" if texts else ""
+            rest = "^2" if i == j else f"* {self.names[j]}"
+            texts.append(f"{sign} {number} {self.names[i]} {rest}")
         if not texts:  # a quadratic row all the same
-            texts = [f" 0 {self.names[0]} ^2"] if self.names else []
-        return f"[{self.joined(texts, 2)} ]"
-
-    def joined(self, terms: list[str], words: int = 1) -> str:
-        """The sum of terms, in lines that aren't too long."""
-        if not terms:
-            return ""
-        size = max(1, self._a_line // words)
-        if terms[0].startswith(" + "):
-            terms[0] = terms[0][2:]
-        if len(terms) <= size:
-            return "".join(terms)
-        return "\n ".join("".join(terms[k : k + size]) for k in range(0, len(terms), size))
-
-
-def _heads(data: Floats) -> list[str]:
-    """Signs and coefficients, such as " - 3 "; a coefficient of 1 is left out."""
-    unique, places = np.unique(data, return_inverse=True)
-    heads = []
-    for value in unique.tolist():
-        sign = "-" if value < 0 else "+"
-        heads.append(f" {sign} " if abs(value) == 1 else f" {sign} {number_text(abs(value))} ")
-    return list(map(heads.__getitem__, places.tolist()))
+            texts = [f" 0 {self.names[0]} ^2"]
+        width = max(1, self._a_line // 2)
+        lines = (" ".join(texts[k : k + width]) for k in range(0, len(texts), width))
+        return "[" + "\n ".join(lines) + " ]"
 
 
 def _objective(sheet: Sheet, terms: _Terms) -> str:
@@ -137,7 +126,7 @@ def _objective(sheet: Sheet, terms: _Terms) -> str:
     is_linear = quadratic is None and sheet.only_linear
     if not is_linear or len(unique) < len(costs) or (np.diff(first) < 0).any():
         priced = np.arange(len(costs))
-    text = terms.joined(terms.linear(priced, costs[priced]))
+    text = terms.linear(Rows(np.array([0, len(priced)]), priced, costs[priced]))[0]
     if quadratic is not None:
         doubled = QuadraticTerms(quadratic.ids1, quadratic.ids2, 2.0 * quadratic.data)
         text += f"\n + {terms.quadratic(doubled)} / 2"
@@ -148,41 +137,25 @@ def _objective(sheet: Sheet, terms: _Terms) -> str:
 
 
 def _rows(sheet: Sheet, terms: _Terms) -> Iterator[str]:
-    rows, quadratic, indicators = sheet.rows, sheet.view.quadratic_rows, sheet.view.indicators
+    view = sheet.view
     is_free = (sheet.lower == -np.inf) & (sheet.upper == np.inf)
     is_above = (sheet.upper == np.inf) & ~is_free
-    signs = np.where(is_above, ">=", np.where(sheet.lower == sheet.upper, "=", "<=")).tolist()
+    signs = np.where(is_above, ">=", np.where(sheet.lower == sheet.upper, "=", "<="))
     sides = number_texts(np.where(is_above, sheet.lower, sheet.upper))
     empty = f" 0 {terms.names[0]}" if terms.names else ""
-    known = 0
-    lines: list[str] = []
-    for k in range(rows.count):
-        start, end = int(rows.indptr[k]), int(rows.indptr[k + 1])
-        if end > known or k == 0:  # the texts of the next terms, many at once
-            known, offset, texts = _next_terms(rows.indptr, k, terms, sheet)
-        text = terms.joined(texts[start - offset : end - offset])
-        place = k - sheet.quadratic_start
-        if quadratic is not None and 0 <= place < quadratic.rows.count:
-            text += f" {'+ ' if text else ''}{terms.quadratic(quadratic.terms(place))}"
-        place = k - sheet.indicator_start
-        if indicators is not None and 0 <= place < indicators.rows.count:
-            column = terms.names[int(indicators.columns[place])]
-            text = f" {column} = {int(indicators.values[place])} ->{text or empty}"
-        lines.append(f" {sheet.row_names[k]}:{text or empty} {signs[k]} {sides[k]}\n")
-        if len(lines) == 10_000:
-            yield "".join(lines)
-            lines = []
-    yield "".join(lines)
-
-
-def _next_terms(
-    indptr: NDArray[np.signedinteger], k: int, terms: _Terms, sheet: Sheet
-) -> tuple[int, int, list[str]]:
-    """The texts of some 100,000 terms from row k on: where they end, where they start, and they."""
-    stop = int(np.searchsorted(indptr, indptr[k] + 100_000, side="right")) - 1
-    end = int(indptr[max(stop, k + 1)])
-    at = slice(int(indptr[k]), end)
-    return end, at.start, terms.linear(sheet.rows.ids[at], sheet.rows.data[at])
+    texts = terms.linear(sheet.rows)
+    if view.quadratic_rows is not None:
+        for k in range(view.quadratic_count):
+            text = texts[sheet.quadratic_start + k]
+            pairs = terms.quadratic(view.quadratic_rows.terms(k))
+            texts[sheet.quadratic_start + k] = f"{text} {'+ ' if text else ''}{pairs}"
+    if view.indicators is not None:
+        columns, values = view.indicators.columns.tolist(), view.indicators.values.tolist()
+        for k, (column, value) in enumerate(zip(columns, values, strict=True)):
+            text = texts[sheet.indicator_start + k] or empty
+            texts[sheet.indicator_start + k] = f" {terms.names[column]} = {value} ->{text}"
+    lines = zip(sheet.row_names, texts, signs.tolist(), sides, strict=True)
+    yield "".join([f" {name}:{text or empty} {sign} {side}\n" for name, text, sign, side in lines])
 
 
 def _bounds(sheet: Sheet) -> Iterator[str]:

@@ -26,19 +26,21 @@ WITHOUT_NUMBER = frozenset(("FR", "MI", "PL", "BV"))
 class BoundLines:
     """The bounds and types of columns, line by line. ``fault`` makes the error for a line."""
 
-    def __init__(
-        self, count: int, is_integer: NDArray[np.bool], fault: Callable[..., TaviroError]
-    ) -> None:
+    def __init__(self, is_integer: NDArray[np.bool], fault: Callable[..., TaviroError]) -> None:
+        count = len(is_integer)
         self._fault = fault
         self._lower = [0.0] * count
         self._upper = [np.inf] * count
         self._is_integer = is_integer
-        self._has_lower = np.zeros(count, bool)
-        self._has_upper = np.zeros(count, bool)
+        self._has_lower = bytearray(count)
+        self._has_upper = bytearray(count)
         self._stays_integer = np.zeros(count, bool)  # rather than binary
 
     def set(self, kind: str, name: str, column: int, value: float) -> None:
         """Take in a line."""
+        if kind == "UP":
+            self._set_upper(column, value)
+            return
         if kind in ("SC", "SI"):
             raise self._fault(
                 f"the variable '{name}' is semi-continuous, which a model has no type for: write "
@@ -51,29 +53,32 @@ class BoundLines:
             self._is_integer[column] = True
             self._set_lower(column, 0.0)
             self._set_upper(column, 1.0)
-        elif kind not in ("LO", "UP", "FX", "FR", "MI", "PL"):
+        elif kind not in ("LO", "FX", "FR", "MI", "PL"):
             raise self._fault(f"'{kind}' is no type of bound")
         if kind in ("LO", "LI", "FX"):
             self._set_lower(column, value)
         elif kind in ("FR", "MI"):
             self._set_lower(column, -np.inf)
-        if kind in ("UP", "UI", "FX"):
+        if kind in ("UI", "FX"):
             self._set_upper(column, value)
         elif kind in ("FR", "PL"):
             self._set_upper(column, np.inf)
 
     def _set_lower(self, column: int, value: float) -> None:
         self._lower[column] = value
-        self._has_lower[column] = True
+        self._has_lower[column] = 1
 
     def _set_upper(self, column: int, value: float) -> None:
         self._upper[column] = value
-        self._has_upper[column] = True
+        self._has_upper[column] = 1
 
     def finished(self, names: list[str]) -> tuple[Floats, Floats, Codes]:
         """Lower bounds, upper bounds and types of the columns, which have these names."""
         lower, upper = infinite(np.array(self._lower)), infinite(np.array(self._upper))
-        opened = np.flatnonzero((upper < 0) & ~self._has_lower)
+        has_lower, has_upper = (
+            np.frombuffer(each, np.bool) for each in (self._has_lower, self._has_upper)
+        )
+        opened = np.flatnonzero((upper < 0) & ~has_lower)
         if len(opened):
             lower[opened] = -np.inf
             warnings.warn(
@@ -84,7 +89,7 @@ class BoundLines:
                 NumericsWarning,
                 skip_file_prefixes=(os.path.dirname(os.path.dirname(__file__)),),
             )
-        upper[self._is_integer & ~self._has_lower & ~self._has_upper] = 1.0
+        upper[self._is_integer & ~has_lower & ~has_upper] = 1.0
         types = np.where(self._is_integer, WHOLE, CONTINUOUS).astype(np.uint8)
         is_within = self._is_integer & (lower >= 0) & (upper <= 1) & ~self._stays_integer
         types[is_within] = BINARY

@@ -13,6 +13,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from .._exception import TaviroError
+from .._files import column_entries
 from .._tvo import TVO
 from ..data.rows import Rows, sums_at
 from ..data.values import Floats
@@ -27,7 +28,6 @@ _SECTIONS = (
 )
 _SENSES = {"MAX": -1, "MAXIMIZE": -1, "MIN": 1, "MINIMIZE": 1}
 _FIXED = ((1, 3), (4, 12), (14, 22), (24, 36), (39, 47), (49, 61))
-_AT_ONCE = 20_000  # lines that are split before their fields are sorted
 
 
 def read_mps(source: Source) -> Contents:
@@ -61,7 +61,7 @@ class _Reader:
         self._types: list[str] = []  # of the rows, without N
         self._rows: dict[str, int] = {}  # numbers of rows; the objective is -1, other N rows -2
         self._columns: dict[str, int] = {}
-        self._bounds = BoundLines(0, np.zeros(0, bool), self._fault)
+        self._bounds = BoundLines(np.zeros(0, bool), self._fault)
         self._costs = np.empty(0)
         self._matrix = Rows.empty(0)
         self._offset = 0.0
@@ -149,12 +149,20 @@ class _Reader:
 
     def _number(self, text: str, is_finite: bool = True) -> float:
         try:
-            value = float(re.sub("[dD]", "e", text))
+            value = float(text)
         except ValueError:
-            value = np.nan
-        if np.isnan(value) or (is_finite and np.isinf(value)):
+            value = self._fortran_number(text)
+        if value != value or (is_finite and abs(value) == np.inf):
             raise self._fault(f"'{text}' is no{' finite' if is_finite else ''} number")
         return value
+
+    @staticmethod
+    def _fortran_number(text: str) -> float:
+        """A number with "D" for its exponent, NaN for anything else."""
+        try:
+            return float(re.sub("[dD]", "e", text))
+        except ValueError:
+            return np.nan
 
     # Sections
 
@@ -188,65 +196,44 @@ class _Reader:
         self._width = np.full(len(self._types), np.nan)
 
     def _read_columns(self, first: int, end: int) -> None:
-        names: list[str] = []
-        rows: list[str] = []
-        texts: list[str] = []
-        toggles: list[int] = []  # at which entries integers begin and end, in turn
-        for start in range(first, end, _AT_ONCE):
-            stop = min(start + _AT_ONCE, end)
-            fields = list(map(self._split, self._lines[start:stop]))
-            if self._are_plain(fields):
-                for known, more in zip(
-                    (names, rows, texts), zip(*fields, strict=True), strict=True
-                ):
-                    known.extend(more)
-                continue
-            for each in self._fields(start, stop):
-                if len(each) == 3 and each[1].upper() == "'MARKER'":
-                    word = each[2].upper()
-                    if word != ("'INTEND'" if len(toggles) % 2 else "'INTORG'"):
-                        raise self._fault("markers are 'INTORG' and 'INTEND', in turn")
-                    toggles.append(len(names))
-                elif len(each) not in (3, 5):
-                    raise self._fault("a line has a column, and a row and a number, once or twice")
-                else:
-                    names += [each[0]] * (len(each) // 2)
-                    rows += each[1::2]
-                    texts += each[2::2]
-        self._columns = {name: k for k, name in enumerate(dict.fromkeys(names))}
-        column = np.fromiter(map(self._columns.__getitem__, names), np.int64, len(names))
-        row, values = self._entries(rows, texts, first, end)
+        text = "\n".join(self._lines[first:end])
+        found = None
+        if text.isascii() and self._split is str.split:
+            found = column_entries(text, self._rows)
+        names, column, row, values, toggles = found or self._entries(first, end)
+        self._columns = {name: k for k, name in enumerate(names)}
         self._sort_entries(first, end, column, row, values)
-        toggles.append(len(names))
-        is_integer = np.zeros(len(self._columns), bool)
+        toggles.append(len(column))
+        is_integer = np.zeros(len(names), bool)
         for start, stop in zip(toggles[::2], toggles[1::2], strict=False):
             is_integer[column[start:stop]] = True
-        self._bounds = BoundLines(len(self._columns), is_integer, self._fault)
-
-    @staticmethod
-    def _are_plain(fields: list[list[str]]) -> bool:
-        """Whether all lines have one entry each, without markers and comments."""
-        return {*map(len, fields)} == {3} and not any(
-            row == "'MARKER'" or name[0] == "*" or text[0] == "$" for name, row, text in fields
-        )
+        self._bounds = BoundLines(is_integer, self._fault)
 
     def _entries(
-        self, rows: list[str], texts: list[str], first: int, end: int
-    ) -> tuple[NDArray[np.int64], Floats]:
-        """Numbers of rows, and values; an error for the first that aren't right."""
-        try:
-            row = np.fromiter(map(self._rows.__getitem__, rows), np.int64, len(rows))
-            values = np.fromiter(map(float, texts), np.float64, len(texts))
-            if np.isfinite(values).all():
-                return row, values
-        except (KeyError, ValueError):
-            pass
-        found = []
+        self, first: int, end: int
+    ) -> tuple[list[str], NDArray[np.int64], NDArray[np.int64], Floats, list[int]]:
+        """Names of columns; of each entry the column, the row and the value; and at which entries
+        integers begin and end, in turn. An error for the first line that isn't right."""
+        numbers: dict[str, int] = {}
+        columns: list[int] = []
+        rows: list[int] = []
+        values: list[float] = []
+        toggles: list[int] = []
         for fields in self._fields(first, end):
-            if fields[1].upper() != "'MARKER'":
-                for name, text in zip(fields[1::2], fields[2::2], strict=True):
-                    found.append((self._row(name), self._number(text)))
-        return np.array([k for k, _ in found]), np.array([value for _, value in found])
+            if len(fields) == 3 and fields[1].upper() == "'MARKER'":
+                if fields[2].upper() != ("'INTEND'" if len(toggles) % 2 else "'INTORG'"):
+                    raise self._fault("markers are 'INTORG' and 'INTEND', in turn")
+                toggles.append(len(columns))
+                continue
+            if len(fields) not in (3, 5):
+                raise self._fault("a line has a column, and a row and a number, once or twice")
+            column = numbers.setdefault(fields[0], len(numbers))
+            for row, text in zip(fields[1::2], fields[2::2], strict=True):
+                columns.append(column)
+                rows.append(self._row(row))
+                values.append(self._number(text))
+        arrays = np.array(columns, np.int64), np.array(rows, np.int64), np.array(values, np.float64)
+        return list(numbers), *arrays, toggles
 
     def _sort_entries(
         self,
@@ -257,8 +244,8 @@ class _Reader:
         values: Floats,
     ) -> None:
         count = len(self._columns)
-        places = row * count + column
-        if len(np.unique(places)) < len(places):
+        places = np.sort(row[row > -2] * count + column[row > -2])
+        if (places[1:] == places[:-1]).any():
             self._refuse_second_entry(first, end)
         is_cost, is_entry = row == -1, row >= 0
         self._costs = sums_at(column[is_cost], values[is_cost], count)
@@ -270,7 +257,7 @@ class _Reader:
         seen = set()
         for fields in self._fields(first, end):
             for row in fields[1::2]:
-                if (fields[0], row) in seen and row != "'MARKER'":
+                if (fields[0], row) in seen and self._rows.get(row, -2) > -2:
                     raise self._fault(f"'{fields[0]}' has an entry in the row '{row}' already")
                 seen.add((fields[0], row))
 
@@ -282,7 +269,8 @@ class _Reader:
             if not 2 <= len(fields) <= 5:
                 raise self._fault("a line has a row and a number, once or twice")
             name = fields.pop(0) if len(fields) % 2 else ""
-            chosen = self._one_set(chosen, name)
+            if name != chosen:
+                chosen = self._one_set(chosen, name)
             for row_name, text in zip(fields[::2], fields[1::2], strict=True):
                 row, value = self._row(row_name), self._number(text, False)
                 if row >= 0:
@@ -301,18 +289,19 @@ class _Reader:
         chosen = None
         for fields in self._fields(first, end):
             kind = fields[0].upper()
-            needed = 1 if kind in WITHOUT_NUMBER else 2  # fields without the set's name
-            if not needed <= len(fields) - 1 <= needed + 1 and not (
-                needed == 1 and len(fields) == 4
-            ):
+            count = len(fields)
+            # Types without a number may have one all the same; the set's name may be missing.
+            if kind in WITHOUT_NUMBER and 2 <= count <= 4:
+                has_set = count == 4 or (count == 3 and fields[2] in self._columns)
+            elif kind not in WITHOUT_NUMBER and 3 <= count <= 4:
+                has_set = count == 4
+            else:
                 raise self._fault("a bound has a type, a set, a column and, mostly, a number")
-            # Types without a number may have one all the same, with or without the set's name.
-            has_set = len(fields) > needed + 1
-            if needed == 1 and len(fields) == 3:
-                has_set = fields[2] in self._columns
-            chosen = self._one_set(chosen, fields[1] if has_set else "")
-            name, *texts = fields[2:] if has_set else fields[1:]
-            value = self._number(texts[0], False) if needed == 2 else 0.0
+            name = fields[1] if has_set else ""
+            if name != chosen:
+                chosen = self._one_set(chosen, name)
+            name = fields[2 if has_set else 1]
+            value = 0.0 if kind in WITHOUT_NUMBER else self._number(fields[-1], False)
             self._bounds.set(kind, name, self._column(name), value)
 
     def _read_indicators(self, first: int, end: int) -> None:

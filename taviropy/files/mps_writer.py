@@ -13,12 +13,13 @@ from collections.abc import Iterator
 import numpy as np
 from numpy.typing import NDArray
 
+from .._files import column_texts, number_texts
 from ..data.quadratic import first_ids, second_ids
 from ..data.rows import Rows, offsets
 from ..data.values import Floats
 from ..data.view import View
 from .names import LONGEST, Fit, said
-from .sheet import Sheet, number_text, number_texts
+from .sheet import Sheet, number_text
 
 _NUMBER = r"[+-]?(?:(?:\d+\.?\d*|\.\d+)(?:[ed][+-]?\d+)?|inf|infinity|nan)"
 _WORDS = (
@@ -97,37 +98,23 @@ def _columns(sheet: Sheet) -> Iterator[str]:
     priced = np.flatnonzero((costs != 0) | ~is_used).astype(np.int32)
     objective = Rows(np.array([0, len(priced)]), priced, costs[priced])
     columns = Rows.stack([objective, rows]).by_column(count)
-    row_names = [sheet.objective_name, *sheet.row_names]
-    names = sheet.column_names
+    texts = column_texts(
+        sheet.column_names,
+        [sheet.objective_name, *sheet.row_names],
+        columns.indptr.astype(np.int64),
+        columns.rows.astype(np.int32),
+        columns.data,
+    )
     is_integer = sheet.columns.is_integer
     changes = [0, *(np.flatnonzero(np.diff(is_integer)) + 1).tolist(), count]
     yield "COLUMNS\n"
     for first, end in zip(changes[:-1], changes[1:], strict=True):
-        if first == end:
-            continue
-        if is_integer[first]:
+        is_marked = first < end and is_integer[first]
+        if is_marked:
             yield " MARKER 'MARKER' 'INTORG'\n"
-        for part_first, part_end in _parts(columns.indptr, first, end):
-            at = slice(columns.indptr[part_first], columns.indptr[part_end])
-            lengths = np.diff(columns.indptr[part_first : part_end + 1])
-            column = np.repeat(np.arange(part_first, part_end), lengths).tolist()
-            yield _lines(
-                " ",
-                list(map(names.__getitem__, column)),
-                list(map(row_names.__getitem__, columns.rows[at].tolist())),
-                number_texts(columns.data[at]),
-            )
-        if is_integer[first]:
+        yield "".join(texts[first:end])
+        if is_marked:
             yield " MARKER 'MARKER' 'INTEND'\n"
-
-
-def _parts(indptr: NDArray[np.signedinteger], first: int, end: int) -> Iterator[tuple[int, int]]:
-    """Ranges of columns with some 100,000 entries each, so that no text gets too large."""
-    while first < end:
-        stop = int(np.searchsorted(indptr, indptr[first] + 100_000, side="right")) - 1
-        stop = min(max(stop, first + 1), end)
-        yield first, stop
-        first = stop
 
 
 def _right_sides(sheet: Sheet) -> Iterator[str]:

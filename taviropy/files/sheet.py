@@ -12,14 +12,14 @@ import numpy as np
 from numpy.typing import NDArray
 
 from .._exception import TaviroError
+from .._files import number_texts
 from .._tvo import TVO
 from ..data.rows import Rows
 from ..data.values import Floats
 from ..data.view import View
 from .names import Fit, comments, fitted, said
 
-FAR = 1e30  # how infinity is written, and at least INFINITE when it is read
-INFINITE = 1e20
+INFINITE = 1e20  # from here on bounds and sides are infinite; written is 1e+30
 
 
 class Sheet:
@@ -88,17 +88,6 @@ def _refuse_nonlinear(view: View) -> None:
         )
 
 
-def number_texts(values: Floats) -> list[str]:
-    """The numbers as the shortest texts that are read as the same ones."""
-    unique, places = np.unique(values, return_inverse=True)
-    texts = [number_text(value) for value in unique.tolist()]
-    return list(map(texts.__getitem__, places.tolist()))
-
-
 def number_text(value: float) -> str:
     """The number as the shortest text that is read as the same one."""
-    if value == 0.0:
-        return "0"
-    if abs(value) == np.inf:
-        value = FAR if value > 0 else -FAR
-    return repr(value).removesuffix(".0")
+    return number_texts(np.array([value]))[0]

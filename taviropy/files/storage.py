@@ -5,7 +5,6 @@ from __future__ import annotations
 import bz2
 import gzip
 import os
-import re
 import stat
 from collections.abc import Iterable
 from contextlib import suppress
@@ -14,6 +13,7 @@ from .._exception import TaviroError
 from .._tvo import TVO
 
 _PACKED = (".gz", ".bz2")
+_NO_TEXT = bytes(byte for byte in range(32) if byte not in b"\t\n\v\f\r")
 
 
 def format_of(path: str) -> tuple[str, str]:
@@ -59,12 +59,12 @@ class Source:
 
     def _decoded(self, content: bytes) -> str:
         """The text: UTF-8, else Latin-1, with lines that end in a line feed."""
-        found = re.search(rb"[\x00-\x08\x0e-\x1f]", content)
-        if found is not None:
-            line = content.count(b"\n", 0, found.start()) + 1
+        if len(content.translate(None, _NO_TEXT)) < len(content):
+            place = next(k for k, byte in enumerate(content) if byte in _NO_TEXT)
+            line = content.count(b"\n", 0, place) + 1
             raise TaviroError(
                 TVO.Error.FILE,
-                f"'{self.path}', line {line}: the byte {found[0][0]:#04x} belongs to no text in "
+                f"'{self.path}', line {line}: the byte {content[place]:#04x} belongs to no text in "
                 f"UTF-8 or Latin-1: unpack the file, or save it as UTF-8",
             )
         try:
