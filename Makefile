@@ -4,7 +4,7 @@ VENV := .venv
 PY := $(VENV)/bin/python
 SOURCES := pyproject.toml CMakeLists.txt $(shell find native taviropy -type f -not -path '*/__pycache__/*')
 
-.PHONY: demo examples test check format sanitize bench docs clean
+.PHONY: demo examples test fuzz check format sanitize bench docs clean
 
 # The main job: quantile regressions on real data, with the solver's log and an independent check.
 demo: $(VENV)/demo
@@ -16,6 +16,14 @@ examples: $(VENV)/demo
 
 test: $(VENV)/test
 	$(PY) -m pytest
+
+# Random sequences of statements against a model kept in plain arrays, SECONDS long; then random
+# programs, where their fuzzer stands beside the checkout. SEED=n repeats a run that failed.
+SECONDS := 60
+FUZZER := ../shared/conformance/run
+fuzz: $(VENV)/test
+	$(PY) tests/machine/test_machine.py $(SECONDS)
+	if [ -x $(FUZZER) ]; then $(FUZZER) $(CURDIR)/$(PY) $(SECONDS); fi
 
 # Format, lint and types.
 check: $(VENV)/check

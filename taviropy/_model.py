@@ -14,6 +14,7 @@ from .data.attributes import LINEAR, MODEL, VARIABLE
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
+    from collections.abc import Callable
     from os import PathLike
     from typing import Any, NoReturn, Self
 
@@ -21,8 +22,12 @@ if TYPE_CHECKING:
 
     from ._matrixapi import MConstr, MVar
     from ._scalars import Constr, Var
+    from .conflict import Conflict
     from .data.check import Check
+    from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
+    from .progress import Point, Progress
+    from .relaxation import Relaxation
 
 _INF = float("inf")
 # What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
@@ -38,8 +43,9 @@ class Model(ModelShell):
     ARGUMENTS:
       name (str): name of the model, the attribute ModelName.
       engine (str): "highs" for linear, mixed-integer and convex quadratic models, "clarabel" for
-        linear models and convex quadratic objectives and constraints, "scip" for all others, or
-        "auto", which takes what proves its answer: the first of these that can.
+        linear models and convex quadratic objectives and constraints, "scip" for all others,
+        "ipopt" for local answers to large smooth models without integers, or "auto", which takes
+        what proves its answer: the first of these that can.
 
     EXAMPLE:
       with tv.Model("diet") as m:
@@ -56,9 +62,10 @@ class Model(ModelShell):
 
     def __init__(self, name: str = "", engine: str = "auto") -> None:
         from .data.model_data import ModelData
+        from .data.values import checked_texts
         from .session import Session
 
-        data = ModelData(str(name))
+        data = ModelData("" if name is None else checked_texts("name", (str(name),))[0])
         data.session = Session(engine)
         data.new_shell = _around
         attach(self, data)
@@ -115,10 +122,11 @@ class Model(ModelShell):
         obj: ArrayLike = 0.0,
         vtype: str | ArrayLike = "C",
         name: str | ArrayLike = "",
+        columns: tuple[MConstr, Any] | None = None,
     ) -> MVar:
         """
         ROUTINE:
-          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="")
+          addMVar(shape, lb=0.0, ub=inf, obj=0.0, vtype="C", name="", columns=None)
 
         PURPOSE:
           Add an array of variables.
@@ -127,6 +135,8 @@ class Model(ModelShell):
           shape (int or tuple of ints): shape of the array.
           lb, ub, obj, vtype, name: as for addVar; each a scalar, or an array that broadcasts to
             the shape. One name "x" names the elements "x[0,1]".
+          columns (tuple of an MConstr and an array or sparse matrix): linear constraints that the
+            new variables enter, and their coefficients there, as setCoefficients takes them.
 
         RETURN VALUE:
           An MVar of the shape.
@@ -138,7 +148,15 @@ class Model(ModelShell):
           ValueError for a bad shape or data that don't broadcast, TaviroError as for addVar;
           nothing is added then.
         """
-        return data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
+        made = data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
+        if columns is not None:
+            try:
+                constrs, coefficients = columns
+                self.setCoefficients(constrs, made, coefficients)
+            except BaseException:
+                self.remove(made)
+                raise
+        return made
 
     # Constraints
 
@@ -263,6 +281,85 @@ class Model(ModelShell):
         """
         data_of(self).set_objective(expr, sense)
 
+    # Coefficients
+
+    def setCoefficients(
+        self, constrs: Constr | MConstr, variables: Var | MVar, coefficients: ArrayLike
+    ) -> None:
+        """
+        ROUTINE:
+          setCoefficients(constrs, variables, coefficients)
+
+        PURPOSE:
+          Set coefficients of variables in linear constraints that exist already.
+
+        ARGUMENTS:
+          constrs (Constr or MConstr): p constraints, of any shape.
+          variables (Var or MVar): q variables, of any shape.
+          coefficients: an array of shape (p, q), a number for all, or a sparse matrix, of which
+            only the stored entries are set. Zero takes a variable out of a constraint.
+
+        EXAMPLE:
+          m.setCoefficients(demand, x[3], np.array([[2.0], [0.0], [1.0]]))
+          y = m.addMVar(2, obj=1.0, columns=(demand, patterns))  # new variables in old rows
+
+        NOTES:
+          Takes effect at once in the model, and with the next solve in the engine; HiGHS keeps
+          its basis. A right-hand side stays as it is. ValueError for shapes that don't fit or a
+          malformed matrix, TypeError for constraints that aren't linear, TaviroError for
+          coefficients that aren't finite, elements that come twice or of another model: nothing
+          is changed then.
+        """
+        from .data.entries import read_entries
+
+        data = data_of(self)
+        data.set_coefficients(read_entries(data, constrs, variables, coefficients))
+
+    def getCoefficients(self, constrs: Constr | MConstr | None = None) -> Coefficients:
+        """
+        ROUTINE:
+          getCoefficients(constrs=None)
+
+        PURPOSE:
+          The linear constraints as arrays.
+
+        ARGUMENTS:
+          constrs (Constr or MConstr): which ones, in place; None for all.
+
+        RETURN VALUE:
+          A named tuple: matrix (csr_array of shape (constraints, NumVars), columns in the order of
+          getVars), senses (array of "<", "=", ">"), rhs (float64 array). Copies.
+
+        EXAMPLE:
+          A, senses, rhs = m.getCoefficients()
+
+        NOTES:
+          What waits for update() isn't there yet. TaviroError for constraints that wait.
+        """
+        from .data.coefficients import read_coefficients
+
+        data = data_of(self)
+        data.check_open()
+        return read_coefficients(data, constrs)
+
+    def getObjective(self) -> ObjectiveCoefficients:
+        """
+        ROUTINE:
+          getObjective()
+
+        PURPOSE:
+          The objective as arrays: x @ quadratic @ x + costs @ x + offset.
+
+        RETURN VALUE:
+          A named tuple: costs (float64 array of shape (NumVars,)), quadratic (csr_array of shape
+          (NumVars, NumVars), an upper triangle, or None), offset (float). Copies.
+        """
+        from .data.coefficients import read_objective
+
+        data = data_of(self)
+        data.check_open()
+        return read_objective(data)
+
     # Removal
 
     def remove(self, obj: object) -> None:
@@ -360,10 +457,12 @@ class Model(ModelShell):
         PURPOSE:
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
-          SolveTime.
+          Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
+          engine's algorithm), SolveTime (seconds), Engine (who answered).
 
         NOTES:
-          AttributeError for another name; TaviroError for Objective and Bound without a solution.
+          AttributeError for another name; TaviroError for Objective, Bound and Gap where there
+          is none.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
             raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
@@ -423,28 +522,51 @@ class Model(ModelShell):
 
         NOTES:
           After a solve only what changed is handed over, and the engine goes on from the basis
-          that it has. TaviroError where the engine can't take the model.
+          that it has. TaviroError where the engine can't take the model or fails, MemoryError.
         """
         data = data_of(self)
         data.check_open()
         data.session.load(data)
 
-    def optimize(self) -> None:
+    def optimize(
+        self,
+        callback: Callable[[Progress], object] | None = None,
+        lazy: Callable[[Point], Any] | None = None,
+        progress: bool | None = None,
+    ) -> None:
         """
         ROUTINE:
-          optimize()
+          optimize(callback=None, lazy=None, progress=None)
 
         PURPOSE:
           Solve the model. The outcome is the attribute Status, one of TVO.Status.
 
+        ARGUMENTS:
+          callback (function): called with a Progress now and then, and whenever a better point
+            was found: seconds, incumbent, bound, gap, nodes, iterations, is_new; p.value(x) gives
+            the values of variables and linear expressions, p.stop() ends the solve.
+          lazy (function): called with each point that could be an answer; it returns linear
+            comparisons that must hold, or a list of them, or None. Those that the point breaks
+            are rows from then on, of this solve alone. SCIP's, in a thread of its own.
+          progress (bool): a line on stderr with the incumbent, the bound and the gap. None: after
+            two seconds, in a terminal or notebook with the option "log" off.
+
+        EXAMPLE:
+          m.optimize(callback=lambda p: p.stop() if p.gap is not None and p.gap < 0.01 else None)
+          m.optimize(lazy=lambda p: [x[cut].sum() >= 2 for cut in broken_cuts(p.value(x))])
+
         NOTES:
+          An exception in one of the functions ends the solve and is raised; the model can't be
+          changed in them.
           The solver's log goes to stdout while it solves, unless the option "log" is off. Ctrl-C
           ends the solve: no exception, Status is INTERRUPTED and the best solution so far can be
-          read. TaviroError where the engine can't take the model.
+          read. Pressed twice, or with the option "raiseInterrupt", it is a KeyboardInterrupt once
+          the solve has ended, so that a loop of solves ends too. TaviroError where the engine can't
+          take the model or fails, OSError where the log file can't be opened any more, MemoryError.
         """
         data = data_of(self)
         data.check_open()
-        data.session.solve(data)
+        data.session.solve(data, callback, lazy, progress)
 
     def check(self, tolerance: float = 1e-5) -> Check:
         """
@@ -477,6 +599,82 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         return check_solution(data, tolerance)
+
+    def conflict(self) -> Conflict:
+        """
+        ROUTINE:
+          conflict()
+
+        PURPOSE:
+          Find out why the model is infeasible: constraints and bounds that can't hold together,
+          such that without any one of them the rest can.
+
+        RETURN VALUE:
+          A Conflict: constrs (a list of Constr, QConstr and GenConstr), bounds (a list of pairs of
+          a Var and "LB" or "UB"), is_minimal (bool), write(path), and a text to print.
+
+        EXAMPLE:
+          m.optimize()
+          if m.Status == "INFEASIBLE":
+              print(m.conflict())
+
+        NOTES:
+          The model needn't be solved before. There may be more conflicts than the one that is
+          found. The integrality of variables counts as given, as do the bounds 0 and 1 of binary
+          ones. The option "timeLimit" holds for the whole search;
+          where it ends the search, and after Ctrl-C, the members that are left can't hold together
+          but some may be idle, and is_minimal is False. TaviroError where the model is feasible.
+          Each step is a solve of a part of the model without an objective: U. Junker, QuickXplain,
+          AAAI 2004.
+        """
+        from .conflict import find_conflict
+
+        data = data_of(self)
+        data.check_open()
+        return find_conflict(data, data.session.wanted, data.session.options)
+
+    def relax(
+        self,
+        constrs: MConstr | None = None,
+        weights: ArrayLike = 1.0,
+        bounds: MVar | bool = False,
+        bound_weights: ArrayLike = 1.0,
+    ) -> Relaxation:
+        """
+        ROUTINE:
+          relax(constrs=None, weights=1.0, bounds=False, bound_weights=1.0)
+
+        PURPOSE:
+          Find out by how much constraints, and bounds, must give for the model to be feasible, so
+          that the sum of what they give is least. The model stays as it is.
+
+        ARGUMENTS:
+          constrs (MConstr): linear constraints that may give; None for all of them.
+          weights (array-like): what a unit of each costs, positive; it broadcasts to constrs.
+          bounds (bool or MVar): variables whose bounds may give; True for all, False for none.
+          bound_weights (array-like): what a unit of each bound costs; it broadcasts to bounds.
+
+        RETURN VALUE:
+          A Relaxation: total (float), constrs (array of the shape of the constraints), lower and
+          upper (arrays of the shape of the variables, or None), is_optimal, and a text to print.
+
+        EXAMPLE:
+          r = m.relax(demand, weights=[1.0, 10.0])
+          print(r)
+          demand.RHS -= r.constrs
+
+        NOTES:
+          Quadratic and general constraints, integrality and what isn't named hold as they are.
+          TaviroError where even so nothing holds together, or the time limit came first.
+        """
+        from .relaxation import find_relaxation
+
+        data = data_of(self)
+        data.check_open()
+        session = data.session
+        return find_relaxation(
+            data, constrs, weights, bounds, bound_weights, session.wanted, session.options
+        )
 
     def write(self, path: str | PathLike[str]) -> None:
         """
@@ -512,15 +710,19 @@ class Model(ModelShell):
 
         ARGUMENTS:
           name (str): "timeLimit" (seconds a solve), "gap" (relative gap of mixed-integer models),
-            "threads", "seed", "log" (bool), or an option by the engine's own name, such as
-            "presolve" of HiGHS or "limits/nodes" of SCIP.
-          value: a value of the option's type.
+            "threads" (no more than there are cores), "seed", "log" (whether the solver's log goes
+            to stdout), "logFile" (a file that it is added to), "raiseInterrupt" (whether Ctrl-C in
+            a solve is a KeyboardInterrupt in the end), or an option by the engine's own name, such
+            as "presolve" of HiGHS or "limits/nodes" of SCIP.
+          value: a value of the option's type. None stands for no limit, no file, or the engine's
+            own default.
 
         EXAMPLE:
           m.setOption("timeLimit", 60)
 
         NOTES:
-          TaviroError for an unknown name or a value that doesn't fit.
+          TaviroError for an unknown name or a value that doesn't fit: its type, its range or its
+          choices, as far as the engine tells them; the option stays as it was then.
         """
         data = data_of(self)
         data.check_open()

@@ -66,6 +66,7 @@ class TVO:
         """Values of a model's attribute ``Status``.
 
         A limit other than time (iterations, nodes, solutions) ends a solve as ``INTERRUPTED``.
+        The two local ones come from engines that look no farther than the neighbourhood of a point.
         """
 
         LOADED = _Code(1, "Status.LOADED")
@@ -76,6 +77,8 @@ class TVO:
         TIME_LIMIT = _Code(6, "Status.TIME_LIMIT")
         INTERRUPTED = _Code(7, "Status.INTERRUPTED")
         FAILED = _Code(8, "Status.FAILED")
+        LOCALLY_OPTIMAL = _Code(9, "Status.LOCALLY_OPTIMAL")
+        LOCALLY_INFEASIBLE = _Code(10, "Status.LOCALLY_INFEASIBLE")
 
     class GenKind:
         """Values of a general constraint's attribute ``GenKind``."""

@@ -8,26 +8,45 @@ import os
 from collections.abc import Callable
 from typing import Any, NamedTuple
 
+import numpy as np
+
 from . import engines
 from ._exception import TaviroError
 from ._tvo import TVO
+from .data.values import shortened
+
+
+def _number(value: Any) -> float:
+    """A real number as float; ValueError for NaN, a truth value, and text."""
+    if isinstance(value, bool | np.bool | str | bytes | bytearray):
+        raise ValueError
+    value = float(value)
+    if math.isnan(value):
+        raise ValueError
+    return float(value)
 
 
 def _seconds(value: Any) -> float:
-    value = float(value)
-    if math.isnan(value) or value < 0:
+    value = math.inf if value is None else _number(value)
+    if value < 0:
         raise ValueError
     return math.inf if value >= 1e20 else float(value)
 
 
-def _gap(value: Any) -> float:
-    value = float(value)
+def _gap(value: Any) -> float | None:
+    if value is None:
+        return None
+    value = _number(value)
     if not 0.0 <= value < math.inf:
         raise ValueError
     return float(value)
 
 
-def _count(value: Any) -> int:
+def _count(value: Any) -> int | None:
+    if value is None:
+        return None
+    if isinstance(value, bool | np.bool):
+        raise ValueError
     value = operator.index(value)
     if not 0 <= value < 2**31:
         raise ValueError
@@ -35,13 +54,18 @@ def _count(value: Any) -> int:
 
 
 def _switch(value: Any) -> bool:
-    if value not in (0, 1):
+    if isinstance(value, str) or value not in (0, 1):
         raise ValueError
     return bool(value)
 
 
 def _path(value: Any) -> str | None:
-    return None if value is None or value == "" else str(os.fspath(value))
+    """The whole path of a file that can be written to, which is made where there is none."""
+    if value is None or value == "":
+        return None
+    path = os.path.abspath(os.fsdecode(value))
+    with open(path, "a", encoding="utf-8"):
+        return path
 
 
 class _Own(NamedTuple):
@@ -51,12 +75,16 @@ class _Own(NamedTuple):
 
 
 _OWN = {
-    "timeLimit": _Own(math.inf, _seconds, "a number of seconds, at least 0"),
-    "gap": _Own(None, _gap, "a relative gap, a finite number of at least 0"),
-    "threads": _Own(None, _count, "a number of threads below 2**31, 0 for the engine's choice"),
-    "seed": _Own(None, _count, "an integer from 0 to 2**31 - 1"),
+    "timeLimit": _Own(math.inf, _seconds, "a number of seconds, at least 0, None for no limit"),
+    "gap": _Own(
+        None, _gap, "a relative gap, a finite number of at least 0, None for the engine's own"
+    ),
+    "threads": _Own(
+        None, _count, "a number of threads below 2**31, 0 or None for the engine's choice"
+    ),
+    "seed": _Own(None, _count, "an integer from 0 to 2**31 - 1, None for the engine's own"),
     "log": _Own(True, _switch, "True or False"),
-    "logFile": _Own(None, _path, "a path, or None for no file"),
+    "logFile": _Own(None, _path, "the path of a file that can be written to, or None for no file"),
     "raiseInterrupt": _Own(False, _switch, "True or False"),
 }
 
@@ -79,28 +107,39 @@ class Options:
         return self._by_engine[name]
 
     def set(self, name: str, value: Any) -> None:
-        """Set an option; TaviroError for an unknown name or a value that doesn't fit."""
-        if name in _OWN:
+        """Set an option; TaviroError for an unknown name or a value that doesn't fit.
+
+        None takes back what was set by an engine's own name.
+        """
+        if _is_own(name):
             try:
                 converted = _OWN[name].converted(value)
+            except OSError as error:
+                raise _refusal(name, f"{_OWN[name].takes} ({error.strerror})", value) from None
             except (TypeError, ValueError, OverflowError):
                 raise _refusal(name, _OWN[name].takes, value) from None
             self.version += 1
             self._own[name] = converted
             return
-        checked = {}
+        checked: dict[str, object] = {}
         for each, engine in self._engines_with(name):
+            if value is None:
+                checked[each] = None
+                continue
             try:
                 checked[each] = engine.checked_option(name, value)
             except ValueError as error:
                 raise _refusal(name, str(error), value) from None
         self.version += 1
         for each, converted in checked.items():
-            self._by_engine[each][name] = converted
+            if converted is None:
+                self._by_engine[each].pop(name, None)
+            else:
+                self._by_engine[each][name] = converted
 
     def get(self, name: str) -> Any:
         """The value of an option that was set; the package's own have defaults, others None."""
-        if name in _OWN:
+        if _is_own(name):
             return self._own[name]
         for each, _ in self._engines_with(name):
             if name in self._by_engine[each]:
@@ -115,7 +154,7 @@ class Options:
                 engine = engines.engine_class(each)
             except ImportError:
                 continue
-            if name in engine.option_names():
+            if isinstance(name, str) and name in engine.option_names():
                 found.append((each, engine))
         if not found:
             raise TaviroError(
@@ -126,7 +165,12 @@ class Options:
         return found
 
 
+def _is_own(name: object) -> bool:
+    return isinstance(name, str) and name in _OWN
+
+
 def _refusal(name: str, takes: str, value: object) -> TaviroError:
     return TaviroError(
-        TVO.Error.ERROR_INVALID_ARGUMENT, f"The option '{name}' takes {takes}, not {value!r}"
+        TVO.Error.ERROR_INVALID_ARGUMENT,
+        f"The option '{name}' takes {takes}, not {shortened(value)}",
     )

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+from collections.abc import Callable
 from time import perf_counter
 from typing import Any
 
@@ -13,12 +14,14 @@ from ._tvo import TVO
 from .data.changes import Changes
 from .data.model_data import SOLVING, ModelData
 from .data.solution import Solution
+from .data.values import Floats
 from .data.view import View
-from .engines import check_name, choose, engine_class
+from .engines import check_name, choose, engine_class, own_errors
 from .engines.decided import decided
 from .engines.protocol import Answer, Engine, Run
-from .engines.running import Log, Stop
+from .engines.running import Log, Reporter, Row, Stop
 from .options import Options
+from .progress import Guard, Point, Progress, Watch, check_callable, lazy_rows
 
 
 class Session:
@@ -27,9 +30,12 @@ class Session:
     def __init__(self, wanted: str) -> None:
         check_name(wanted)
         self.options = Options(wanted)
-        self._wanted = wanted
+        self.wanted = wanted
         self._name = ""  # of the engine
         self._engine: Engine | None = None
+        # Of the solve that runs: who hears of it, and who adds rows to it.
+        self._reporter = Reporter()
+        self._lazy: Callable[[Floats], list[Row]] | None = None
 
     # Options
 
@@ -47,22 +53,39 @@ class Session:
         self._in_step(data, View(data), final=False)
         data.solution.status = TVO.Status.LOADED
 
-    def solve(self, data: ModelData) -> None:
-        """Solve the model and keep what comes out."""
+    def solve(
+        self,
+        data: ModelData,
+        callback: Callable[[Progress], object] | None = None,
+        lazy: Callable[[Point], Any] | None = None,
+        progress: bool | None = None,
+    ) -> None:
+        """Solve the model and keep what comes out; the arguments are those of Model.optimize."""
+        check_callable("callback", callback)
+        check_callable("lazy", lazy)
         data.update()
         data.lock = SOLVING
         stop = Stop()
+        guard = Guard(stop)
+        watch = Watch(data, stop, callback, progress, not self.options["log"], guard)
+        self._reporter = Reporter(watch.hear if watch else None)
+        self._lazy = None if lazy is None else lazy_rows(data, lazy, guard)
         try:
             self._solve(data, stop)
         finally:
             data.lock = ""
+            self._reporter, self._lazy = Reporter(), None
+            watch.close()
+        if guard.error is not None:
+            data.solution = Solution(TVO.Status.INTERRUPTED)
+            raise guard.error
         if stop.count > 1 or (stop and self.options["raiseInterrupt"]):
             raise KeyboardInterrupt
 
     def _solve(self, data: ModelData, stop: Stop) -> None:
         started = perf_counter()
         view = View(data)
-        answer, name = decided(view), ""
+        answer, name = None if self._lazy else decided(view), ""
         if answer is None:
             self._in_step(data, view)
             data.solution = Solution(TVO.Status.FAILED)
@@ -77,25 +100,32 @@ class Session:
         those that come after it."""
         assert self._engine is not None
         try:
-            answer = self._engine.solve(view, self._run(self._name, log, stop))
+            with own_errors(self._name):
+                answer = self._engine.solve(view, self._run(self._name, log, stop))
         except BaseException:
             self._drop_engine(data)
             raise
         asked = [self._name]
         while answer.status == TVO.Status.FAILED and not stop:
             try:
-                name = choose(self._wanted, view, but=asked)
+                name = choose(self.wanted, view, but=asked, ability=self._ability)
             except TaviroError:
                 break
             log.line(f"The engine '{asked[-1]}' came to no end: asking '{name}'.")
             asked.append(name)
             other = engine_class(name)()
             try:
-                other.load(view, None)
-                answer = other.solve(view, self._run(name, log, stop))
+                with own_errors(name):
+                    other.load(view, None)
+                    answer = other.solve(view, self._run(name, log, stop))
             finally:
                 other.close()
         return answer, asked[-1]
+
+    @property
+    def _ability(self) -> str:
+        """What the engine must be able to do, beyond solving the model."""
+        return "lazy" if self._lazy else ""
 
     def _run(self, name: str, log: Log, stop: Stop) -> Run:
         options = self.options
@@ -108,17 +138,20 @@ class Session:
             options["seed"],
             options.of_engine(name),
             options.version,
+            self._reporter,
+            self._lazy,
         )
 
     def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
         """The engine, which has the model; `final` tells that it is going to be used."""
-        name = choose(self._wanted, view, final)
-        changes: Changes | None = data.changes.changes()
+        name = choose(self.wanted, view, final, ability=self._ability)
+        changes: Changes | None = data.changes_since_load()
         if self._engine is None or name != self._name:
             self._drop_engine(data)
             self._name, self._engine, changes = name, engine_class(name)(), None
         try:
-            self._engine.load(view, changes)
+            with own_errors(name):
+                self._engine.load(view, changes)
         except BaseException:
             self._drop_engine(data)
             raise
@@ -148,6 +181,7 @@ class Session:
 def _solution_of(answer: Answer, view: View) -> Solution:
     """What is kept of an answer; objective and slacks are the model's own at the point."""
     solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
+    solution.nodes, solution.iterations = answer.nodes, answer.iterations
     if answer.x is None:
         return solution
     x = answer.x

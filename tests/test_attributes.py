@@ -138,6 +138,7 @@ def test_what_is_handed_over_for_each_kind_of_value(m, sent, case):
     }  # fmt: skip
     cases = [*values.items(), ([5.0], [5.0] * 3), (np.array([[5]]), [5.0] * 3),
              (np.arange(3), [0, 1, 2]), (np.array(["x", "y", "z"]), ["x", "y", "z"]),
+             (np.array("a"), ["a"] * 3), (np.array([["a"]], dtype=object), ["a"] * 3),
              ((c for c in "abc"), ["a", "b", "c"])]  # fmt: skip
     for value, wanted in cases:
         assert handle.setAttr(name, value) is None
@@ -147,7 +148,7 @@ def test_what_is_handed_over_for_each_kind_of_value(m, sent, case):
         assert [type(f) is float for f in flat] == [type(w) is float for w in wanted]
     handle.__setattr__(name, "b")
     assert sent.pop()[-1] == ["b", "b", "b"]
-    for refused in ((c for c in "a"), {1}, {1: 2}, np.array(["a"]), 1j):
+    for refused in ((c for c in "a"), {1}, {1: 2}, np.array([b"a"]), 1j):
         with pytest.raises((TypeError, ValueError)):
             handle.setAttr(name, refused)
     assert not sent

@@ -1,17 +1,8 @@
 #include "operands.hpp"
 
+#include "base/terms.hpp"
+
 namespace taviropy {
-
-namespace {
-
-[[noreturn]] void refuse_lists(const char* type) {
-    raise(PyExc_ValueError,
-          "the term lists of a %s have come to differ in length; its lists are to be read, and "
-          "changed through its methods",
-          type);
-}
-
-}  // namespace
 
 double number_value(PyObject* object, const char* what) {
     if (PyFloat_Check(object)) return PyFloat_AS_DOUBLE(object);
@@ -45,15 +36,15 @@ LinearView linear_view(const Operand& operand) {
 
 LinearView linear_view(LinExprObject* linexpr) {
     Py_ssize_t size = PyList_GET_SIZE(linexpr->coeffs);
-    if (PyList_GET_SIZE(linexpr->vars) != size) refuse_lists("LinExpr");
+    if (!check_lengths("LinExpr", linexpr->coeffs, linexpr->vars)) throw PythonError();
     return {linexpr->constant, size, PySequence_Fast_ITEMS(linexpr->coeffs),
             PySequence_Fast_ITEMS(linexpr->vars)};
 }
 
 QuadraticView quadratic_view(QuadExprObject* quadexpr) {
     Py_ssize_t size = PyList_GET_SIZE(quadexpr->coeffs);
-    if (PyList_GET_SIZE(quadexpr->vars1) != size || PyList_GET_SIZE(quadexpr->vars2) != size)
-        refuse_lists("QuadExpr");
+    if (!check_lengths("QuadExpr", quadexpr->coeffs, quadexpr->vars1, quadexpr->vars2))
+        throw PythonError();
     return {size, PySequence_Fast_ITEMS(quadexpr->coeffs), PySequence_Fast_ITEMS(quadexpr->vars1),
             PySequence_Fast_ITEMS(quadexpr->vars2)};
 }
@@ -61,19 +52,13 @@ QuadraticView quadratic_view(QuadExprObject* quadexpr) {
 LinExprObject* linear_part(QuadExprObject* quadexpr) { return as_linexpr(quadexpr->linear); }
 
 double coefficient(PyObject* stored) {
-    if (PyFloat_Check(stored)) return PyFloat_AS_DOUBLE(stored);
-    if (!PyLong_Check(stored))
-        raise(PyExc_TypeError, "a coefficient of an expression is of type '%s'; expected a float",
-              Py_TYPE(stored)->tp_name);
-    double value = PyLong_AsDouble(stored);
-    if (value == -1.0 && PyErr_Occurred()) throw PythonError();
+    double value;
+    if (!read_coefficient(stored, value)) throw PythonError();
     return value;
 }
 
 HandleObject* variable(PyObject* stored) {
-    if (!is_var(stored))
-        raise(PyExc_TypeError, "a variable of an expression is of type '%s'; expected a Var",
-              Py_TYPE(stored)->tp_name);
+    if (!check_variable(stored, types.var)) throw PythonError();
     return as_handle(stored);
 }
 

@@ -23,7 +23,8 @@ double float_value(PyObject* object);
 /// Classifies an operand. A number that has no float value raises what `float()` raises.
 Operand classify(PyObject* object);
 
-/// The terms of a number, a Var or a LinExpr, without a copy.
+/// The terms of a number, a Var or a LinExpr, without a copy: good until code of others runs, or
+/// the expression drops a list.
 struct LinearView {
     double constant = 0.0;
     Py_ssize_t size = 0;
@@ -43,8 +44,7 @@ struct QuadraticView {
 QuadraticView quadratic_view(QuadExprObject* quadexpr);
 LinExprObject* linear_part(QuadExprObject* quadexpr);
 
-/// A coefficient as stored in a term list. The lists are open to the user, so that anything may
-/// stand there: no Python code is run to find out.
+/// A coefficient as stored in a term list.
 double coefficient(PyObject* stored);
 /// The variable stored in a term list.
 HandleObject* variable(PyObject* stored);

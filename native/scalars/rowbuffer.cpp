@@ -139,28 +139,33 @@ class Part {
     Buffer variables_;
 };
 
-/// Opens the parts of a compact expression; false where one is not whole or too big.
-bool open_parts(PyObject* list, Py_ssize_t rows, std::optional<Part>* opened) {
-    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(list); ++k) {
-        PyObject* pair = PyList_GET_ITEM(list, k);
+/// Opens the parts of a compact expression; false where one is not whole or too big. The fields of
+/// a part may be the user's, whose code could change the arrays of another one: so all are opened
+/// first, and then looked at.
+bool open_parts(const Ref& parts, Py_ssize_t rows, std::optional<Part>* opened) {
+    const Py_ssize_t count = PyTuple_GET_SIZE(parts.get());
+    for (Py_ssize_t k = 0; k < count; ++k) {
+        PyObject* pair = PyTuple_GET_ITEM(parts.get(), k);
         if (!PyTuple_CheckExact(pair) || PyTuple_GET_SIZE(pair) != 2) return false;
         opened[k].emplace(PyTuple_GET_ITEM(pair, 0), PyTuple_GET_ITEM(pair, 1));
-        if (!opened[k]->fits(rows)) return false;
     }
+    for (Py_ssize_t k = 0; k < count; ++k)
+        if (!opened[k]->fits(rows)) return false;
     return true;
 }
 
 /// Appends the rows of a compact expression; gives their shape, or nothing.
 Ref append_block(PyObject* model, TempConstrObject* constr, uint8_t sense, RowData& out) {
-    Ref parts = field(constr->lhs, field_names.matmulparts);
-    if (!PyList_CheckExact(parts.get()) || PyList_GET_SIZE(parts.get()) > kMostParts) return Ref();
+    Ref list = field(constr->lhs, field_names.matmulparts);
     Ref array = field(constr->lhs, field_names.constant);
+    if (!PyList_CheckExact(list.get()) || PyList_GET_SIZE(list.get()) > kMostParts) return Ref();
+    Ref parts = checked(PyList_AsTuple(list.get()));
     Buffer constant(array.get(), PyBUF_RECORDS_RO);
-    Py_ssize_t rows = constant.size(), count = PyList_GET_SIZE(parts.get());
+    Py_ssize_t rows = constant.size(), count = PyTuple_GET_SIZE(parts.get());
     RightSide right;
     std::optional<Part> opened[kMostParts];
     if (!constant.has_format("d") || rows > kMostTerms || !right.take(constr->rhs, constant) ||
-        !open_parts(parts.get(), rows, opened))
+        !open_parts(parts, rows, opened))
         return Ref();
     Walker constants(constant);
     for (Py_ssize_t row = 0; row < rows; ++row) {

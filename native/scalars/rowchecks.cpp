@@ -100,9 +100,9 @@ bool is_left_held_once(PyObject* constr) {
     Ref parts = field(expr, field_names.matmulparts);
     if (!PyList_CheckExact(parts.get()) || Py_REFCNT(parts.get()) != 2) return false;
     for (Py_ssize_t k = 0; k < PyList_GET_SIZE(parts.get()); ++k) {
-        PyObject* pair = PyList_GET_ITEM(parts.get(), k);
-        if (!PyTuple_CheckExact(pair) || PyTuple_GET_SIZE(pair) != 2 || Py_REFCNT(pair) != 1 ||
-            !is_matrix_held_once(PyTuple_GET_ITEM(pair, 0)))
+        Ref pair = borrow(PyList_GET_ITEM(parts.get(), k));  // a second reference
+        if (!PyTuple_CheckExact(pair.get()) || PyTuple_GET_SIZE(pair.get()) != 2 ||
+            Py_REFCNT(pair.get()) != 2 || !is_matrix_held_once(PyTuple_GET_ITEM(pair.get(), 0)))
             return false;
     }
     return true;

@@ -59,7 +59,9 @@ int TempConstr_bool(PyObject* self) {
         PyExc_TypeError,
         "A constraint has no truth value: it can't stand in 'and', 'or', 'not', 'if', or in a "
         "chained comparison such as 'a <= x <= b'. Write each constraint on its own, 'a <= x' and "
-        "'x <= b', and hand each to addConstr");
+        "'x <= b', and hand each to addConstr. Where NumPy compares an array of expressions with "
+        "numbers, it asks for truth values too: make one side a matrix expression, such as "
+        "'array <= tv.MLinExpr.zeros(array.shape) + 1'");
 }
 
 Ref TempConstr_repr(PyObject* self) {

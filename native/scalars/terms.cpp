@@ -62,7 +62,11 @@ Ref scaled_list(PyObject* list, double factor) {
     return scaled.finish();
 }
 
-void replace(PyObject*& field, Ref value) { Py_XSETREF(field, value.release()); }
+/// Replaces a field and gives what it held: to be dropped when all is done, since the finalizer of
+/// an old item may be the user's and may change, or drop, the expression.
+[[nodiscard]] Ref replace(PyObject*& field, Ref value) {
+    return Ref(std::exchange(field, value.release()));
+}
 
 /// An unordered pair of elements; for a single one the second half is empty.
 struct TermKey {
@@ -229,17 +233,21 @@ void add_to_quadexpr(QuadExprObject* quadexpr, const Operand& operand, double fa
 }
 
 void scale_linexpr(LinExprObject* linexpr, double factor) {
-    replace(linexpr->coeffs, scaled_list(linexpr->coeffs, factor));
+    Ref old = replace(linexpr->coeffs, scaled_list(linexpr->coeffs, factor));
     linexpr->constant *= factor;
 }
 
 void scale_quadexpr(QuadExprObject* quadexpr, double factor) {
+    LinExprObject* linear = linear_part(quadexpr);
     Ref coeffs = scaled_list(quadexpr->coeffs, factor);
-    scale_linexpr(linear_part(quadexpr), factor);
-    replace(quadexpr->coeffs, std::move(coeffs));
+    Ref linear_coeffs = scaled_list(linear->coeffs, factor);
+    Ref old = replace(quadexpr->coeffs, std::move(coeffs));
+    Ref old_linear = replace(linear->coeffs, std::move(linear_coeffs));
+    linear->constant *= factor;
 }
 
 Ref list_item(PyObject* list, PyObject* index, const char* type) {
+    Ref keep = borrow(list);  // the index may be an object that changes the expression
     Py_ssize_t k = PyNumber_AsSsize_t(index, PyExc_IndexError);
     if (k == -1 && PyErr_Occurred()) throw PythonError();
     if (k < 0 || k >= PyList_GET_SIZE(list))
@@ -256,8 +264,8 @@ void normalize_linexpr(LinExprObject* linexpr) {
     if (static_cast<Py_ssize_t>(merged.sums.size()) == view.size) return;
     Ref coeffs = merged.coefficients();
     Ref vars = merged.first_of(view.vars);
-    replace(linexpr->coeffs, std::move(coeffs));
-    replace(linexpr->vars, std::move(vars));
+    Ref old_coeffs = replace(linexpr->coeffs, std::move(coeffs));
+    Ref old_vars = replace(linexpr->vars, std::move(vars));
 }
 
 void normalize_quadexpr(QuadExprObject* quadexpr) {
@@ -271,9 +279,9 @@ void normalize_quadexpr(QuadExprObject* quadexpr) {
     Ref coeffs = merged.coefficients();
     Ref vars1 = merged.first_of(view.vars1);
     Ref vars2 = merged.first_of(view.vars2);
-    replace(quadexpr->coeffs, std::move(coeffs));
-    replace(quadexpr->vars1, std::move(vars1));
-    replace(quadexpr->vars2, std::move(vars2));
+    Ref old_coeffs = replace(quadexpr->coeffs, std::move(coeffs));
+    Ref old_vars1 = replace(quadexpr->vars1, std::move(vars1));
+    Ref old_vars2 = replace(quadexpr->vars2, std::move(vars2));
 }
 
 }  // namespace taviropy

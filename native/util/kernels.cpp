@@ -111,8 +111,9 @@ Ref sparse_right_matmul_kernel(PyObject*, PyObject* args, PyObject* kwargs) {
     KernelArguments given =
         parse(args, kwargs, "OOOO:_sparse_right_matmul_kernel", "left_arr", "right");
     Elements left(given.left);
-    Frame frame(left.shape, sparse_shape(given.right));
-    CompressedMatrix matrix = read_compressed(given.right, true);
+    const Shape shape = sparse_shape(given.right);
+    Frame frame(left.shape, shape);
+    CompressedMatrix matrix = read_compressed(given.right, shape, true);
     return fill_product(frame, given, [&](Py_ssize_t i, Py_ssize_t j, Terms& terms) {
         for (Py_ssize_t p = matrix.indptr[j]; p < matrix.indptr[j + 1]; ++p)
             terms.add(left.at(i, matrix.indices[p], frame.inner), matrix.values[p].get());
@@ -123,8 +124,9 @@ Ref sparse_left_matmul_kernel(PyObject*, PyObject* args, PyObject* kwargs) {
     KernelArguments given =
         parse(args, kwargs, "OOOO:_sparse_left_matmul_kernel", "left", "right_arr");
     Elements right(given.right);
-    Frame frame(sparse_shape(given.left), right.shape);
-    CompressedMatrix matrix = read_compressed(given.left, false);
+    const Shape shape = sparse_shape(given.left);
+    Frame frame(shape, right.shape);
+    CompressedMatrix matrix = read_compressed(given.left, shape, false);
     return fill_product(frame, given, [&](Py_ssize_t i, Py_ssize_t j, Terms& terms) {
         for (Py_ssize_t p = matrix.indptr[i]; p < matrix.indptr[i + 1]; ++p)
             terms.add(matrix.values[p].get(), right.at(matrix.indices[p], j, frame.cols));

@@ -224,8 +224,7 @@ Ref dense_array(PyObject*, PyObject* given) {
     return checked(PyObject_CallMethod(array.get(), "reshape", "(O)", shape_tuple(shape).get()));
 }
 
-CompressedMatrix read_compressed(PyObject* given, bool by_columns) {
-    Shape shape = sparse_shape(given);
+CompressedMatrix read_compressed(PyObject* given, const Shape& shape, bool by_columns) {
     if (shape.size() != 2)
         raise(PyExc_ValueError,
               "matmul: a sparse array of %zd dimensions; reshape it to one row or one column",

@@ -22,8 +22,9 @@ struct CompressedMatrix {
     std::vector<Py_ssize_t> indices;  ///< rising within each line
     std::vector<Ref> values;          ///< Python floats
 };
-/// Reads a SciPy sparse matrix or array by columns or by rows; ValueError where it is malformed.
-CompressedMatrix read_compressed(PyObject* matrix, bool by_columns);
+/// Reads a SciPy sparse matrix or array, of the shape that was read of it before, by columns or by
+/// rows; ValueError where it is malformed.
+CompressedMatrix read_compressed(PyObject* matrix, const Shape& shape, bool by_columns);
 Shape sparse_shape(PyObject* matrix);
 /// matrix.toarray(), checked first; a function of the module.
 Ref dense_array(PyObject*, PyObject* matrix);

@@ -54,6 +54,9 @@ ATTRIBUTES = {
     "Engine": Attribute(STRING, MODEL, 0),
     "Objective": Attribute(DOUBLE, MODEL, 0),
     "Bound": Attribute(DOUBLE, MODEL, 0),
+    "Gap": Attribute(DOUBLE, MODEL, 0),
+    "Nodes": Attribute(INTEGER, MODEL, 0),
+    "Iterations": Attribute(INTEGER, MODEL, 0),
     "SolveTime": Attribute(DOUBLE, MODEL, 0),
 }
 

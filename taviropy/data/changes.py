@@ -8,6 +8,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from .attributes import LINEAR, VARIABLE
+from .entries import Entries
 
 Indices = NDArray[np.int32]
 _NONE = np.empty(0, np.int32)
@@ -19,9 +20,10 @@ class Changes(NamedTuple):
     First columns and rows leave: ``kept_columns`` and ``kept_rows`` are the numbers, rising, of
     those that stay, None where all do. All other numbers are the ones of afterwards. Of the columns
     and rows that are left, those listed have new types, new bounds (also where the type is new),
-    new costs or new sides. From ``first_column`` and ``first_row`` on they are new. ``higher``
-    tells that quadratic or general constraints came or went. Sense, offset and quadratic terms of
-    the objective are for the engine to compare.
+    new costs or new sides. ``entries`` are new coefficients of rows, also at new columns and in new
+    rows. From ``first_column`` and ``first_row`` on they are new. ``higher`` tells that quadratic
+    or general constraints came or went. Sense, offset and quadratic terms of the objective are for
+    the engine to compare.
     """
 
     kept_columns: Indices | None
@@ -30,6 +32,7 @@ class Changes(NamedTuple):
     bounds: Indices
     costs: Indices
     sides: Indices
+    entries: Entries
     first_column: int
     first_row: int
     higher: bool
@@ -44,22 +47,28 @@ class ChangeLog:
         self._counts = {VARIABLE: 0, LINEAR: 0}  # columns and rows that the engine has
         self._kept: dict[int, Indices] = {}
         self._at: dict[str, _Positions] = {}
+        self._entries: list[Entries] = []  # by ids
 
     def start(self, columns: int, rows: int) -> None:
         """An engine has the model, so many columns and rows, as it is now."""
         self._is_on, self.higher = True, False
         self._counts = {VARIABLE: columns, LINEAR: rows}
-        self._kept, self._at = {}, {}
+        self._kept, self._at, self._entries = {}, {}, []
 
     def stop(self) -> None:
         """There is no engine any more."""
         self._is_on = False
-        self._kept, self._at = {}, {}
+        self._kept, self._at, self._entries = {}, {}, []
 
     def note(self, attrname: str, positions: NDArray[Any]) -> None:
         """An attribute changed at these indices, which are copied where they aren't new."""
         if self._is_on and attrname in _KINDS and len(positions):
             self._at.setdefault(attrname, _Positions()).add(positions)
+
+    def note_entries(self, entries: Entries) -> None:
+        """Coefficients were set, by ids."""
+        if self._is_on and len(entries.values):
+            self._entries.append(entries)
 
     def note_removal(self, kind: int, kept: Indices) -> None:
         """Elements left; `kept` are the old indices that stay, waiting elements among them."""
@@ -77,7 +86,7 @@ class ChangeLog:
                 self._counts[kind] = len(stay)
 
     def changes(self) -> Changes:
-        """What there is to catch up with."""
+        """What there is to catch up with, the entries still by ids."""
         columns, rows = self._counts[VARIABLE], self._counts[LINEAR]
         return Changes(
             self._kept.get(VARIABLE),
@@ -86,6 +95,7 @@ class ChangeLog:
             self._merged(("LB", "UB", "VType"), columns),
             self._merged(("Obj",), columns),
             self._merged(("RHS", "Sense"), rows),
+            Entries.merged(self._entries),
             columns,
             rows,
             self.higher,

@@ -51,6 +51,22 @@ def add_constr(data: ModelData, constr: TempConstr, name: Any, is_lone: bool = F
     return MConstr(made) if is_matrix else made
 
 
+def linear_rows(data: ModelData, constr: Any) -> tuple[Rows, Floats, Floats]:
+    """A linear comparison as rows of column numbers and their sides; nothing is added."""
+    if type(constr) is not TempConstr:
+        raise TypeError(
+            f"A linear comparison such as 'A @ x <= b' is needed, not {type(constr).__name__}"
+        )
+    sense = _sense_code(constr)
+    left, right = (linear_side(data, side) for side in both_sides(constr))
+    if left is None or right is None:
+        raise TypeError("A linear comparison is needed: this one is quadratic or nonlinear")
+    _, rows, _, rhs = difference(left, right)
+    check_coefficients(data, rows, rows.ids)
+    lower = np.where(sense == LESS, -np.inf, rhs)
+    return data.by_column_number(rows), lower, np.where(sense == GREATER, np.inf, rhs)
+
+
 def _holds_left_alone(constr: TempConstr) -> bool:
     """Whether nobody but a comparison holds the arrays of its left side, a compact MLinExpr."""
     return type(constr.lhs) is MLinExpr and holds_left_alone(constr)

@@ -26,8 +26,9 @@ from .attributes import (
     STRING,
     VARIABLE,
 )
-from .changes import ChangeLog
+from .changes import ChangeLog, Changes
 from .elements import Elements
+from .entries import Entries, patched
 from .objective import Objective, ParsedObjective, objective_sense, parse_objective
 from .rows import Rows, Store
 from .solution import Solution
@@ -54,6 +55,7 @@ _HANDLES = (
     (QUADRATIC, QConstr, MQConstr, "_qconstrarr"),
     (GENERAL, GenConstr, MGenConstr, "_constrarr"),
 )
+_REMOVED = -2  # the number of an element that was removed
 CLOSED = "The model is closed: create a new one with taviropy.Model()"
 SOLVING = (
     "The model is being solved, by another thread or around this callback, and can't be changed "
@@ -110,6 +112,7 @@ class ModelData(ModelCore):
         self.objective = Objective()
         self._row_buffer = RowBuffer(MLinExpr)
         self._linear_rows = Store(Rows)
+        self._patches: list[Entries] = []  # coefficients set since, by ids
         self.quadratic_rows, self.quadratic_pairs = Store(Rows), Store(Rows)
         self.trees, self.indicator_rows = Store(Trees), Store(Rows)
         self.changes = ChangeLog()
@@ -166,7 +169,18 @@ class ModelData(ModelCore):
         """The coefficients of the linear constraints, those of the row buffer among them."""
         while len(self._row_buffer):
             self._take_buffered_rows()
+        if self._patches:
+            self._apply_patches()
         return self._linear_rows
+
+    def _apply_patches(self) -> None:
+        """Enter the coefficients that were set, once for all, when the rows are looked at."""
+        merged = Entries.merged(self._patches)
+        merged = merged.take(self._linear.numbering.numbers(merged.rows) != _REMOVED)
+        places = self._linear.positions(merged.rows)
+        rows = self._linear_rows.select().without_repeats(self.variables.numbering.next_id())
+        self._linear_rows.replace(patched(rows, merged._replace(rows=places)))
+        self._patches = []
 
     def _take_buffered_rows(self) -> None:
         """Move what waits in the row buffer to the other data.
@@ -331,6 +345,14 @@ class ModelData(ModelCore):
         columns = dict(zip(("variable", "value", "rhs", "sense"), values, strict=True))
         return self._make(self.general, shape, names, {"GenKind": kind, **columns})
 
+    # Coefficients
+
+    @_changing
+    def set_coefficients(self, entries: Entries) -> None:
+        """Set coefficients of linear constraints, by ids."""
+        self._patches.append(entries)
+        self.changes.note_entries(entries)
+
     # Objective
 
     def set_objective(self, expr: Any, sense: object) -> None:
@@ -467,6 +489,15 @@ class ModelData(ModelCore):
                 self.objective.sense = objective_sense(value)
             except ValueError as error:
                 raise invalid(str(error)) from None
+
+    def changes_since_load(self) -> Changes:
+        """What an engine has to catch up with."""
+        changes = self.changes.changes()
+        entries = changes.entries
+        linear, variables = self.linear.numbering, self.variables.numbering
+        rows, columns = linear.numbers(entries.rows), variables.numbers(entries.variables)
+        entries = Entries(rows, columns, entries.values).take((rows >= 0) & (columns >= 0))
+        return changes._replace(entries=entries)
 
     # What views are made of
 

@@ -20,6 +20,8 @@ Values = Floats | Callable[[], Floats]
 _WHY_MISSING: dict[int, str] = {
     TVO.Status.LOADED: "the model has not been solved yet: call optimize() first",
     TVO.Status.INFEASIBLE: "the model is infeasible: relax its bounds or constraints",
+    TVO.Status.LOCALLY_INFEASIBLE: "no feasible point was found from where the search began: set "
+    "Start near one, or ask engine='scip', which searches everywhere",
     TVO.Status.UNBOUNDED: "the model is unbounded: give its variables bounds",
     TVO.Status.INFEASIBLE_OR_UNBOUNDED: "the model is infeasible or unbounded: solve it without "
     "an objective to learn which",
@@ -50,6 +52,7 @@ class Solution:
         self.missing = missing or {}
         self.seconds = 0.0
         self.engine = ""  # who answered
+        self.nodes = self.iterations = 0  # what that took
 
     def array(self, attrname: str) -> Floats | None:
         """The values of a solution attribute, None where there are none."""
@@ -90,18 +93,26 @@ class Solution:
             return self.seconds
         if attrname == "Engine":
             return self.engine
-        value = self.objective if attrname == "Objective" else self.bound
-        if value is None:
+        if attrname == "Nodes":
+            return self.nodes
+        if attrname == "Iterations":
+            return self.iterations
+        value = self.bound if attrname == "Bound" else self.objective
+        if value is None or (attrname == "Gap" and self.bound is None):
             raise self._no_value(attrname)
-        return value
+        return _gap(value, self.bound) if attrname == "Gap" else value
 
     def _no_value(self, attrname: str) -> TaviroError:
-        why = self.missing.get(attrname) or _WHY_MISSING.get(self.status)
-        if why is None:
-            has_solution = "X" in self.values
-            why = (
-                "the engine tells none for this model"
-                if has_solution
-                else "the solve ended without a solution: see Status"
-            )
+        why = self.missing.get(attrname)
+        if why is None and "X" in self.values:
+            why = "the engine tells none for this model"
+        elif why is None:
+            why = _WHY_MISSING.get(self.status, "the solve ended without a solution: see Status")
         return TaviroError(TVO.Error.NO_SOLUTION, f"There is no '{attrname}': {why}")
+
+
+def _gap(objective: float, bound: float | None) -> float:
+    """How far the bound is from the objective, relative to the latter."""
+    if bound is None or objective == bound:
+        return 0.0
+    return abs(objective - bound) / max(abs(objective), 1e-10)

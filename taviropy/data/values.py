@@ -22,6 +22,7 @@ Shape = tuple[int, ...]
 INF = float("inf")
 _TYPES = {character: code for code, character in enumerate(CHARACTERS["VType"])}
 _FINITE = ("Obj", "ObjOffset")
+_OPEN_SIDE = ": an open side is float('inf') or -float('inf')"
 
 
 def invalid(text: str) -> TaviroError:
@@ -49,12 +50,14 @@ def convert(attrname: str, values: Any) -> Any:
 def _numbers(attrname: str, values: Any) -> Floats:
     try:
         array = np.asarray(values)
-        if array.dtype.kind == "O" and not any(isinstance(v, str | bytes) for v in array.flat):
+        unfit = str | bytes | (type(None) if attrname != "Start" else str)
+        if array.dtype.kind == "O" and not any(isinstance(v, unfit) for v in array.flat):
             array = array.astype(np.float64)
     except (TypeError, ValueError, OverflowError):
         array = np.asarray("unfit")
     if array.dtype.kind not in "biuf" or array.ndim != 1:
-        raise invalid(f"'{attrname}' takes real numbers, not {shortened(values)}")
+        open_side = _OPEN_SIDE if attrname in ("LB", "UB") else ""
+        raise invalid(f"'{attrname}' takes real numbers, not {shortened(values)}{open_side}")
     array = array.astype(np.float64, copy=False)
     if attrname != "Start" and np.isnan(array).any():
         where = int(np.argmax(np.isnan(array)))
@@ -152,7 +155,7 @@ def column_data(noun: str, value: Any, shape: Shape) -> np.float64 | Floats:
     except (TypeError, ValueError, OverflowError):
         array = np.asarray("unfit")
     if array.dtype.kind not in "biuf":
-        open_side = ": an open side is float('inf') or -float('inf')" if noun in "lb ub" else ""
+        open_side = _OPEN_SIDE if noun in ("lb", "ub") else ""
         raise invalid(f"'{noun}' takes real numbers, not {shortened(value)}{open_side}")
     if array.ndim == 0:
         return np.float64(array[()])
@@ -191,8 +194,7 @@ def scalar_column(lb: Any, ub: Any, obj: Any, vtype: Any) -> tuple[float, float,
         lb, ub, obj = float(lb + 0.0), float(ub + 0.0), float(obj + 0.0)  # no text
     except (TypeError, ValueError, OverflowError):
         raise invalid(
-            f"A variable takes real numbers, not lb={lb!r}, ub={ub!r}, obj={obj!r}: an open side "
-            f"is float('inf') or -float('inf')"
+            f"A variable takes real numbers, not lb={lb!r}, ub={ub!r}, obj={obj!r}{_OPEN_SIDE}"
         ) from None
     if lb != lb or ub != ub or not -INF < obj < INF:
         check_columns(np.float64(lb), np.float64(ub), np.float64(obj))

@@ -7,7 +7,8 @@ Ctrl-C as a wish to stop.
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
+from contextlib import contextmanager
 from importlib import import_module
 from typing import TYPE_CHECKING, NamedTuple
 
@@ -31,14 +32,21 @@ ENGINES = {
     "highs": Entry("highs", "HighsEngine", ""),
     "clarabel": Entry("clarabel", "ClarabelEngine", ""),
     "scip": Entry("scip", "ScipEngine", "scip"),
+    "ipopt": Entry("ipopt", "IpoptEngine", "nonlinear"),
 }
 
 
+# What only some engines can do.
+ABILITIES = {"lazy": ("scip",)}
+
+
 def candidates(wanted: str, view: View | None = None) -> tuple[str, ...]:
-    """The names of the engines that may be meant, "auto" meaning all of them, the best first.
+    """The names of the engines that may be meant, the best first; "auto" means all whose answers
+    are global.
 
     What is quadratic and convex goes to Clarabel, with the others behind it; all else to HiGHS
-    where it can, and to SCIP where it must.
+    where it can, and to SCIP where it must. Engines whose answers are local ones, "ipopt", are
+    asked where they are named.
     """
     if wanted != "auto":
         return (wanted,)
@@ -61,15 +69,22 @@ def engine_class(name: str) -> type[Engine]:
     return found
 
 
-def choose(wanted: str, view: View, final: bool = True, but: Sequence[str] = ()) -> str:
+def choose(
+    wanted: str, view: View, final: bool = True, but: Sequence[str] = (), ability: str = ""
+) -> str:
     """The name of the engine for a model: the one that is wanted, or for "auto" the first one
-    that can take it, leaving out those of `but`, which came to no end.
+    that can take it, leaving out those of `but`, which came to no end, and those without the
+    ability, where one is needed.
 
     What takes long to find out is left out unless the answer is to be `final`.
     """
     reasons, hints = [], []
     for name in candidates(wanted, view):
         if name in but:
+            continue
+        if ability and name not in ABILITIES[ability]:
+            if wanted != "auto":
+                reasons.append(f"the engine '{name}' has no way to do what '{ability}' asks for")
             continue
         try:
             found = engine_class(name)
@@ -85,3 +100,26 @@ def choose(wanted: str, view: View, final: bool = True, but: Sequence[str] = ())
         others = [f"engine={name!r}" for name in ("auto", *ENGINES) if name != wanted]
         hints.append(f"use {' or '.join(others)}")
     raise TaviroError(TVO.Error.NOT_SUPPORTED, f"{'; '.join(reasons)}: {' or '.join(hints)}")
+
+
+@contextmanager
+def own_errors(name: str) -> Iterator[None]:
+    """Turn an error of a solver's own into a TaviroError; what else may come passes.
+
+    Solvers raise Python's plain kinds, also bare ones. An error of another class is that of a
+    signal handler or a stream that the user has set.
+    """
+    try:
+        yield
+    except (OSError, MemoryError, Warning):
+        raise
+    except BaseException as error:
+        kind = type(error)
+        plain = isinstance(error, Exception) and kind.__module__ == "builtins"
+        if not plain and kind.__name__ != "PanicException":  # of a solver written in Rust
+            raise
+        raise TaviroError(
+            TVO.Error.ENGINE_FAILED,
+            f"The engine '{name}' failed ({kind.__name__}: {error}): try another engine, or scale "
+            f"the model's data",
+        ) from error

@@ -18,6 +18,7 @@ from .convexity import is_convex
 from .factor import NotConvex
 from .optimality import ConvexProgram
 from .protocol import Answer, Run
+from .running import News, as_type
 
 _INFINITY = 1e20  # what it takes for infinite
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5  # as `ConvexProgram.error` measures them
@@ -29,6 +30,8 @@ _STATUSES = {
     "MaxTime": TVO.Status.TIME_LIMIT,
     "CallbackTerminated": TVO.Status.INTERRUPTED,
 }
+# A problem of no rows that any settings can be tried on.
+_TINY: Any = (sp.csc_matrix((1, 1)), np.zeros(1), sp.csc_matrix((0, 1)), np.empty(0), [])
 _WITH_POINT = ("Solved", "AlmostSolved", "InsufficientProgress", "MaxIterations")
 
 
@@ -60,20 +63,25 @@ class ClarabelEngine:
     def option_names(cls) -> list[str]:
         """The names of Clarabel's settings."""
         names = dir(clarabel.DefaultSettings())
-        return [name for name in names if name[0] != "_" and name != "default"]
+        return [name for name in names if name[0] != "_" and name not in ("default", "verbose")]
 
     @classmethod
-    def checked_option(cls, name: str, value: Any) -> object:
+    def checked_option(cls, name: str, value: object) -> object:
         """`value` as the type of a setting, ValueError where it doesn't fit."""
-        settings = clarabel.DefaultSettings()
+        settings = _quiet_settings()
         kind = type(getattr(settings, name))
-        if kind in (bool, str) and type(value) is not kind:
-            raise ValueError(f"a value of type {kind.__name__}")
+        if kind is list:
+            raise ValueError("nothing: it belongs to a solver that isn't part of Clarabel's wheel")
+        converted = as_type(kind, value)
+        if kind is float and converted < 0.0:
+            raise ValueError("a number of at least 0")
         try:
-            converted = kind(value)
             setattr(settings, name, converted)
-        except (TypeError, ValueError, OverflowError):
-            raise ValueError(f"a value of type {kind.__name__}") from None
+            clarabel.DefaultSolver(*_TINY, settings)
+        except OverflowError:
+            raise ValueError("an integer from 0 to 2**32 - 1") from None
+        except Exception as error:  # Clarabel has no other kind
+            raise ValueError(f"what Clarabel allows (it says: {error})") from None
         return converted
 
     def load(self, view: View, changes: Changes | None) -> None:
@@ -97,6 +105,12 @@ class ClarabelEngine:
         if status == "DualInfeasible":
             return Answer(_settled(problem, run))
         return Answer(_STATUSES.get(status, TVO.Status.FAILED))
+
+
+def _quiet_settings() -> Any:
+    settings = clarabel.DefaultSettings()
+    settings.verbose = False
+    return settings
 
 
 def _settled(problem: _Problem, run: Run) -> int:
@@ -168,8 +182,7 @@ class _Problem:
 
     def run(self, run: Run, feasibility: bool = False) -> Any:
         """Clarabel's solution, without the objective where only feasibility is asked for."""
-        settings = clarabel.DefaultSettings()
-        settings.verbose = False
+        settings = _quiet_settings()
         for name, value in _TOLERANCES.items():
             setattr(settings, name, value)
         if run.threads is not None:
@@ -228,6 +241,7 @@ class _Problem:
             reduced_costs=sign * program.reduced_costs(x, rows, pull),
             row_duals=sign * rows,
             quadratic_duals=sign * np.array(quadratic),
+            iterations=solution.iterations,
         )
 
     def _row_multipliers(self, z: Floats) -> Floats:
@@ -276,6 +290,8 @@ class _Listener:
         return bool(self._run.stop)
 
     def _tell(self, info: Any) -> None:
+        if self._run.reporter.is_due:
+            self._run.reporter.tell(News(iterations=info.iterations))
         residual = max(info.res_primal, info.res_dual)
         self._run.log.line(
             f"{info.iterations:9d}  {self._sign * info.cost_primal:16.9e}  "

@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import os
 from functools import cache
+from math import isfinite
 from time import perf_counter
 from typing import Any
 
@@ -17,6 +19,7 @@ from .convexity import is_convex
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Run
+from .running import News, Stop, as_type, in_thread
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -38,7 +41,16 @@ _OPTION_TYPES = {
     HighsOptionType.kDouble: float,
     HighsOptionType.kString: str,
 }
+_OF_THE_LOG = ("output_flag", "log_to_console", "log_file")  # what the package's own options say
 _FEASIBLE = 2  # of HiGHS's solution statuses
+_ITERATIONS = (
+    "simplex_iteration_count",
+    "ipm_iteration_count",
+    "crossover_iteration_count",
+    "pdlp_iteration_count",
+    "qp_iteration_count",
+)
+_IMPROVING = cb.HighsCallbackType.kCallbackMipImprovingSolution
 _LOGGING = cb.HighsCallbackType.kCallbackLogging
 _INTERRUPTS = (
     cb.HighsCallbackType.kCallbackSimplexInterrupt,
@@ -88,19 +100,10 @@ class HighsEngine(LiveHighs):
         return _option_names()
 
     @classmethod
-    def checked_option(cls, name: str, value: Any) -> object:
+    def checked_option(cls, name: str, value: object) -> object:
         """`value` as the type of an option, ValueError where it doesn't fit."""
         highs = new_highs()
-        kind = _OPTION_TYPES[highs.getOptionType(name)[1]]
-        fits = {
-            bool: isinstance(value, bool) or (not isinstance(value, str) and value in (0, 1)),
-            int: not isinstance(value, bool | str | float) and hasattr(value, "__index__"),
-            float: not isinstance(value, bool | str) and hasattr(value, "__float__"),
-            str: isinstance(value, str),
-        }[kind]
-        if not fits:
-            raise ValueError(f"a value of type {kind.__name__}")
-        converted = kind(value)
+        converted = as_type(_OPTION_TYPES[highs.getOptionType(name)[1]], value)
         try:
             words = words_of(highs, highs.setOptionValue, name, converted)
         except TypeError:  # an integer that is too large
@@ -121,7 +124,8 @@ class HighsEngine(LiveHighs):
         wanted = {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
-            ("threads", run.threads),
+            # HiGHS starts as many as it is told, and ends the process where the system has no more.
+            ("threads", None if run.threads is None else min(run.threads, os.cpu_count() or 1)),
             ("random_seed", run.seed),
         ):
             if value is not None:
@@ -149,7 +153,7 @@ class HighsEngine(LiveHighs):
         self._pass_start(view)
         if view.quadratic_objective is not None:
             return self._solve_quadratic(view, run)
-        _run(self._highs, run)
+        _run(self._highs, run, has_integers=view.has_integers)
         if not run.stop:
             self._settle_status(run)
         return self._answer(view, run)
@@ -197,8 +201,9 @@ class HighsEngine(LiveHighs):
         status = _STATUSES.get(model_status, TVO.Status.FAILED)
         if run.stop and status == TVO.Status.FAILED:
             status = TVO.Status.INTERRUPTED
-        answer = Answer(status)
+        answer = Answer(status, iterations=sum(map(self._count, _ITERATIONS)))
         if view.has_integers:
+            answer.nodes = self._count("mip_node_count")
             bound = highs.getInfoValue("mip_dual_bound")[1]
             if np.isfinite(bound):
                 answer.bound = bound
@@ -215,6 +220,10 @@ class HighsEngine(LiveHighs):
             answer.reduced_costs = lambda: np.array(found.col_dual)
             answer.row_duals = lambda: np.array(found.row_dual)
         return answer
+
+    def _count(self, name: str) -> int:
+        """A number that HiGHS tells of its last run, which is negative where it knows none."""
+        return max(0, int(self._highs.getInfoValue(name)[1]))
 
     # Quadratic programs
 
@@ -283,34 +292,69 @@ class HighsEngine(LiveHighs):
 @cache
 def _option_names() -> list[str]:
     highs = new_highs()
-    names = [name for name in dir(HighsOptions()) if name[0] != "_"]
+    names = [name for name in dir(HighsOptions()) if name[0] != "_" and name not in _OF_THE_LOG]
     return [name for name in names if highs.getOptionType(name)[0] == HighsStatus.kOk]
 
 
-def _run(highs: Any, run: Run, silent: bool = False) -> None:
-    """Run HiGHS, its log going where that of the run goes."""
+def _news(kind: Any, told: Any) -> News:
+    """What HiGHS tells by a callback that asks whether to go on."""
+    if kind == cb.HighsCallbackType.kCallbackMipInterrupt:
+        best, bound = (
+            value if isfinite(value) else None
+            for value in (told.mip_primal_bound, told.mip_dual_bound)
+        )
+        return News(best, bound, told.mip_node_count)
+    iterations = max(told.simplex_iteration_count, 0) + max(told.ipm_iteration_count, 0)
+    return News(iterations=iterations)
+
+
+def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False) -> None:
+    """Run HiGHS, its log going where that of the run goes.
+
+    Mixed-integer models are solved in a thread: HiGHS calls back from its own ones too, and where
+    it doesn't call for a while, signals would have to wait for it.
+    """
     log, stop = run.log, run.stop
     is_loud = log.is_on and not silent
     if is_loud:
         highs.setOptionValue("output_flag", True)
         highs.setOptionValue("log_to_console", log.is_process_output)
         log.flush()
+    raised: list[BaseException] = []  # by a signal handler of the user's own; HiGHS would drop it
+    is_over = Stop()
 
     def answer(kind: Any, text: str, data_out: Any, data_in: Any, user_data: Any) -> None:
-        if kind == _LOGGING:
-            log.write(text)
-        elif stop:
-            data_in.user_interrupt = True
+        try:
+            if kind == _LOGGING:
+                log.write(text)
+                return
+            if kind == _IMPROVING:
+                x = np.array(data_out.mip_solution)
+                value, nodes = data_out.objective_function_value, data_out.mip_node_count
+                run.reporter.tell(News(value, nodes=nodes, x=x))
+            elif run.reporter.is_due and not silent:
+                run.reporter.tell(_news(kind, data_out))
+            if stop or is_over or raised:
+                data_in.user_interrupt = True
+        except BaseException as error:
+            raised.append(error)
 
     highs.setCallback(answer, None)
     if is_loud and not log.is_process_output:
         highs.startCallback(_LOGGING)
     for kind in _INTERRUPTS:
         highs.startCallback(kind)
+    if run.reporter and not silent:
+        highs.startCallback(_IMPROVING)
     try:
-        highs.run()
+        if has_integers:
+            in_thread(highs.run, stop, is_over.request, run.reporter.pump)
+        else:
+            highs.run()
     finally:
         highs.setCallback(None, None)
         if is_loud:
             highs.setOptionValue("output_flag", False)
             highs.setOptionValue("log_to_console", True)
+    if raised:
+        raise raised[0]

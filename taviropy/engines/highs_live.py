@@ -14,11 +14,13 @@ from numpy.typing import NDArray
 from .._exception import NumericsWarning, TaviroError
 from .._tvo import TVO
 from ..data.changes import Changes
+from ..data.entries import Entries
 from ..data.rows import Rows
 from ..data.view import ColumnData, View
+from .running import silent
 
-_NO_INDEX, _NO_VALUE = np.empty(0, np.int32), np.empty(0)
 _LARGE = 50_000  # coefficients
+_MANY_CHANGES = 1_000  # of coefficients, at once
 # HiGHS leaves out what is smaller than its threshold and takes for infinite what is larger.
 _SMALLEST = 1e-12  # the lowest threshold that it allows
 _THRESHOLDS = {
@@ -54,8 +56,10 @@ class LiveHighs:
             self._pass_whole(view)
         else:
             self._remove(changes)
+            is_new = changes.entries.variables >= self._columns
             self._push(view, changes)
-            self._add_columns(view)
+            self._change_coefficients(view, changes.entries.take(~is_new))
+            self._add_columns(view, changes.entries.take(is_new))
             self._add_rows(view)
         self._push_objective(view)
 
@@ -110,7 +114,7 @@ class LiveHighs:
         self._columns, self._rows = view.column_count, view.row_count
         if not view.has_integers:
             forget_types(self._highs)
-        self._objective = (view.sense, view.offset)
+        self._objective, self._hessian = (view.sense, view.offset), None
 
     @staticmethod
     def _matrix(view: View) -> tuple[Any, ...]:
@@ -120,20 +124,39 @@ class LiveHighs:
         way too: HiGHS would hold both while it turns it, and the model a third.
         """
         rows = view.rows
-        _warn_of_small(view, rows, 0)
+        _warn_of_small_rows(view, rows, 0)
         if rows.nnz < _LARGE:
             return MatrixFormat.kRowwise, rows.indptr, rows.ids, rows.data
         del rows
         columns = view.rows_by_column()
         return MatrixFormat.kColwise, columns.indptr, columns.rows, columns.data
 
-    def _add_columns(self, view: View) -> None:
+    def _change_coefficients(self, view: View, entries: Entries) -> None:
+        """Set coefficients of columns and rows that HiGHS has; those of new rows come with them."""
+        entries = entries.take(entries.rows < self._rows)
+        _warn_of_small(view, entries)
+        if len(entries.values) <= _MANY_CHANGES:
+            for row, column, value in zip(*(array.tolist() for array in entries), strict=True):
+                self._do(self._highs.changeCoeff, row, column, value)
+            return
+        # Each of them moves what stands behind it: many are better passed with all others.
+        basis = self._highs.getBasis()
+        first_columns, first_rows = self._columns, self._rows
+        self._pass_whole(view)
+        if (first_columns, first_rows) == (self._columns, self._rows) and basis.valid:
+            self._do(self._highs.setBasis, basis)
+
+    def _add_columns(self, view: View, entries: Entries) -> None:
         count = view.column_count - self._columns
         if not count:
             return
         columns = view.columns(slice(self._columns, None))
-        none = (0, _NO_INDEX, _NO_INDEX, _NO_VALUE)
-        self._do(self._highs.addCols, count, columns.costs, columns.lower, columns.upper, *none)
+        entries = entries.take(np.argsort(entries.variables, kind="stable"))
+        entries = entries.take((entries.rows < self._rows) & (entries.values != 0.0))
+        _warn_of_small(view, entries)
+        starts = np.searchsorted(entries.variables, np.arange(self._columns, view.column_count))
+        arrays = len(entries.values), starts.astype(np.int32), entries.rows, entries.values
+        self._do(self._highs.addCols, count, columns.costs, columns.lower, columns.upper, *arrays)
         integers = np.flatnonzero(columns.is_integer) + self._columns
         if len(integers):
             self._do(
@@ -149,7 +172,7 @@ class LiveHighs:
         if first == end:
             return
         rows = view.rows_from(first)
-        _warn_of_small(view, rows, first)
+        _warn_of_small_rows(view, rows, first)
         lower, upper = view.sides(slice(first, None))
         arrays = (rows.indptr[:-1], rows.ids, rows.data)
         self._do(self._highs.addRows, rows.count, lower, upper, rows.nnz, *arrays)
@@ -221,27 +244,10 @@ def words_of(highs: Any, call: Callable[..., Any], *args: Any) -> str | None:
     return " ".join(" ".join(words).split()) if status == HighsStatus.kError else None
 
 
-def _greet_nobody() -> None:
-    """Make the process's first instance where nobody reads what it says.
-
-    HiGHS 1.16 prints its version when it is first made, before any option can be set. This is done
-    on import, which runs in one thread.
-    """
-    try:
-        kept = os.dup(1)
-    except OSError:  # nothing is printed where there is no output
-        return
-    nowhere = os.open(os.devnull, os.O_WRONLY)
-    try:
-        os.dup2(nowhere, 1)
-        Highs()  # type: ignore[no-untyped-call]
-    finally:
-        os.dup2(kept, 1)
-        os.close(kept)
-        os.close(nowhere)
-
-
-_greet_nobody()
+# HiGHS 1.16 prints its version when it is first made, before any option can be set. Here only one
+# thread runs.
+with silent(1):
+    Highs()  # type: ignore[no-untyped-call]
 
 # A child process after a fork has none of the threads that HiGHS's scheduler counts on.
 os.register_at_fork(after_in_child=lambda: Highs.resetGlobalScheduler(False))
@@ -274,19 +280,23 @@ def _types(columns: ColumnData) -> NDArray[np.uint8]:
     return columns.is_integer.astype(np.uint8)
 
 
-def _warn_of_small(view: View, rows: Rows, first_row: int) -> None:
+def _warn_of_small_rows(view: View, rows: Rows, first_row: int) -> None:
+    """Say which coefficients of rows HiGHS is going to leave out."""
+    small = np.flatnonzero((abs(rows.data) <= _SMALLEST) & (rows.data != 0.0))
+    row_numbers = np.searchsorted(rows.indptr, small, side="right") - 1 + first_row
+    _warn_of_small(view, Entries(row_numbers, rows.ids[small], rows.data[small]))
+
+
+def _warn_of_small(view: View, entries: Entries) -> None:
     """Say which coefficients HiGHS is going to leave out."""
-    magnitude = abs(rows.data)
-    small = np.flatnonzero((magnitude <= _SMALLEST) & (magnitude > 0.0))
-    if not len(small):
+    small = entries.take((abs(entries.values) <= _SMALLEST) & (entries.values != 0.0))
+    if not len(small.values):
         return
-    at = int(small[0])
-    row = int(np.searchsorted(rows.indptr, at, side="right")) - 1 + first_row
-    more = f" and {len(small) - 1} others" if len(small) > 1 else ""
+    column, row = view.column_name(int(small.variables[0])), view.row_name(int(small.rows[0]))
+    more = f" and {len(small.values) - 1} others" if len(small.values) > 1 else ""
     warnings.warn(
-        f"HiGHS leaves out coefficients of up to {_SMALLEST}: {rows.data[at]} of variable "
-        f"'{view.column_name(int(rows.ids[at]))}' in the constraint '{view.row_name(row)}'{more}; "
-        f"scale the variable or the constraint",
+        f"HiGHS leaves out coefficients of up to {_SMALLEST}: {small.values[0]} of variable "
+        f"'{column}' in the constraint '{row}'{more}; scale the variable or the constraint",
         NumericsWarning,
         stacklevel=2,
     )

@@ -9,7 +9,7 @@ from typing import Any, ClassVar, Protocol
 from ..data.changes import Changes
 from ..data.values import Floats
 from ..data.view import View
-from .running import Log, Stop
+from .running import Log, Reporter, Row, Stop
 
 
 @dataclass
@@ -17,7 +17,8 @@ class Run:
     """How a model is to be solved. None leaves a thing to the engine.
 
     ``options`` are those that the user set by the engine's own names. ``stop`` becomes true when
-    the user wants the solve to end: it then ends with the best solution so far.
+    the user wants the solve to end: it then ends with the best solution so far. ``reporter``
+    takes news of the solve to whom they concern.
     """
 
     log: Log
@@ -27,7 +28,11 @@ class Run:
     threads: int | None = None
     seed: int | None = None
     options: Mapping[str, Any] = field(default_factory=dict)
-    version: int = 0  # differs where anything but log and stop does
+    version: int = 0  # differs where anything but what follows and log and stop does
+    reporter: Reporter = field(default_factory=Reporter)
+    # Gives the rows that shall hold at a point beside those of the model. Only engines that
+    # `engines.ABILITIES` lists for "lazy" are given one.
+    lazy: Callable[[Floats], list[Row]] | None = None
 
 
 @dataclass
@@ -38,7 +43,8 @@ class Answer:
     optimal point stands for its own value. Values go by numbers of columns and rows, None where
     there are none; those that are wanted seldom may be functions that give them. Dual values say
     by how much the objective rises as a right-hand side does, whether it is minimized or not.
-    ``missing`` says why attributes aren't there, as part of a sentence.
+    ``missing`` says why attributes aren't there, as part of a sentence. ``nodes`` of the search
+    tree and ``iterations`` of the algorithm are what the solve took.
     """
 
     status: int
@@ -49,6 +55,8 @@ class Answer:
     row_duals: Floats | Callable[[], Floats] | None = None
     quadratic_duals: Floats | None = None
     missing: Mapping[str, str] = field(default_factory=dict)
+    nodes: int = 0
+    iterations: int = 0
 
 
 class Engine(Protocol):

@@ -1,14 +1,102 @@
-"""What the engines share while they solve: the log, and Ctrl-C as a wish to stop."""
+"""What the engines share: types of options, the log, news of a solve, and Ctrl-C as a wish to stop.
+
+It imports no solver.
+"""
 
 from __future__ import annotations
 
+import os
 import signal
 import sys
 import threading
-from collections.abc import Iterator
-from contextlib import contextmanager
+from collections import deque
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager, suppress
+from time import monotonic
 from types import FrameType, TracebackType
-from typing import IO, Any, Self
+from typing import IO, Any, NamedTuple, Self
+
+import numpy as np
+from numpy.typing import NDArray
+
+_TICK = 0.05  # seconds
+
+
+def as_type(kind: type, value: Any) -> Any:
+    """The value of an option as bool, int, float or str; ValueError, which says what is taken,
+    where it doesn't fit."""
+    is_truth = isinstance(value, bool | np.bool)
+    try:
+        if kind is bool:
+            fits = is_truth or (not isinstance(value, str) and value in (0, 1))
+        elif kind is str:
+            fits = isinstance(value, str)
+        else:
+            wanted = "__index__" if kind is int else "__float__"
+            fits = not is_truth and hasattr(value, wanted)
+        converted = kind(value) if fits else None
+    except (TypeError, ValueError, OverflowError):
+        converted = None
+    if converted is None or converted != converted:
+        raise ValueError(f"a value of type {kind.__name__}")
+    return converted
+
+
+def in_thread(
+    call: Callable[[], object],
+    stop: Stop,
+    interrupt: Callable[[], object],
+    tick: Callable[[], object] = lambda: None,
+) -> None:
+    """Call something that takes long in a thread of its own, and wait for it.
+
+    Signals reach Python meanwhile. `interrupt` is called once the user wants it to end, and again
+    until it does; `tick` now and then, and at the end.
+    """
+    errors: list[BaseException] = []
+    done = threading.Event()
+
+    def work() -> None:
+        try:
+            call()
+        except BaseException as error:
+            errors.append(error)
+        finally:
+            done.set()
+
+    threading.Thread(target=work, name="taviropy-solve").start()
+    raised: BaseException | None = None
+    while not done.is_set():
+        try:
+            if not done.wait(_TICK):
+                tick()
+            if stop or raised is not None:
+                interrupt()
+        except BaseException as error:  # of a signal handler that the user has set
+            raised = raised or error
+    tick()
+    if raised is not None:
+        raise raised
+    if errors:
+        raise errors[0]
+
+
+@contextmanager
+def silent(descriptor: int) -> Iterator[None]:
+    """Drop what a solver itself writes to the process's standard output, 1, or error output, 2."""
+    try:
+        kept = os.dup(descriptor)
+    except OSError:  # there is none
+        yield
+        return
+    nowhere = os.open(os.devnull, os.O_WRONLY)
+    try:
+        os.dup2(nowhere, descriptor)
+        yield
+    finally:
+        os.dup2(kept, descriptor)
+        os.close(kept)
+        os.close(nowhere)
 
 
 class Log:
@@ -36,7 +124,8 @@ class Log:
     ) -> None:
         self.flush()
         if self._file is not None:
-            self._file.close()
+            with suppress(OSError):  # a full disk
+                self._file.close()
 
     @property
     def is_on(self) -> bool:
@@ -51,7 +140,7 @@ class Log:
             return False
         try:
             return bool(self._streams[0].fileno() == 1)
-        except (AttributeError, OSError, ValueError):
+        except Exception:  # whatever a stream of the user's own may raise
             return False
 
     def write(self, text: str) -> None:
@@ -70,6 +159,68 @@ class Log:
     def line(self, text: str) -> None:
         """Add a line."""
         self.write(text + "\n")
+
+
+class News(NamedTuple):
+    """What an engine knows in the middle of a solve; None is what it doesn't.
+
+    Values are the model's own, with its sense and offset. `x` is a new best point.
+    """
+
+    incumbent: float | None = None
+    bound: float | None = None
+    nodes: int = 0
+    iterations: int = 0
+    x: NDArray[np.float64] | None = None
+
+
+class Row(NamedTuple):
+    """A linear row that an engine is given in the middle of a solve."""
+
+    columns: NDArray[np.int32]
+    coefficients: NDArray[np.float64]
+    lower: float
+    upper: float
+
+    def is_broken_at(self, x: NDArray[np.float64]) -> bool:
+        """Whether a point misses a side by more than a millionth of it."""
+        value = float(self.coefficients @ x[self.columns])
+        slack = 1e-6 * max(1.0, abs(value))
+        return not self.lower - slack <= value <= self.upper + slack
+
+
+class Reporter:
+    """Takes news from an engine, in whichever thread it works, to a listener in the thread that
+    made this: at once where it is the same, else when that thread calls `pump`."""
+
+    def __init__(self, listener: Callable[[News], object] | None = None) -> None:
+        self._listener = listener
+        self._waiting: deque[News] = deque()
+        self._owner = threading.get_ident()
+        self._due = 0.0
+
+    def __bool__(self) -> bool:
+        """Whether anybody listens."""
+        return self._listener is not None
+
+    @property
+    def is_due(self) -> bool:
+        """Whether somebody listens, and it is some time since the last news without a point."""
+        if self._listener is None or monotonic() < self._due:
+            return False
+        self._due = monotonic() + _TICK
+        return True
+
+    def tell(self, news: News) -> None:
+        """Hand over news: where they have no point, after a look at `is_due`."""
+        self._waiting.append(news)
+        if threading.get_ident() == self._owner:
+            self.pump()
+
+    def pump(self) -> None:
+        """Let the listener have what waits."""
+        while self._waiting and self._listener is not None:
+            self._listener(self._waiting.popleft())
 
 
 class Stop:

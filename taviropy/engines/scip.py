@@ -3,8 +3,9 @@
 from __future__ import annotations
 
 import warnings
-from contextlib import redirect_stdout
 from functools import cache
+from pathlib import Path
+from tempfile import TemporaryDirectory
 from typing import Any
 
 import numpy as np
@@ -19,6 +20,8 @@ from ..data.rows import Rows
 from ..data.values import Floats
 from ..data.view import View
 from .protocol import Answer, Run
+from .running import as_type, in_thread, silent
+from .scip_plugins import Plugins
 from .scip_trees import TreeTranslator
 
 _INFINITY = 1e20  # SCIP's own
@@ -64,20 +67,13 @@ class ScipEngine:
         return list(_parameters())
 
     @classmethod
-    def checked_option(cls, name: str, value: Any) -> object:
+    def checked_option(cls, name: str, value: object) -> object:
         """`value` as the type of a parameter, ValueError where it doesn't fit."""
-        kind = type(_parameters()[name])
-        fits = {
-            bool: isinstance(value, bool) or (not isinstance(value, str) and value in (0, 1)),
-            int: not isinstance(value, bool | str | float) and hasattr(value, "__index__"),
-            float: not isinstance(value, bool | str) and hasattr(value, "__float__"),
-            str: isinstance(value, str),
-        }[kind]
-        if not fits:
-            raise ValueError(f"a value of type {kind.__name__}")
-        converted = kind(value)
+        converted = as_type(type(_parameters()[name]), value)
+        scip = Scip()
         try:
-            Scip().setParam(name, converted)
+            with silent(2):
+                scip.setParam(name, converted)
         except (ValueError, OverflowError, KeyError):
             raise ValueError("a value that SCIP allows for it") from None
         return converted
@@ -258,23 +254,45 @@ class ScipEngine:
 
     def solve(self, view: View, run: Run) -> Answer:
         """Solve what is loaded."""
-        scip = self._scip
         self._apply(run)
         self._pass_start(view)
-        scip.hideOutput(not run.log.is_on)
-        if not run.log.is_on:
-            scip.optimizeNogil()
-        elif run.log.is_process_output:
-            run.log.flush()
-            scip.optimizeNogil()
-        else:
-            scip.redirectOutput()
-            with redirect_stdout(run.log):  # type: ignore[type-var]
-                scip.optimize()
+        plugins = Plugins(self._scip, self._variables, run)
+        self._optimize(run)
+        plugins.end()
         return self._answer(view, run)
 
+    def _optimize(self, run: Run) -> None:
+        """Run SCIP, its log going where that of the run goes.
+
+        SCIP writes the log to a file, which is read meanwhile: it would call Python's streams
+        without Python's lock.
+        """
+        scip = self._scip
+        if not run.log.is_on:
+            in_thread(scip.optimizeNogil, run.stop, scip.interruptSolve, run.reporter.pump)
+            return
+        with TemporaryDirectory() as folder:
+            path = Path(folder, "log")
+            path.touch()
+            scip.setLogfile(str(path))
+            try:
+                with path.open(encoding="utf-8", errors="replace") as log:
+
+                    def tick() -> None:
+                        run.log.write(log.read())
+                        run.reporter.pump()
+
+                    in_thread(
+                        scip.optimizeNogil,
+                        run.stop,
+                        scip.interruptSolve,
+                        tick,
+                    )
+            finally:
+                scip.setLogfile(None)
+
     def _apply(self, run: Run) -> None:
-        wanted = dict(run.options)
+        wanted = {"misc/catchctrlc": False, **run.options}
         for name, value in (
             ("limits/time", None if run.time_limit == np.inf else run.time_limit),
             ("limits/gap", run.gap),
@@ -310,6 +328,7 @@ class ScipEngine:
             status = TVO.Status.INTERRUPTED
         text = "SCIP gives no dual values: solve a continuous linear model with engine='highs'"
         answer = Answer(status, missing=dict.fromkeys(("ReducedCost", "Dual"), text))
+        answer.nodes, answer.iterations = scip.getNTotalNodes(), scip.getNLPIterations()
         bound = scip.getDualbound()
         if abs(bound) < scip.infinity():
             answer.bound = bound

@@ -154,6 +154,11 @@ nb::object copy_list(PyObject* other) {
     return checked(PyList_GetSlice(other, 0, PyList_GET_SIZE(other)));
 }
 
+LinExprObject* with_matching_lists(LinExprObject* le) {
+    if (!check_lengths("LinExpr", le->coeffs, le->vars)) throw nb::python_error();
+    return le;
+}
+
 void extend_linexpr(LinExprObject* le, LinExprObject* other) {
     le->constant += other->constant;
     extend_list(le->coeffs, other->coeffs);

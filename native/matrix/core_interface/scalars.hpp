@@ -7,6 +7,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include "base/terms.hpp"
 #include "core_interface/layouts.hpp"
 
 namespace taviropy {
@@ -65,7 +66,16 @@ inline bool is_plain_linexpr(PyObject* element) {
            reinterpret_cast<LinExprObject*>(element)->cont_ref == Py_None;
 }
 
-/// Replaces a field of an expression by an object.
+/// A coefficient as stored in a term list; no code of the user runs. TypeError for what is neither
+/// a float nor an int.
+inline double coefficient(PyObject* stored) {
+    double value;
+    if (!read_coefficient(stored, value)) throw nb::python_error();
+    return value;
+}
+
+/// Replaces a field of an expression by an object. The finalizer of what it held may be the user's:
+/// the caller holds the expression itself.
 inline void set_field(PyObject*& field, nb::object value) {
     PyObject* old = field;
     field = value.release().ptr();
@@ -80,6 +90,9 @@ void append_to_list(PyObject* list, PyObject* item);
 
 /// list(other), for a list
 nb::object copy_list(PyObject* other);
+
+/// A LinExpr whose lists match in length; ValueError where they don't.
+LinExprObject* with_matching_lists(LinExprObject* le);
 
 /// le += other, field by field: constants added, the terms of `other` behind those of `le`,
 /// unmerged. `other.cont_ref` must be None.

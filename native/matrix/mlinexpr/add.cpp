@@ -176,18 +176,16 @@ static nb::object _iadd_compact_var(nb::handle self, nb::handle other) {
 
 static nb::object _iadd_compact_linexpr(nb::handle self, nb::handle other) {
     if (!is_plain_linexpr(other.ptr())) other.attr("_flatten")();
-    LinExprObject* le = as_linexpr(other.ptr());
-    if (PyList_GET_SIZE(le->coeffs) != PyList_GET_SIZE(le->vars))
-        raise(PyExc_ValueError, "the term lists of a LinExpr have come to differ in length");
+    LinExprObject* le = with_matching_lists(as_linexpr(other.ptr()));
     std::vector<double> coeffs;
     for (Py_ssize_t k = 0; k < PyList_GET_SIZE(le->coeffs); ++k)
-        coeffs.push_back(PyFloat_AsDouble(PyList_GET_ITEM(le->coeffs, k)));
-    if (PyErr_Occurred()) throw nb::python_error();
-    nb::object x = names::MVar().attr("fromlist")(nb::handle(le->vars));
+        coeffs.push_back(coefficient(PyList_GET_ITEM(le->coeffs, k)));
+    const double constant = le->constant;
+    nb::object x = names::MVar().attr("fromlist")(copy_list(le->vars));
     const Py_ssize_t rows = leading_adim(self), columns = static_cast<Py_ssize_t>(coeffs.size());
     nb::object A;
     if (rows > 0 && columns > 0) A = sparse::repeated_row(coeffs.data(), columns, rows);
-    add_to_const(self, nb::float_(le->constant));
+    add_to_const(self, nb::float_(constant));
     if (A.is_valid()) add_own_part(self, A, x);
     return nb::none();
 }

@@ -270,6 +270,8 @@ nb::object converted_elements(nb::handle self, const Conversion& convert) {
     const auto* constant = static_cast<const double*>(constants->buf);
     const Chunk out = {static_cast<char*>(elements->buf), sizeof(PyObject*)};
     const Py_ssize_t size = elements->len / elements->itemsize;
+    if (constants->len / constants->itemsize != size)
+        raise(PyExc_ValueError, "the constants of an expression have another size than its shape");
     GcPause pause;
     if (!part.A.is_valid()) {
         for (Py_ssize_t i = 0; i < size; ++i)

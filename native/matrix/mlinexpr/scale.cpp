@@ -65,7 +65,7 @@ nb::object scaled_list(PyObject* coeffs, double value) {
     const Py_ssize_t size = PyList_GET_SIZE(coeffs);
     nb::object result = checked(PyList_New(size));
     for (Py_ssize_t k = 0; k < size; ++k) {
-        nb::float_ scaled(as_double(PyList_GET_ITEM(coeffs, k)) * value);
+        nb::float_ scaled(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
         PyList_SET_ITEM(result.ptr(), k, scaled.release().ptr());
     }
     return result;

@@ -66,6 +66,9 @@ Info unpacked(nb::handle info) {
     raise(PyExc_AttributeError, text, site);
 }
 
+/// Whether the values of an attribute are texts, of one character or of any number.
+bool holds_texts(nb::handle type) { return equal(type, 0) || equal(type, 3); }
+
 /// The element type of the array that `getAttr` gives; invalid for an unknown type code.
 nb::object result_dtype(nb::handle np, nb::handle type) {
     if (equal(type, 0)) return nb::str("U1");
@@ -127,8 +130,12 @@ nb::object as_float(nb::handle value) { return checked(PyNumber_Float(value.ptr(
     raise(PyExc_AttributeError, "Shape mismatch", site);
 }
 
-nb::object flat_array(nb::handle np, nb::handle self, nb::handle value) {
-    if (equal(value.attr("size"), 1)) return repeated(np, self, as_float(value.attr("item")()));
+nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::handle datatype) {
+    if (equal(value.attr("size"), 1)) {
+        nb::object item = value.attr("item")();
+        const bool text = PyUnicode_Check(item.ptr()) && holds_texts(datatype);
+        return repeated(np, self, text ? item : as_float(item));
+    }
     if (!equal(value.attr("shape"), self.attr("shape"))) refuse_shape();
     return checked(PySequence_List(nb::object(value.attr("flat")).ptr()));
 }
@@ -148,15 +155,17 @@ nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self
     return list;
 }
 
-/// The value of each element, from a value as users give it to `setAttr`.
-nb::object flat_values(const HandleClass& type, nb::handle np, nb::handle self, nb::handle value) {
+/// The value of each element, from a value as users give it to `setAttr`; `datatype` is the
+/// attribute's.
+nb::object flat_values(const HandleClass& type, nb::handle np, nb::handle self, nb::handle value,
+                       nb::handle datatype) {
     if (truth(names::_isstr()(value))) {
         if (type.repeats_by_product) return repeated(np, self, nb::borrow(value));
         nb::list list;
         list.append(value);
         return list * self.attr("size");
     }
-    if (is_ndarray(np, value)) return flat_array(np, self, value);
+    if (is_ndarray(np, value)) return flat_array(np, self, value, datatype);
     if (is_scalar(value)) return repeated(np, self, as_float(value));
     if (is_a(value, names::Iterable)) return flat_iterable(type, np, self, value);
     raise(PyExc_AttributeError, "Use scalar or ndarray to set attribute");
@@ -239,7 +248,7 @@ nb::object setAttr(const HandleClass& type, nb::handle self, nb::handle attrname
     Info info = unpacked(found);
     if (!equal(info.kind, type.kind)) refuse(type.refused_set, attrname, "'");
     if (equal(info.settable, 0)) refuse("Attribute '", attrname, "' cannot be set");
-    nb::object values = flat_values(type, np, self, value);
+    nb::object values = flat_values(type, np, self, value, info.type);
     names::_settypedattrlist()(self, attrname, info.type, indices_of(type, self), values);
     return nb::none();
 }

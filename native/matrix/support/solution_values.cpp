@@ -7,86 +7,140 @@
 
 namespace taviropy {
 
-bool SolutionValues::note_variables(PyObject* vars, PyObject* coeffs) {
-    if (PyList_GET_SIZE(vars) != PyList_GET_SIZE(coeffs)) return false;
-    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(vars); ++k) {
-        nb::object variable = nb::borrow(PyList_GET_ITEM(vars, k));
-        if (!places_.try_emplace(variable.ptr(), places_.size()).second) continue;
-        variables_.append(variable);
-        nb::object model = variable.attr("_cmodel");
-        if (!model_.is_valid()) model_ = model;
-        if (!model.is(model_)) return false;
-    }
-    return true;
+namespace {
+
+/// What the reader of coefficients and variables says, without its exception: the expression's own
+/// method is going to raise it.
+bool quietly(bool sound) {
+    if (!sound) PyErr_Clear();
+    return sound;
+}
+
+PyTypeObject* var_type() { return reinterpret_cast<PyTypeObject*>(names::Var().ptr()); }
+
+}  // namespace
+
+SolutionValues::Place SolutionValues::place_of(PyObject* var) {
+    auto [entry, is_new] = places_.try_emplace(var, places_.size());
+    if (is_new) variables_.append(nb::handle(var));
+    return entry->second;
 }
 
 bool SolutionValues::note_linear(PyObject* linear) {
     if (!is_plain_linexpr(linear)) return false;
     auto* le = reinterpret_cast<LinExprObject*>(linear);
-    return note_variables(le->vars, le->coeffs);
+    if (!quietly(check_lengths("LinExpr", le->coeffs, le->vars))) return false;
+    PyTypeObject* type = var_type();
+    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(le->coeffs); ++k) {
+        PyObject* var = PyList_GET_ITEM(le->vars, k);
+        double coeff;
+        if (!quietly(read_coefficient(PyList_GET_ITEM(le->coeffs, k), coeff) &&
+                     check_variable(var, type)))
+            return false;
+        linear_.push_back({coeff, place_of(var)});
+    }
+    return true;
+}
+
+bool SolutionValues::note_quadratic(QuadExprObject* qe) {
+    if (!quietly(check_lengths("QuadExpr", qe->coeffs, qe->vars1, qe->vars2))) return false;
+    PyTypeObject* type = var_type();
+    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(qe->coeffs); ++k) {
+        PyObject *var1 = PyList_GET_ITEM(qe->vars1, k), *var2 = PyList_GET_ITEM(qe->vars2, k);
+        double coeff;
+        if (!quietly(read_coefficient(PyList_GET_ITEM(qe->coeffs, k), coeff) &&
+                     check_variable(var1, type) && check_variable(var2, type)))
+            return false;
+        quadratic_.push_back({coeff, place_of(var1), place_of(var2)});
+    }
+    return true;
 }
 
 bool SolutionValues::note(PyObject* element) {
-    if (!element || Py_TYPE(element) != quadexpr_type()) return note_linear(element);
-    auto* qe = reinterpret_cast<QuadExprObject*>(element);
-    return qe->cont_ref == Py_None && note_linear(qe->linear) &&
-           note_variables(qe->vars1, qe->coeffs) && note_variables(qe->vars2, qe->coeffs);
+    PyObject* linear = element;
+    if (element && Py_TYPE(element) == quadexpr_type()) {
+        auto* qe = reinterpret_cast<QuadExprObject*>(element);
+        if (qe->cont_ref != Py_None || !note_quadratic(qe)) return false;
+        linear = qe->linear;
+    }
+    if (!note_linear(linear)) return false;
+    const double constant = reinterpret_cast<LinExprObject*>(linear)->constant;
+    expressions_.push_back({constant, linear_.size(), quadratic_.size()});
+    return true;
 }
 
-void SolutionValues::read() {
-    if (places_.empty()) return;
+bool SolutionValues::is_of_one_model() const {
+    nb::object model;
+    for (nb::handle variable : variables_) {
+        nb::object own = variable.attr("_cmodel");
+        if (!model.is_valid()) model = own;
+        if (!own.is(model)) return false;
+    }
+    return true;
+}
+
+bool SolutionValues::read() {
+    if (places_.empty()) return true;
+    if (!is_of_one_model()) return false;
     nb::object np = import_numpy();
     nb::object x = names::MVar().attr("fromlist")(variables_);
     nb::object X = np.attr("ascontiguousarray")(nb::getattr(x, "X"), nb::getattr(np, "float64"));
     ArrayBuffer buffer;
     if (!buffer.acquire(X, PyBUF_C_CONTIGUOUS)) throw nb::python_error();
     auto* data = static_cast<const double*>(buffer->buf);
-    values_.assign(data, data + places_.size());
+    values_.assign(data, data + buffer->len / buffer->itemsize);
+    if (values_.size() != places_.size())
+        raise(PyExc_RuntimeError, std::to_string(places_.size()) + " variables gave " +
+                                      std::to_string(values_.size()) + " values");
+    return true;
 }
 
-double SolutionValues::value_of(PyObject* vars, Py_ssize_t k) const {
-    auto found = k < PyList_GET_SIZE(vars) ? places_.find(PyList_GET_ITEM(vars, k)) : places_.end();
-    if (found == places_.end())
-        raise(PyExc_RuntimeError, "an expression has changed while its value was computed");
-    return values_[found->second];
-}
-
-double SolutionValues::evaluate_linear(LinExprObject* le) const {
-    double value = le->constant;
-    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(le->coeffs); ++k)
-        value += as_double(PyList_GET_ITEM(le->coeffs, k)) * value_of(le->vars, k);
-    return value;
-}
-
-double SolutionValues::evaluate(PyObject* element) const {
-    if (is_linexpr(element)) return evaluate_linear(as_linexpr(element));
-    QuadExprObject* qe = as_quadexpr(element);
-    double value = evaluate_linear(as_linexpr(qe->linear));
-    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(qe->coeffs); ++k) {
-        double coefficient = as_double(PyList_GET_ITEM(qe->coeffs, k));
-        value += coefficient * value_of(qe->vars1, k) * value_of(qe->vars2, k);
+double SolutionValues::value(std::size_t number) const {
+    const Expression& expression = expressions_[number];
+    std::size_t k = number ? expressions_[number - 1].linear_end : 0;
+    double value = expression.constant;
+    for (; k < expression.linear_end; ++k) value += linear_[k].coeff * values_[linear_[k].var];
+    k = number ? expressions_[number - 1].quadratic_end : 0;
+    for (; k < expression.quadratic_end; ++k) {
+        const Quadratic& term = quadratic_[k];
+        value += term.coeff * values_[term.var1] * values_[term.var2];
     }
     return value;
 }
 
+/// Notes all elements; each gets its number in the place of its value. False where one can't be.
+static bool note_all(SolutionValues& solution, nb::handle elements, nb::handle numbers) {
+    static const WalkFlags flags = {
+        "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
+    bool noted = true;
+    walk<2>(flags, {elements, numbers}, [&](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; noted && k < size; ++k) {
+            chunks[1].number(k) = static_cast<double>(solution.size());
+            noted = solution.note(chunks[0][k]);
+        }
+    });
+    return noted;
+}
+
 nb::object values_of_elements(nb::handle np, nb::handle elements) {
-    static const WalkFlags note_flags = {
-        "refs_ok external_loop buffered zerosize_ok", {"readonly"}, "O"};
+    static const WalkFlags number_flags = {
+        "refs_ok external_loop buffered zerosize_ok", {"readwrite"}, "d"};
     static const WalkFlags value_flags = {
         "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
-    SolutionValues solution;
-    bool noted = true;
-    walk<1>(note_flags, {elements}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; noted && k < size; ++k) noted = solution.note(chunks[0][k]);
-    });
-    if (noted) solution.read();
     nb::object result = np.attr("empty")(nb::getattr(elements, "shape"));
+    SolutionValues solution;
+    if (note_all(solution, elements, result) && solution.read()) {
+        walk<1>(number_flags, {result}, [&](const auto& chunks, Py_ssize_t size) {
+            for (Py_ssize_t k = 0; k < size; ++k) {
+                double& slot = chunks[0].number(k);
+                slot = solution.value(static_cast<std::size_t>(slot));
+            }
+        });
+        return result;
+    }
     walk<2>(value_flags, {elements, result}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object element = chunks[0].element(k);
-            chunks[1].number(k) =
-                noted ? solution.evaluate(element.ptr()) : as_double(element.attr("getValue")());
-        }
+        for (Py_ssize_t k = 0; k < size; ++k)
+            chunks[1].number(k) = as_double(chunks[0].element(k).attr("getValue")());
     });
     return result;
 }

@@ -10,29 +10,49 @@
 
 namespace taviropy {
 
-/// The values at the solution of the variables of some expressions, read in one go: first all
-/// expressions are noted, then the values are read, then the expressions are evaluated.
+/// The values at the solution of some expressions, whose variables are read in one go. All terms
+/// are copied first, and no code of the user runs meanwhile: what it changes later on, while the
+/// variables are read, changes no value here.
 class SolutionValues {
   public:
-    /// Takes note of the variables of a LinExpr or QuadExpr. False where it is of another class or
-    /// has terms outstanding, or where the variables aren't of one model: then its own `getValue`
-    /// has to be asked.
+    /// Copies the terms of a LinExpr or QuadExpr. False where it is of another class, has terms
+    /// outstanding or unsound lists: then its own `getValue` has to be asked.
     bool note(PyObject* element);
-    /// Reads the attribute X of all variables; throws what that raises.
-    void read();
-    /// The value of an element that was noted: constant and linear terms, then quadratic terms, in
-    /// stored order.
-    double evaluate(PyObject* element) const;
+    /// How many expressions were noted.
+    std::size_t size() const { return expressions_.size(); }
+    /// Reads the attribute X of all variables; throws what that raises. False where they aren't of
+    /// one model.
+    bool read();
+    /// The value of an expression by its number: constant and linear terms, then quadratic terms,
+    /// in stored order.
+    double value(std::size_t number) const;
 
   private:
-    bool note_linear(PyObject* linear);
-    bool note_variables(PyObject* vars, PyObject* coeffs);
-    double evaluate_linear(LinExprObject* le) const;
-    double value_of(PyObject* vars, Py_ssize_t k) const;
+    using Place = std::size_t;
+    struct Linear {
+        double coeff;
+        Place var;
+    };
+    struct Quadratic {
+        double coeff;
+        Place var1, var2;
+    };
+    /// Its terms end where those of the next expression begin.
+    struct Expression {
+        double constant;
+        std::size_t linear_end, quadratic_end;
+    };
 
-    std::unordered_map<PyObject*, std::size_t> places_;
+    bool note_linear(PyObject* linear);
+    bool note_quadratic(QuadExprObject* qe);
+    Place place_of(PyObject* var);
+    bool is_of_one_model() const;
+
+    std::unordered_map<PyObject*, Place> places_;
     nb::list variables_;
-    nb::object model_;
+    std::vector<Linear> linear_;
+    std::vector<Quadratic> quadratic_;
+    std::vector<Expression> expressions_;
     std::vector<double> values_;
 };
 

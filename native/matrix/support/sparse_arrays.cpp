@@ -6,6 +6,7 @@
 
 #include "support/errors.hpp"
 #include "support/imports.hpp"
+#include "support/numbers.hpp"
 
 namespace taviropy::sparse {
 
@@ -35,13 +36,14 @@ nb::object as_int64(nb::handle array) {
 }  // namespace
 
 bool IndexArray::acquire(nb::handle array) {
-    array_ = viewed_ = nb::borrow(array);
-    if (!view_.acquire(array, kContiguous) || !holds_index(view_)) {
+    auto np = import_numpy();
+    if (!is_ndarray(np, array)) return false;
+    array_ = viewed_ = plain_array(np, array);
+    if (!view_.acquire(array_, kContiguous) || !holds_index(view_)) {
         view_.release();
-        if (!is_ndarray(import_numpy(), array)) return false;
-        std::string kind = text_of(array.attr("dtype").attr("kind"));
+        std::string kind = text_of(array_.attr("dtype").attr("kind"));
         if (kind != "i" && kind != "u") return false;
-        viewed_ = as_int64(array);
+        viewed_ = as_int64(array_);
         if (!view_.acquire(viewed_, kContiguous)) return false;
     }
     wide_ = view_->itemsize == 8;
@@ -62,9 +64,11 @@ void IndexArray::unify(IndexArray& a, IndexArray& b) {
 }
 
 bool DataArray::acquire(nb::handle array) {
-    array_ = viewed_ = nb::borrow(array);
-    bool contiguous = view_.acquire(array, kContiguous);
-    if (contiguous || view_.acquire(array, PyBUF_STRIDES | PyBUF_FORMAT)) {
+    auto np = import_numpy();
+    if (!is_ndarray(np, array)) return false;
+    array_ = viewed_ = plain_array(np, array);
+    bool contiguous = view_.acquire(array_, kContiguous);
+    if (contiguous || view_.acquire(array_, PyBUF_STRIDES | PyBUF_FORMAT)) {
         ndim_ = view_->ndim;
         length_ = ndim_ > 0 ? view_->shape[0] : 1;
         real_ = is_real_format(view_);
@@ -72,9 +76,8 @@ bool DataArray::acquire(nb::handle array) {
         return true;
     }
     // A dtype that no buffer can tell, such as datetime64.
-    if (!is_ndarray(import_numpy(), array)) return false;
-    ndim_ = nb::cast<int>(array.attr("ndim"));
-    length_ = ndim_ > 0 ? nb::cast<Py_ssize_t>(array.attr("shape")[0]) : 1;
+    ndim_ = nb::cast<int>(array_.attr("ndim"));
+    length_ = ndim_ > 0 ? nb::cast<Py_ssize_t>(array_.attr("shape")[0]) : 1;
     return true;
 }
 

@@ -29,7 +29,8 @@ inline bool needs_wide(std::initializer_list<Py_ssize_t> values) {
 /// integer types and layouts are viewed through a copy.
 class IndexArray {
   public:
-    /// False where it is no integer array.
+    /// False where it is no ndarray of integers. What is viewed is NumPy's own class, so that no
+    /// code of the user runs here and later.
     bool acquire(nb::handle array);
     bool wide() const { return wide_; }
     int ndim() const { return view_->ndim; }
@@ -58,7 +59,7 @@ class IndexArray {
 /// The values of a matrix, of any dtype.
 class DataArray {
   public:
-    /// False where it is no array.
+    /// False where it is no ndarray; else as with indices.
     bool acquire(nb::handle array);
     int ndim() const { return ndim_; }
     Py_ssize_t length() const { return length_; }  ///< extent of the first axis
@@ -88,7 +89,15 @@ struct Compressed {
     IndexArray indptr, indices;
     DataArray data;
 
-    Compressed(nb::handle A, const char* format);
+    struct Later {};
+
+    Compressed(nb::handle A, const char* format) : Compressed(A, format, Later()) { check(A); }
+    /// The views alone, and the extents. Reading a matrix may run code of the user, which may
+    /// change the arrays of another one: where several are needed, `check` follows when all are
+    /// viewed.
+    Compressed(nb::handle A, const char* format, Later);
+    /// Finds the arrays sound and counts the stored entries; `A` is named in errors.
+    void check(nb::handle A);
     bool wide() const { return indices.wide(); }
     bool has_spare() const { return indices.size() != nnz || data.length() != nnz; }
 };

@@ -44,7 +44,11 @@ struct Block {
     std::vector<Py_ssize_t> columns;  ///< of a repeated row
     std::vector<double> values;
 
-    Block(nb::handle np, const Beside& part) : c(part.A, "csr"), repeated(part.repeated) {
+    explicit Block(const Beside& part)
+        : c(part.A, "csr", Compressed::Later()), repeated(part.repeated) {}
+    /// Finds the matrix sound, when all of a stack are viewed.
+    void check(nb::handle np, const Beside& part) {
+        c.check(part.A);
         if (repeated) take_row(c.data.doubles(np));
     }
     void check_rows(Py_ssize_t rows) const {
@@ -152,7 +156,8 @@ nb::object hstack(const std::vector<Beside>& parts, Py_ssize_t rows) {
     auto np = import_numpy();
     auto sp = import_sparse();
     std::deque<Block> blocks;
-    for (const Beside& part : parts) blocks.emplace_back(np, part);
+    for (const Beside& part : parts) blocks.emplace_back(part);
+    for (std::size_t k = 0; k < parts.size(); ++k) blocks[k].check(np, parts[k]);
     if (!blocks.front().repeated) rows = blocks.front().c.major;
     for (const Block& block : blocks) block.check_rows(rows);
     return stack(np, sp, blocks, rows);
@@ -198,17 +203,20 @@ static nb::object flat_doubles(nb::handle np, nb::handle array, bool first_row_i
 
 void scale_rows(nb::handle A, nb::handle factors) {
     auto np = import_numpy();
-    Compressed c(A, "csr");
+    Compressed c(A, "csr", Compressed::Later());
     ArrayBuffer data, scale;
     constexpr int flags = PyBUF_C_CONTIGUOUS | PyBUF_FORMAT;
-    nb::object array = A.attr("data");
     bool usable = factors.type().is(np.attr("ndarray")) && scale.acquire(factors, flags);
-    if (!usable || !scale.holds('d'))
-        scale.acquire(flat_doubles(np, factors, c.indptr[1] == c.indptr[0]), flags);
+    if (!usable || !scale.holds('d')) {
+        const bool first_row_is_empty = c.indptr.size() > 1 && c.indptr[1] == c.indptr[0];
+        if (!scale.acquire(flat_doubles(np, factors, first_row_is_empty), flags))
+            throw nb::python_error();
+    }
+    c.check(A);
     if (scale->len / scale->itemsize < c.major)
         raise(PyExc_IndexError, std::to_string(scale->len / scale->itemsize) + " factors for " +
                                     std::to_string(c.major) + " rows");
-    if (!data.acquire(array, PyBUF_C_CONTIGUOUS | PyBUF_FORMAT | PyBUF_WRITABLE) ||
+    if (!data.acquire(c.data.array(), PyBUF_C_CONTIGUOUS | PyBUF_FORMAT | PyBUF_WRITABLE) ||
         !data.holds('d'))
         raise(PyExc_ValueError, "the entries of the matrix are no writable array of float64");
     auto* values = static_cast<double*>(data->buf);

@@ -145,7 +145,17 @@ void check_dia(nb::handle A) {
             refuse(A, "offset " + std::to_string(offset) + " lies outside of any matrix");
 }
 
+/// Whether an object is read as a number without code of the user, which could change what is being
+/// walked, here or within SciPy: a number of Python or NumPy, and no class that was made by Python
+/// code.
+bool is_plain_number(nb::handle number) {
+    return PyLong_Check(number.ptr()) || PyFloat_Check(number.ptr()) ||
+           PyComplex_Check(number.ptr()) ||
+           !PyType_HasFeature(Py_TYPE(number.ptr()), Py_TPFLAGS_HEAPTYPE);
+}
+
 bool is_index(nb::handle index, Py_ssize_t bound) {
+    if (!is_plain_number(index)) return false;
     Py_ssize_t value = PyNumber_AsSsize_t(index.ptr(), PyExc_OverflowError);
     if (value == -1 && PyErr_Occurred()) PyErr_Clear();
     return value >= 0 && value < bound;
@@ -173,10 +183,15 @@ void check_lil(nb::handle A) {
             refuse(A, std::string("rows") + at + " and data" + at + " have different lengths, " +
                           std::to_string(nb::len(columns)) + " and " +
                           std::to_string(nb::len(values)));
-        for (std::size_t k = 0; k < nb::len(columns); ++k)
-            if (!is_index(columns[k], width))
-                refuse(A, std::string("rows") + at + "[" + std::to_string(k) +
-                              "] = " + text_of(nb::repr(columns[k])) + ", " + range_text(width));
+        for (std::size_t k = 0; k < nb::len(columns); ++k) {
+            nb::object column = columns[k], value = values[k];
+            const std::string place = at + "[" + std::to_string(k) + "]";
+            if (!is_index(column, width))
+                refuse(A, "rows" + place + " = " + text_of(nb::repr(column)) + ", " +
+                              range_text(width));
+            if (!is_plain_number(value))
+                refuse(A, "data" + place + " is no number but " + class_name(value));
+        }
     }
 }
 
@@ -204,13 +219,18 @@ nb::object take_coo(DataArray& data, nb::handle A, std::size_t ndim) {
     return coords;
 }
 
-void take_coordinate(IndexArray& index, nb::handle A, nb::handle coords, int axis,
-                     Py_ssize_t stored) {
-    const std::string name = "coords[" + std::to_string(axis) + "]";
-    take_indices(index, A, coords[axis], name.c_str());
+std::string coordinate_name(int axis) { return "coords[" + std::to_string(axis) + "]"; }
+
+void take_coordinate(IndexArray& index, nb::handle A, nb::handle coords, int axis) {
+    take_indices(index, A, coords[axis], coordinate_name(axis).c_str());
+}
+
+void check_coordinate(const IndexArray& index, nb::handle A, int axis, Py_ssize_t stored,
+                      Py_ssize_t extent) {
+    const std::string name = coordinate_name(axis);
     if (index.size() != stored)
         refuse(A, length_text(name.c_str(), index.size()) + ", but " + length_text("data", stored));
-    check_range(A, index, stored, extent(shape_of(A), axis), name.c_str());
+    check_range(A, index, stored, extent, name.c_str());
 }
 
 void check_coo(nb::handle A) {
@@ -218,8 +238,11 @@ void check_coo(nb::handle A) {
     DataArray data;
     nb::object coords = take_coo(data, A, ndim);
     for (std::size_t axis = 0; axis < ndim; ++axis) {
+        const int number = static_cast<int>(axis);
+        const Py_ssize_t length = extent(shape_of(A), number);
         IndexArray index;
-        take_coordinate(index, A, coords, static_cast<int>(axis), data.length());
+        take_coordinate(index, A, coords, number);
+        check_coordinate(index, A, number, data.length(), length);
     }
 }
 
@@ -234,7 +257,7 @@ nb::object without_spare(nb::handle A, const Compressed& c) {
 
 }  // namespace
 
-Compressed::Compressed(nb::handle A, const char* format) {
+Compressed::Compressed(nb::handle A, const char* format, Later) {
     const std::string_view kind(format);
     nb::object shape = shape_of(A);
     const bool flat = nb::len(shape) == 1;  // a csr_array of one axis is stored as one row
@@ -252,13 +275,16 @@ Compressed::Compressed(nb::handle A, const char* format) {
     }
     take_indices(indptr, A, A.attr("indptr"), "indptr");
     take_indices(indices, A, A.attr("indices"), "indices");
+    IndexArray::unify(indptr, indices);
+}
+
+void Compressed::check(nb::handle A) {
     if (indices.size() != data.length())
         refuse(A, length_text("indices", indices.size()) + ", but " +
                       length_text("data", data.length()));
     check_indptr(A, indptr, major, indices.size());
     nnz = indptr[major];
     check_range(A, indices, nnz, minor, "indices");
-    IndexArray::unify(indptr, indices);
 }
 
 Triplets::Triplets(nb::handle A) {
@@ -267,8 +293,10 @@ Triplets::Triplets(nb::handle A) {
     cols = extent(shape, 1);
     nb::object coords = take_coo(data, A, 2);
     nnz = data.length();
-    take_coordinate(row, A, coords, 0, nnz);
-    take_coordinate(col, A, coords, 1, nnz);
+    take_coordinate(row, A, coords, 0);
+    take_coordinate(col, A, coords, 1);
+    check_coordinate(row, A, 0, nnz, rows);
+    check_coordinate(col, A, 1, nnz, cols);
     IndexArray::unify(row, col);
 }
 

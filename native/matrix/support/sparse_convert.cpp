@@ -99,13 +99,15 @@ nb::object csr_from_transpose(nb::handle np, nb::handle sp, const Kind& kind, Co
     });
 }
 
-/// `transposed` swaps rows and columns on the way. An invalid object where SciPy has to add up
-/// duplicates, in the arithmetic of another dtype.
-nb::object csr_from_coo(nb::handle np, nb::handle sp, nb::handle A, const Kind& kind, Triplets& t,
+/// `transposed` swaps rows and columns on the way. An invalid object where the numbers aren't real,
+/// and where SciPy has to add up duplicates, in the arithmetic of another dtype.
+nb::object csr_from_coo(nb::handle np, nb::handle sp, nb::handle A, const Kind& kind,
                         bool transposed) {
+    const bool canonical = !transposed && truth(A.attr("has_canonical_format"));
+    Triplets t(A);
+    if (!t.data.is_real()) return nb::object();
     const IndexArray &row = transposed ? t.col : t.row, &col = transposed ? t.row : t.col;
     const Py_ssize_t rows = transposed ? t.cols : t.rows, cols = transposed ? t.rows : t.cols;
-    const bool canonical = !transposed && truth(A.attr("has_canonical_format"));
     const bool is_double = t.data.is_double();
     const bool wide =
         t.nnz > 0 ? stays_wide(kind, t.wide(), {t.nnz, rows, cols}) : needs_wide({rows, cols});
@@ -223,10 +225,22 @@ nb::object coo_from_dense(nb::handle np, nb::handle sp, const Dense& dense) {
     });
 }
 
+/// Whether the entries are objects in an array, whose conversion runs code of theirs.
+bool holds_objects(nb::handle A) {
+    nb::object data = nb::getattr(A, "data", nb::none());
+    nb::object dtype = nb::getattr(data, "dtype", nb::none());
+    return !dtype.is_none() && text_of(dtype.attr("kind")) == "O" && nb::hasattr(A, "astype");
+}
+
 /// What SciPy makes of a matrix that isn't of a layout known here.
 nb::object converted(nb::handle np, nb::handle type, nb::handle A, bool copy) {
     refuse_complex(A);
-    return type(sound(A), "dtype"_a = nb::getattr(np, "float64"), "copy"_a = copy);
+    nb::object checked_matrix = sound(A), float64 = np.attr("float64");
+    // Objects become numbers first, and the matrix is looked at again, before SciPy walks it.
+    if (is_sparse(import_sparse(), A) && holds_objects(A) &&
+        text_of(A.attr("format")) != std::string("lil"))
+        checked_matrix = sound(checked_matrix.attr("astype")(float64));
+    return type(checked_matrix, "dtype"_a = float64, "copy"_a = copy);
 }
 
 }  // namespace
@@ -243,8 +257,7 @@ nb::object to_csr(nb::handle A, bool copy) {
         Compressed c(A, "csc");
         if (c.data.is_real()) return csr_from_transpose(np, sp, kind, c);
     } else if (kind.format == Format::coo && nb::len(nb::object(A.attr("shape"))) == 2) {
-        Triplets t(A);
-        nb::object made = t.data.is_real() ? csr_from_coo(np, sp, A, kind, t, false) : nb::object();
+        nb::object made = csr_from_coo(np, sp, A, kind, false);
         if (made.is_valid()) return made;
     } else if (Dense dense; dense.acquire(np, A)) {
         return csr_from_dense(np, sp, dense, false);
@@ -263,13 +276,13 @@ nb::object transposed_to_csr(nb::handle A) {
         Compressed c(A, "csc");
         if (c.data.is_real()) return sorted_csr(np, sp, kind, c);
     } else if (kind.format == Format::coo) {
-        Triplets t(A);
-        nb::object made = t.data.is_real() ? csr_from_coo(np, sp, A, kind, t, true) : nb::object();
+        nb::object made = csr_from_coo(np, sp, A, kind, true);
         if (made.is_valid()) return made;
     } else if (Dense dense; dense.acquire(np, A)) {
         return csr_from_dense(np, sp, dense, dense.view->ndim == 2);
     }
     nb::object result = to_csr(sound(A).attr("T"), true);
+    check(result);
     result.attr("sort_indices")();
     return result;
 }

@@ -165,6 +165,7 @@ nb::object product(nb::handle left, nb::handle right) {
     }
     if (kind.format == Format::csr && c.data.is_double()) {
         Compressed factor(left, "csr");
+        c.check(right);  // once more: the left matrix may have run code of the user
         const bool wide = may_be_wide(factor.major, c.minor) || factor.wide() || c.wide();
         if (!wide && factor.data.is_real() && factor.minor == c.major)
             return csr_product<std::int32_t, std::int32_t>(np, sp, factor, c);
