@@ -2,6 +2,7 @@
 native code is walking over. The outcome may be an error, and is never a crash."""
 
 import gc
+import numbers
 from contextlib import suppress
 
 import numpy as np
@@ -28,6 +29,13 @@ class Acting:
 
     def __index__(self):
         return int(self.value())
+
+
+class ActingNumber(Acting):
+    """Taken for a number."""
+
+
+numbers.Number.register(ActingNumber)
 
 
 class ActingFloat(float):
@@ -154,6 +162,18 @@ def test_a_finalizer_of_a_coefficient_drops_what_is_being_changed(x, operation):
     del act
     e._mul(3.0) if operation == "_mul" else e._normalize()
     assert e.size() == 0
+
+
+@pytest.mark.parametrize("operation", [np.add, np.multiply, np.divide, np.power, np.less_equal])
+def test_a_number_that_takes_the_other_operand_out_of_its_array(x, operation):
+    expressions = np.empty(2, dtype=object)
+    factors = np.empty(2, dtype=object)
+    for k in range(2):
+        expressions[k] = x[k].item() + 0.0
+        factors[k] = ActingNumber(lambda: (expressions.fill(None), factors.fill(None)))
+    with suppress(TypeError):
+        operation(expressions, factors)
+    assert expressions[0] is None
 
 
 def test_an_index_that_clears_the_expression(x):

@@ -40,7 +40,7 @@ def test_the_class_is_a_plain_one(X):
     assert type(tv.MVar) is type and tv.MVar.__bases__ == (object,)
     assert tv.MVar.__array_priority__ == 100 and tv.MVar.__hash__ is None
     assert set(X.__dict__) == {"_vararr", "_cmodel"}
-    for name in ["__len__", "__iter__", "__setitem__", "__lt__", "__gt__", "__array_ufunc__"]:
+    for name in ["__len__", "__iter__", "__setitem__"]:
         assert name not in vars(tv.MVar)
 
 

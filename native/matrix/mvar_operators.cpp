@@ -61,7 +61,12 @@ nb::object rmul(nb::handle self, nb::handle other) {
     if (is_a(other, names::MVar))
         return names::MQuadExpr().attr("_from_mvar_times_mvar")(other, self);
     if (is_ndarray(np, other)) {
-        if (is_small(self, other)) return other * toexpr(self);
+        if (is_small(self, other)) {
+            nb::object expr = toexpr(self);
+            // What `other * expr` comes to, without the way through NumPy.
+            if (other.type().is(np.attr("ndarray"))) return expr.attr("__rmul__")(other);
+            return other * expr;
+        }
         nb::object products = other * self.attr("_vararr");
         return names::MLinExpr()(products);
     }
@@ -105,7 +110,7 @@ nb::object matmul(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     nb::object sp = import_sparse();
     if (is_ndarray(np, other) || is_sparse(sp, other))
-        return names::MLinExpr().attr("_from_matmul_left")("x"_a = self, "A"_a = other);
+        return names::MLinExpr().attr("_from_matmul_left")(self, other);
     if (is_a(other, names::MVar))
         return checked(PyNumber_MatrixMultiply(toexpr(self).ptr(), other.ptr()));
     if (is_scalar(other)) refuse_scalar();
@@ -116,7 +121,7 @@ nb::object rmatmul(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     nb::object sp = import_sparse();
     if (is_ndarray(np, other) || is_sparse(sp, other))
-        return names::MLinExpr().attr("_from_matmul_right")("A"_a = other, "x"_a = self);
+        return names::MLinExpr().attr("_from_matmul_right")(other, self);
     if (is_scalar(other)) refuse_scalar();
     return not_implemented();
 }

@@ -6,12 +6,19 @@ namespace taviropy {
 
 namespace {
 
+/// Two operands, held: NumPy passes those of an array without a reference of its own, and a number
+/// may take itself out of the array while it is asked for its value.
 struct Pair {
+    Ref held_left, held_right;
     Operand left, right;
     OperandKind highest;
 
     Pair(PyObject* l, PyObject* r)
-        : left(classify(l)), right(classify(r)), highest(std::max(left.kind, right.kind)) {}
+        : held_left(borrow(l)),
+          held_right(borrow(r)),
+          left(classify(l)),
+          right(classify(r)),
+          highest(std::max(left.kind, right.kind)) {}
     bool is_foreign() const {
         return left.kind == OperandKind::other || right.kind == OperandKind::other;
     }
@@ -83,6 +90,7 @@ Ref absolute(PyObject* self) { return unary_node(Op::abs, self); }
 }
 
 Ref compare(PyObject* self, PyObject* other, int operation) {
+    Ref held_self = borrow(self), held_other = borrow(other);  // as in a Pair
     const bool strict = operation == Py_LT || operation == Py_GT;
     if (classify(other).kind == OperandKind::other && (strict || !is_mnlexpr(other))) {
         if (!is_array_operand(other)) return not_implemented();

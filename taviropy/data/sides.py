@@ -128,6 +128,11 @@ def _side_of_data(core: ModelCore, operand: Any, unfilled: bool) -> Side | None:
         operand = _dense_array(operand)
     if isinstance(operand, _HIGHER):
         return None
+    if hasattr(operand, "to_numpy"):
+        raise TypeError(
+            f"A {type(operand).__name__} is no side of a constraint, where its index would count "
+            f"for nothing: give its numbers in order, by .to_numpy()"
+        )
     array = np.asarray(operand)
     masked = np.count_nonzero(getattr(operand, "mask", 0)) if isinstance(operand, np.ndarray) else 0
     if masked:

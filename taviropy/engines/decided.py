@@ -42,6 +42,7 @@ def _without_variables(view: View) -> Answer:
         view.offset,
         reduced_costs=np.empty(0),
         row_duals=np.zeros(view.row_count),
+        quadratic_duals=np.zeros(view.quadratic_count),
     )
 
 

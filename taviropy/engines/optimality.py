@@ -41,7 +41,7 @@ class ConvexProgram:
     @cached_property
     def units(self) -> Floats:
         """Powers of two by which the columns are stretched to bring their curvature near one."""
-        return scales(np.sqrt(self.hessian.diagonal()))
+        return scales(np.sqrt(abs(self.hessian.diagonal())))  # also of one that is not convex
 
     @cached_property
     def row_scales(self) -> Floats:

@@ -4,9 +4,10 @@ from contextlib import suppress
 
 import numpy as np
 import scipy.sparse as sp
+from agreement import Agreement
 from hypothesis import strategies as st
 from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, precondition, rule
-from judge import Answer, complaint, is_tame, wrong_slacks
+from judge import complaint, is_tame
 from shadow import DOOMED, GONE, PLACED, WAITING, Shadow, as_quadratic
 from writing import CHANGES, OPTIONS, REFUSED, TYPES, Block, Writer, numbers
 
@@ -17,14 +18,20 @@ WORLDS = (*TYPES, "lp", "mip")
 MANY = 16  # elements of a kind that are enough
 
 
-class Machine(RuleBasedStateMachine):
+class Machine(RuleBasedStateMachine, Agreement):
     """A model and its shadow. The statements that made the model are kept: they are a program."""
 
     last = None  # the machine that ran last: after a failure, the smallest one
     count = 0
+    trace = None  # path of a file that always holds the program so far, for crashes
 
-    @initialize(engine=st.sampled_from(("auto", "scip")), world=st.sampled_from(WORLDS), seed=SEEDS)
-    def begin(self, engine, world, seed):
+    @initialize(
+        engine=st.sampled_from(("auto", "scip")),
+        world=st.sampled_from(WORLDS),
+        seed=SEEDS,
+        more=st.integers(0, 5),
+    )
+    def begin(self, engine, world, seed, more):
         Machine.last, Machine.count = self, Machine.count + 1
         self.engine, self.world, self.lines = engine, world, []
         self.shadow = Shadow()
@@ -39,25 +46,30 @@ class Machine(RuleBasedStateMachine):
             "suppress": suppress,
         }
         self.answer = None  # of the last solve: X by number of the variable
-        self.is_changed = True
         self.do(f"m = tv.Model(engine={engine!r})")
         self.set_option("log", False)
         self.set_option("gap", 0.0)
         self.add_variables(seed)
+        steps = {
+            "qp": (self.set_objective, self.add_rows, self.add_quadratic_row),
+            "miqp": (self.set_objective, self.add_rows, self.add_quadratic_row),
+            "indicators": (self.add_indicator, self.add_rows, self.add_variables),
+        }.get(world, (self.add_rows, self.set_objective, self.add_variables))
+        for k in range(more):
+            steps[k % 3](seed=seed + k + 1)
 
     # Statements
 
     def do(self, text):
         """Run a statement and keep it."""
-        self.lines.append(text)
+        self.keep(text)
         exec(text, self.space)
 
-    def get(self, text):
-        """The value of an expression, or the TaviroError that it raises."""
-        try:
-            return eval(text, self.space)
-        except tv.TaviroError as error:
-            return error
+    def keep(self, text):
+        """Make a statement part of the program."""
+        self.lines.append(text)
+        if self.trace:
+            self.trace.write_text(self.script())
 
     def add(self, kind, text, numbers, is_matrix):
         """Run a statement that gives new handles."""
@@ -85,7 +97,8 @@ class Machine(RuleBasedStateMachine):
     def add_variables(self, seed):
         w = self.draw(seed)
         shape = w.pick((None, (2,), (3,), (3,), (4,), (2, 2), ()))
-        lb, ub, obj, vtype = w.columns(shape, TYPES[self.world])
+        types = "B" if self.world in ("indicators", "all") and w.chance(0.4) else TYPES[self.world]
+        lb, ub, obj, vtype = w.columns(shape, types)
         words, name = self.name()
         call = "addVar(" if shape is None else f"addMVar({shape}, "
         arguments = (
@@ -95,9 +108,10 @@ class Machine(RuleBasedStateMachine):
         self.add("variables", f"m.{call}{arguments}{words})", made, shape is not None)
 
     @precondition(lambda self: len(self.shadow.linear) < MANY)
-    @rule(seed=SEEDS, form=st.booleans())
-    def add_rows(self, seed, form):
-        drawn = self.draw(seed).comparison()
+    @rule(seed=SEEDS)
+    def add_rows(self, seed):
+        w = self.draw(seed)
+        form, drawn = w.chance(0.5), w.comparison()
         if drawn is None:
             return
         text, difference, sense, is_matrix = drawn
@@ -127,9 +141,10 @@ class Machine(RuleBasedStateMachine):
         self.add("quadratic", text, made, is_matrix)
 
     @precondition(lambda self: self.world in ("all", "indicators") and len(self.shadow.general) < 8)
-    @rule(seed=SEEDS, value=st.booleans())
-    def add_indicator(self, seed, value):
+    @rule(seed=SEEDS)
+    def add_indicator(self, seed):
         w = self.draw(seed)
+        value = bool(w.chance(0.5))
         table = self.shadow.variables
         binaries = [
             n
@@ -201,6 +216,17 @@ class Machine(RuleBasedStateMachine):
         table.set(attribute, found.numbers, values)
 
     @rule(seed=SEEDS)
+    def set_coefficients(self, seed):
+        w = self.draw(seed)
+        rows = w.selection(self.shadow.linear, self.blocks["linear"], WAITING, PLACED)
+        columns = w.selection(self.shadow.variables, self.blocks["variables"], *w.usable)
+        if rows is None or columns is None:
+            return
+        values = w.data((rows.numbers.size, columns.numbers.size))
+        self.do(f"m.setCoefficients({rows.text}, {columns.text}, {numbers(values)})")
+        self.shadow.set_coefficients(rows.numbers, columns.numbers, values)
+
+    @rule(seed=SEEDS)
     def remove(self, seed):
         w = self.draw(seed)
         kind = w.pick(("variables", "linear", "linear", "quadratic", "general"))
@@ -235,7 +261,7 @@ class Machine(RuleBasedStateMachine):
         if found is None:
             return
         text = text.format(x=found.text)
-        self.lines.append(f"with suppress(Exception): {text}")
+        self.keep(f"with suppress(Exception): {text}")
         try:
             exec(text, self.space)
         except (tv.TaviroError, TypeError, ValueError, AttributeError):
@@ -247,115 +273,39 @@ class Machine(RuleBasedStateMachine):
 
     # Solves
 
-    @rule(text=st.sampled_from(("m.load()", "m.update()")), seed=SEEDS)
-    def optimize(self, text, seed):
+    @rule(text=st.sampled_from(("m.load()", "m.update()")))
+    def load_and_optimize(self, text):
+        if not self.shadow.is_broken():
+            self.do(text)
+            self.shadow.update()
+        self.optimize()
+
+    @rule()
+    def optimize(self):
         shadow = self.shadow
         shadow.update()
         if shadow.is_broken():
-            self.lines.append("with suppress(tv.TaviroError): m.optimize()")
+            self.keep("with suppress(tv.TaviroError): m.optimize()")
             assert isinstance(self.get("m.optimize()"), tv.TaviroError), "a broken model is solved"
             return
         problem = shadow.problem()
+        self.check_coefficients(problem)
         if not is_tame(problem):
             self.do("m.update()")
             return
-        if self.draw(seed).chance(0.2):
-            self.do(text)
         self.do("m.optimize()")
-        answer = self._answer()
+        answer = self.answer_now()
         wrong = complaint(problem, answer)
         assert not wrong, f"{wrong} ({self.get('m.Engine')})"
         self.answer = answer, shadow.variables.placed()
-        if answer.x is not None:
-            self._check_slacks(problem, answer)
-
-    def _answer(self):
-        def read(text):
-            found = self.get(text)
-            return None if isinstance(found, tv.TaviroError) else found
-
-        quadratic = self.shadow.quadratic
-        duals = dict.fromkeys(quadratic.placed().tolist(), 0.0)
-        for text, number, _ in self.blocks["quadratic"]:
-            if quadratic.are(number, PLACED):
-                duals[int(number)] = read(f"float({text}.QDual)")
-        return Answer(
-            status=str(self.get("m.Status")),
-            objective=read("m.Objective"),
-            bound=read("m.Bound"),
-            x=read("m.getVars().X"),
-            slack=read("m.getConstrs().Slack"),
-            dual=read("m.getConstrs().Dual"),
-            reduced_costs=read("m.getVars().ReducedCost"),
-            quadratic_dual=np.array(list(duals.values())),
-        )
-
-    def _check_slacks(self, problem, answer):
-        linear, quadratic = self.shadow.linear, self.shadow.quadratic
-        wrong = wrong_slacks(
-            problem.rows @ answer.x, linear.at("RHS", linear.placed()).astype(float), answer.slack
-        )
-        assert not wrong, wrong
-        x = answer.x
-        values = [x @ square @ x + row @ x for square, row, *_ in problem.quadratics]
-        values = dict(zip(quadratic.placed().tolist(), values, strict=True))
-        for text, number, _ in self.blocks["quadratic"]:
-            if quadratic.are(number, PLACED):
-                right = quadratic.at("QRHS", number) - values[int(number)]
-                self.agree(f"round({text}.QSlack - {right!r}, 8)", 0.0)
+        if answer.status == "OPTIMAL":
+            self.check_slacks(problem, answer)
 
     # What must hold after each statement
 
     @invariant()
     def all_agrees(self):
         if Machine.last is self:
-            self._check_counts()
-            self._check_attributes()
-            self._check_last_solution()
-
-    def _check_counts(self):
-        shadow = self.shadow
-        for name, table in (
-            ("NumVars", shadow.variables), ("NumConstrs", shadow.linear),
-            ("NumQConstrs", shadow.quadratic), ("NumGenConstrs", shadow.general),
-        ):  # fmt: skip
-            self.agree(f"m.{name}", len(table.placed()))
-        self.agree("m.ObjSense", shadow.sense)
-        self.agree("m.ObjOffset", shadow.offset)
-        for name, value in shadow.options.items():
-            self.agree(f"m.getOption({name!r})", value)
-
-    def _check_attributes(self):
-        for kind, blocks in self.blocks.items():
-            table = getattr(self.shadow, kind)
-            for block in blocks:
-                if table.are(block.numbers, PLACED, DOOMED):
-                    for attribute in table.values:
-                        self.agree(f"{block.text}.{attribute}", table.at(attribute, block.numbers))
-                elif block.numbers.size:
-                    found = self.get(f"{block.text}.{table.name_attribute}")
-                    assert isinstance(found, tv.TaviroError), f"{block.text} is read: {found}"
-        for call, table in (("getVars", self.shadow.variables), ("getConstrs", self.shadow.linear)):
-            for attribute in table.values:
-                self.agree(f"m.{call}().{attribute}", table.at(attribute, table.placed()))
-
-    def _check_last_solution(self):
-        if self.answer is None or self.answer[0].x is None:
-            return
-        answer, solved = self.answer
-        known = dict(zip(solved.tolist(), answer.x, strict=True))
-        for block in self.blocks["variables"]:
-            if self.shadow.variables.are(block.numbers, PLACED, DOOMED):
-                flat = block.numbers.ravel().tolist()
-                found = self.get(f"{block.text}.X")
-                if all(number in known for number in flat):
-                    right = np.array([known[n] for n in flat]).reshape(block.numbers.shape)
-                    assert np.array_equal(found, right), f"{block.text}.X is {found}, was {right}"
-                else:
-                    assert isinstance(found, tv.TaviroError), f"{block.text}.X is {found}"
-
-    def agree(self, text, right):
-        found = self.get(text)
-        assert np.shape(found) == np.shape(right), f"{text} is {found!r}, right is {right!r}"
-        same = (found == right) | ((found != found) & (right != right))
-        assert np.all(same), f"{text} is {found!r}, right is {right!r}"
+            self.check_counts()
+            self.check_attributes()
+            self.check_last_solution()

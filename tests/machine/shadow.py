@@ -58,11 +58,12 @@ class Table:
 
     def placed(self):
         """The numbers of the elements in place, in order."""
-        return np.flatnonzero(np.isin(self.states, (PLACED, DOOMED)))
+        found = [n for n, state in enumerate(self.states) if state in (PLACED, DOOMED)]
+        return np.array(found, int)
 
     def are(self, numbers, *states):
         """Whether each of the elements is in one of the states."""
-        return bool(np.isin(np.array(self.states, int)[np.ravel(numbers)], states).all())
+        return all(self.states[number] in states for number in np.ravel(numbers).tolist())
 
 
 def spread(values, shape):
@@ -154,6 +155,13 @@ class Shadow:
         self.rows += list(difference.reshape(-1, difference.shape[-1]))
         rhs = 0.0 - difference[..., 0]
         return self.linear.add(shape if is_matrix else None, name, RHS=rhs, Sense=sense)
+
+    def set_coefficients(self, rows, columns, coefficients):
+        """Set coefficients of constraints: an array by row and column."""
+        for row, values in zip(np.ravel(rows), coefficients, strict=True):
+            affine = self.rows[row]
+            self.rows[row] = np.pad(affine, (0, 1 + len(self.variables) - len(affine)))
+            self.rows[row][np.ravel(columns) + 1] = values
 
     def add_squares(self, squares, shape, sense, name):
         """New quadratic constraints, each compared with zero; the shape of a lone one is None."""

@@ -2,7 +2,10 @@
 
 import os
 import sys
+import tempfile
 import time
+import warnings
+from pathlib import Path
 
 import hypothesis
 from hypothesis import HealthCheck, Phase, settings
@@ -35,8 +38,11 @@ def test_model_agrees_with_its_shadow():
 
 
 if __name__ == "__main__":
+    warnings.simplefilter("error")  # as it is under pytest
     fixed = 1 if os.environ.get("CI") == "true" else int(time.time())
     first = seed = int(os.environ.get("SEED", fixed))
+    Machine.trace = Path(tempfile.mkdtemp(prefix="machine-"), "program.py")
+    print(f"If this ends in a crash, {Machine.trace} is the program that crashed.", flush=True)
     end = time.monotonic() + float(sys.argv[1])
     while time.monotonic() < end:
         run(seed)

@@ -17,7 +17,7 @@ CHANGES = {
 }  # fmt: skip
 OPTIONS = (
     ("seed", 3), ("threads", 1), ("presolve", "off"), ("presolve", "on"), ("timeLimit", 20.0),
-    ("solver", "simplex"), ("presolving/maxrounds", 0), ("presolving/maxrounds", -1),
+    ("solver", "simplex"), ("separating/maxrounds", 0), ("separating/maxrounds", -1),
 )  # fmt: skip
 REFUSED = (
     "m.setObjective(nan)", "m.addVar(lb=nan)", "m.addMVar(2, vtype=['C', 'X'])",
@@ -204,6 +204,8 @@ class Writer:
             except ValueError:
                 return None
             text = f"({left.text}) {word} ({right.text})"
+            if right.is_matrix and not left.is_matrix:  # the matrix expression compares
+                difference, sense = -difference, {"<": ">", ">": "<", "=": "="}[sense]
             return text, difference, sense, left.is_matrix or right.is_matrix
         shape = left.shape if self.chance(0.6) else ()
         rhs = self.data(shape, 0.1) * self.pick((1.0, 2.0))

@@ -67,6 +67,16 @@ void add_traceback(const FunctionInfo& info) noexcept {
     Py_XDECREF(frame);
 }
 
+void refuse_pandas(nb::handle self, nb::handle other) {
+    nb::handle type = other.type();
+    if (!nb::hasattr(type, "__pandas_priority__") || !nb::hasattr(type, "to_numpy")) return;
+    PyErr_Format(
+        PyExc_TypeError,
+        "an %.100s takes no %.100s for an operand: give its numbers in order, by .to_numpy()",
+        Py_TYPE(self.ptr())->tp_name, Py_TYPE(other.ptr())->tp_name);
+    throw nb::python_error();
+}
+
 void FunctionInfo::parse(const char* owner, const char* signature, const char* first,
                          const char* text, Site where) {
     std::string_view whole(signature);

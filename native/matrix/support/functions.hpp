@@ -49,6 +49,10 @@ void add_traceback(const FunctionInfo& info) noexcept;
 /// Turns the C++ exception being handled into Python's.
 void translate_exception() noexcept;
 
+/// Raises TypeError where an operator declines a pandas object: pandas declines too, and Python's
+/// own error would not say what to do.
+void refuse_pandas(nb::handle self, nb::handle other);
+
 enum class Kind { Method, ClassMethod, StaticMethod };
 
 /// The C entry points of `Fn`, a function of so many handles.
@@ -66,9 +70,12 @@ struct Function<Fn, kind, nb::object (*)(Handles...)> {
     static PyObject* apply(PyObject* self, PyObject* const* args, std::index_sequence<I...>) {
         PyObject* result = nullptr;
         try {
-            if constexpr (bound)
-                result = Fn(nb::handle(self), nb::handle(args[I])...).release().ptr();
-            else
+            if constexpr (bound) {
+                nb::object given = Fn(nb::handle(self), nb::handle(args[I])...);
+                if constexpr (arity == 1)
+                    if (given.ptr() == Py_NotImplemented) refuse_pandas(self, args[0]);
+                result = given.release().ptr();
+            } else
                 result = Fn(nb::handle(args[I])...).release().ptr();
         } catch (...) {
             translate_exception();

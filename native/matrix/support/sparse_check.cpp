@@ -246,6 +246,16 @@ void check_coo(nb::handle A) {
     }
 }
 
+/// The class of SciPy's own for the format of a matrix of a class derived from it; invalid for a
+/// matrix of SciPy's own. Fields and methods of a derived class may run code of the user between
+/// the look at the arrays and SciPy's walk over them.
+nb::object base_class(nb::handle sp, nb::handle A, const std::string& format) {
+    nb::object matrix = sp.attr((format + "_matrix").c_str());
+    nb::object array = sp.attr((format + "_array").c_str());
+    if (A.type().is(matrix) || A.type().is(array)) return nb::object();
+    return is_instance(A, array) ? array : matrix;
+}
+
 /// The same matrix on arrays that end with its last stored entry. SciPy lets arrays be longer, but
 /// not all of its code copes with that.
 nb::object without_spare(nb::handle A, const Compressed& c) {
@@ -310,10 +320,22 @@ nb::object sound(nb::handle A) {
                                : kind.format == Format::csc ? "csc"
                                : kind.format == Format::coo ? "coo"
                                                             : text_of(A.attr("format"));
+    nb::object plain;  // not looked for where the class is known
     if (format == "csr" || format == "csc" || format == "bsr") {
+        if (kind.format == Format::other) plain = base_class(sp, A, format);
         Compressed c(A, format.c_str());
+        if (plain.is_valid())
+            return sound(plain(nb::make_tuple(c.data.array(), c.indices.array(), c.indptr.array()),
+                               "shape"_a = shape));
         if (c.has_spare()) return without_spare(A, c);
     } else if (format == "coo") {
+        if (kind.format == Format::other) plain = base_class(sp, A, format);
+        if (plain.is_valid() && nb::len(shape) == 2) {
+            Triplets t(A);
+            return plain(
+                nb::make_tuple(t.data.array(), nb::make_tuple(t.row.array(), t.col.array())),
+                "shape"_a = shape);
+        }
         check_coo(A);
     } else if (format == "dia") {
         check_dia(A);
