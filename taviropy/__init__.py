@@ -98,7 +98,8 @@ def read(path: "str | PathLike[str]") -> Model:
       Read a model from a file.
 
     ARGUMENTS:
-      path (str or path): an MPS or LP file, also gzipped (".mps.gz").
+      path (str or path): an MPS or LP file, by its ending ".mps" or ".lp", also packed (".gz" or
+        ".bz2" behind that).
 
     RETURN VALUE:
       A Model; getVars() and getConstrs() give its elements, getVarByName() a single one.
@@ -108,9 +109,20 @@ def read(path: "str | PathLike[str]") -> Model:
 
     NOTES:
       A row with two sides (a range) becomes a constraint of the sense "<" with the upper side as
-      its RHS; the lower side is kept until Sense of the row is set. FileNotFoundError for a
-      missing file, TaviroError for one that can't be read or that holds semi-continuous variables.
-    """
-    from .files.highs_files import read_file
+      its RHS; the lower side is kept until Sense of the row is set. A quadratic row or one behind
+      an indicator becomes two constraints instead. Bounds and sides from 1e20 on are infinite.
+      Names are those that the model had when write() made the file.
 
-    return read_file(path)
+      FileNotFoundError for a missing file, another OSError for one that can't be opened, and
+      TaviroError, with the number and the text of the line, for what can't be understood or what
+      a model can't hold: semi-continuous variables, special ordered sets. Texts are UTF-8, or
+      Latin-1 where they aren't.
+    """
+    from ._scalars import data_of
+    from .files import read_contents
+
+    contents = read_contents(path)
+    model = Model(contents.name)
+    contents.enter(data_of(model))
+    model.update()
+    return model

@@ -751,14 +751,16 @@ class Model(ModelShell):
           Write the model to a file; the ending tells the format.
 
         ARGUMENTS:
-          path (str or path): a name that ends in ".mps" or ".lp"; for models of the engine SCIP
-            also ".cip".
+          path (str or path): a name that ends in ".mps" or ".lp"; with ".gz" or ".bz2" behind that
+            the file is packed.
 
         NOTES:
-          TaviroError where the file can't be written. White space in names becomes "_". The LP
-          format has no room for names such as "x[0,1]": there they become "x(0,1)", and a name
-          that begins as a number or a keyword does gets "_" in front. A variable without cost,
-          constraints and bounds of its own is not written to LP files.
+          taviropy.read gives the same model back, names included: for those that the format can't
+          hold others stand in the file, and comments tell which. Bounds of integers are written
+          rounded inwards, as they hold.
+
+          TaviroError where the file can't be written, or the model has nonlinear constraints; a
+          file that was there stays then as it was. TypeError where the path isn't one.
         """
         data = data_of(self)
         data.check_open()

@@ -300,7 +300,7 @@ class ModelData(ModelCore):
 
     @_changing
     def make_quadratic(
-        self, shape: Shape | None, names: Any, rows: Rows, pairs: Rows, rhs: Floats, sense: int
+        self, shape: Shape | None, names: Any, rows: Rows, pairs: Rows, rhs: Floats, sense: Any
     ) -> Any:
         """New quadratic constraints; `pairs` are their terms, two ids in each."""
         place = self.quadratic.size
@@ -325,7 +325,7 @@ class ModelData(ModelCore):
         value: NDArray[Any],
         rows: Rows,
         rhs: Floats,
-        sense: int,
+        sense: Any,
     ) -> Any:
         """New constraints ``binary == value`` implies ``row <sense> rhs``."""
         trees = Trees.empty(rows.count)

@@ -15,7 +15,7 @@ from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._tvo import TVO
-from .attributes import CONTINUOUS, GREATER, LESS
+from .attributes import BINARY, CONTINUOUS, GREATER, LESS
 from .elements import Elements
 from .model_data import ModelData
 from .quadratic import QuadraticTerms, first_ids, packed, second_ids
@@ -118,6 +118,12 @@ class View:
     def has_integers(self) -> bool:
         """Whether a column is binary or integer."""
         return bool(self._data.variables.placed_part("VType").any())  # CONTINUOUS is 0
+
+    @property
+    def is_binary(self) -> NDArray[np.bool]:
+        """Which columns are binary."""
+        is_binary: NDArray[np.bool] = self._data.variables.placed_part("VType") == BINARY
+        return is_binary
 
     def first_integer(self) -> str:
         """The name of the first column that isn't continuous."""
