@@ -11,6 +11,7 @@ import sys
 import threading
 from collections import deque
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager, suppress
 from time import monotonic
 from types import FrameType, TracebackType
@@ -42,13 +43,29 @@ def as_type(kind: type, value: Any) -> Any:
     return converted
 
 
+# SCIP's nonlinear code keeps something for each thread that it has ever run in, and crashes in the
+# 65th: threads are used again. More solves than that at a time wait for each other.
+_MOST_THREADS = 48
+
+
+def _new_workers() -> None:
+    """Make the threads that solvers run in; a child process after a fork has none of them."""
+    global _workers
+    _workers = ThreadPoolExecutor(_MOST_THREADS, "taviropy-solve")
+
+
+_workers: ThreadPoolExecutor
+_new_workers()
+os.register_at_fork(after_in_child=_new_workers)
+
+
 def in_thread(
     call: Callable[[], object],
     stop: Stop,
     interrupt: Callable[[], object],
     tick: Callable[[], object] = lambda: None,
 ) -> None:
-    """Call something that takes long in a thread of its own, and wait for it.
+    """Call something that takes long in a thread that does nothing else, and wait for it.
 
     Signals reach Python meanwhile. `interrupt` is called once the user wants it to end, and again
     until it does; `tick` now and then, and at the end.
@@ -64,7 +81,7 @@ def in_thread(
         finally:
             done.set()
 
-    threading.Thread(target=work, name="taviropy-solve").start()
+    _workers.submit(work)
     raised: BaseException | None = None
     while not done.is_set():
         try:
