@@ -12,7 +12,6 @@ Importing the package loads neither NumPy nor SciPy nor a solver: they come in w
 that needs them.
 """
 
-from . import _matrixapi
 from ._core import (
     Constr,
     GenConstr,
@@ -27,6 +26,18 @@ from ._core import (
 )
 from ._exception import NumericsWarning, TaviroError
 from ._functions import abs, cos, exp, log, sin, sqrt, tan
+from ._matrixapi import (
+    MConstr,
+    MGenConstr,
+    MLinExpr,
+    MNLExpr,
+    MQConstr,
+    MQuadExpr,
+    MVar,
+    concatenate,
+    hstack,
+    vstack,
+)
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
 
@@ -42,6 +53,13 @@ __all__ = [
     "GenConstr",
     "GenExpr",
     "LinExpr",
+    "MConstr",
+    "MGenConstr",
+    "MLinExpr",
+    "MNLExpr",
+    "MQConstr",
+    "MQuadExpr",
+    "MVar",
     "Model",
     "NLExpr",
     "NumericsWarning",
@@ -51,32 +69,19 @@ __all__ = [
     "TempConstr",
     "Var",
     "abs",
+    "concatenate",
     "cos",
     "exp",
+    "hstack",
     "log",
     "read",
     "sin",
     "sqrt",
     "tan",
+    "vstack",
 ]
 
-for _name in (
-    "MVar",
-    "MLinExpr",
-    "MQuadExpr",
-    "MNLExpr",
-    "MConstr",
-    "MQConstr",
-    "MGenConstr",
-    "vstack",
-    "hstack",
-    "concatenate",
-):
-    if hasattr(_matrixapi, _name):
-        globals()[_name] = getattr(_matrixapi, _name)
-        __all__.append(_name)
-del _name
-_attach((_matrixapi.MVar, _matrixapi.MLinExpr, _matrixapi.MQuadExpr, _matrixapi.MNLExpr))
+_attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
 
 
 def read(path: "str | PathLike[str]") -> Model:
