@@ -276,16 +276,3 @@ def test_scip_names_what_it_refuses():
         with pytest.raises(tv.TaviroError, match=words):
             solved(build, "scip")
     assert solved(binary, "scip").Status == Status.INFEASIBLE
-
-
-def test_nonlinear_models_one_after_the_other():
-    """SCIP's nonlinear code crashes in the 65th thread that it runs in."""
-    pytest.importorskip("pyscipopt")
-    with tv.Model(engine="scip") as m:
-        m.setOption("log", False)
-        v, w = m.addMVar(2, ub=4).tolist()
-        m.addConstr(v * tv.exp(w) <= 3)
-        m.setObjective(v + w, "max")
-        for _ in range(100):
-            m.optimize()
-        assert m.Status == Status.OPTIMAL and m.check().ok

@@ -13,6 +13,7 @@ from collections import deque
 from collections.abc import Callable, Iterator
 from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager, suppress
+from functools import cache
 from time import monotonic
 from types import FrameType, TracebackType
 from typing import IO, Any, NamedTuple, Self
@@ -21,6 +22,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 _TICK = 0.05  # seconds
+_MOST_KEPT = 32  # threads: those beyond wait
 
 
 def as_type(kind: type, value: Any) -> Any:
@@ -43,32 +45,18 @@ def as_type(kind: type, value: Any) -> Any:
     return converted
 
 
-# SCIP's nonlinear code keeps something for each thread that it has ever run in, and crashes in the
-# 65th: threads are used again. More solves than that at a time wait for each other.
-_MOST_THREADS = 48
-
-
-def _new_workers() -> None:
-    """Make the threads that solvers run in; a child process after a fork has none of them."""
-    global _workers
-    _workers = ThreadPoolExecutor(_MOST_THREADS, "taviropy-solve")
-
-
-_workers: ThreadPoolExecutor
-_new_workers()
-os.register_at_fork(after_in_child=_new_workers)
-
-
 def in_thread(
     call: Callable[[], object],
     stop: Stop,
     interrupt: Callable[[], object],
     tick: Callable[[], object] = lambda: None,
+    in_kept: bool = False,
 ) -> None:
-    """Call something that takes long in a thread that does nothing else, and wait for it.
+    """Call something that takes long in a thread of its own, and wait for it.
 
     Signals reach Python meanwhile. `interrupt` is called once the user wants it to end, and again
-    until it does; `tick` now and then, and at the end.
+    until it does; `tick` now and then, and at the end. `in_kept` takes one of a few threads that
+    are kept, for a solver that has room for so many threads in the life of a process.
     """
     errors: list[BaseException] = []
     done = threading.Event()
@@ -81,7 +69,10 @@ def in_thread(
         finally:
             done.set()
 
-    _workers.submit(work)
+    if in_kept:
+        _kept_threads().submit(work)
+    else:
+        threading.Thread(target=work, name="taviropy-solve").start()
     raised: BaseException | None = None
     while not done.is_set():
         try:
@@ -96,6 +87,15 @@ def in_thread(
         raise raised
     if errors:
         raise errors[0]
+
+
+@cache
+def _kept_threads() -> ThreadPoolExecutor:
+    return ThreadPoolExecutor(_MOST_KEPT, "taviropy-solve")
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_kept_threads.cache_clear)  # a child has no threads yet
 
 
 @contextmanager
