@@ -159,14 +159,22 @@ def verdict(model):
         return OPTIMAL, None
     if not len(model.c):
         return OPTIMAL, model.offset
-    found = milp(
+    found = _optimum(
         model.sense * model.c,
         integrality=model.integers,
         bounds=Bounds(np.maximum(lower, -_LARGE), np.minimum(upper, _LARGE)),
         constraints=_linear(model.matrix, *model.sides),
     )
-    assert found.status == 0, found.message
     return OPTIMAL, model.value(found.x)
+
+
+def _optimum(costs, **program):
+    """What milp finds for a program that has an optimum."""
+    for presolve in (True, False):
+        found = milp(costs, options={"presolve": presolve}, **program)
+        if found.status == 0:
+            return found
+    raise AssertionError(found.message)
 
 
 def _linear(matrix, low, high):
@@ -181,7 +189,7 @@ def _has_point(model, lower, upper):
     if not n:
         return bool(((low <= 0.0) & (high >= 0.0)).all())
     slack = np.eye(rows)
-    found = milp(
+    found = _optimum(
         np.append(np.zeros(n), np.ones(2 * rows)),
         integrality=np.append(model.integers, np.zeros(2 * rows)),
         bounds=Bounds(
@@ -190,7 +198,6 @@ def _has_point(model, lower, upper):
         ),
         constraints=_linear(np.hstack([model.matrix, slack, -slack]), low, high),
     )
-    assert found.status == 0, found.message
     return found.fun < TOLERANCE
 
 
@@ -205,12 +212,11 @@ def _has_ray(model, lower, upper):
     matrix = np.vstack([model.matrix, flat])
     zeros = np.zeros(len(flat))
     cone = [np.where(np.isfinite(side), 0.0, side) for side in (low, high)]
-    found = milp(
+    found = _optimum(
         model.sense * model.c,
         bounds=Bounds(np.where(np.isfinite(lower), 0.0, -1.0), np.where(np.isfinite(upper), 0, 1)),
         constraints=_linear(matrix, np.append(cone[0], zeros), np.append(cone[1], zeros)),
     )
-    assert found.status == 0, found.message
     return found.fun < -TOLERANCE
 
 

@@ -33,9 +33,14 @@ def solved(build, engine="auto"):
         ("mip", "highs", 60),
         ("qp", "clarabel", 60),
         ("qp", "highs", 60),
+        ("lp", "scip", 30),
+        ("mip", "scip", 30),
+        ("miqp", "auto", 30),
     ],
 )
 def test_random_models(kind, engine, count):
+    if engine == "scip" or kind == "miqp":
+        pytest.importorskip("pyscipopt")
     wrong = [text for text, _ in answers.compare(kind, engine, count, seed=10)]
     assert not wrong, "\n".join(wrong)
 
@@ -154,3 +159,120 @@ def test_no_claim_of_highs_is_taken_on_trust(monkeypatch, vtype, claim):
             )
             m.optimize()
             assert m.Status == right
+
+
+def test_nonlinear_models_without_an_end():
+    def cube(m):
+        x, y = m.addMVar(2, lb=-INF).tolist()
+        m.addConstr(y == x**3)
+        m.setObjective(1e-3 * y)
+
+    def product(m):
+        x = m.addMVar(2, lb=-INF)
+        m.setObjective(x[0] * x[1], "max")
+
+    def wide(m):  # there is an end; that of z is nowhere
+        x, y, z = m.addMVar(3, lb=-INF, ub=[2, INF, INF]).tolist()
+        m.addConstr(y == x**3)
+        m.addConstr(z >= y**2)
+        m.setObjective(y, "max")
+
+    def none(m):
+        cube(m)
+        x = m.addVar(lb=-INF)
+        m.addConstr(x**2 <= -1)
+
+    pytest.importorskip("pyscipopt")
+    assert solved(cube).Status == Status.UNBOUNDED
+    assert solved(product).Status == Status.UNBOUNDED
+    assert solved(wide).Objective == pytest.approx(8, abs=1e-4)
+    assert solved(none).Status == Status.INFEASIBLE
+
+
+# What a solver can't see
+
+
+@pytest.mark.parametrize("engine", ["highs", "scip"])
+def test_small_coefficients_count(engine):
+    def one(m):
+        x = m.addVar(ub=1e12, obj=-1)
+        m.addConstr(1e-10 * x <= 1)
+
+    assert solved(one, engine).Objective == pytest.approx(-1e10)
+
+
+def test_small_coefficients_count_in_all_parts():
+    def in_a_tree(m):
+        x, y = m.addVar(ub=1e12), m.addVar(ub=1e3)
+        m.addConstr(y == 1e-11 * x + tv.sin(0 * x))
+        m.setObjective(-1 * y)
+
+    def in_a_product(m):
+        x = m.addVar(ub=1e9, obj=-1)
+        m.addConstr(1e-12 * x * x + 1e-10 * x <= 1)
+        m.addConstr(x * x >= 0)  # not convex
+
+    def in_costs(m):
+        x = m.addVar(lb=1, ub=9)
+        m.addConstr(x >= 2)
+        m.setObjective(1e-12 * x)
+
+    pytest.importorskip("pyscipopt")
+    assert solved(in_a_tree).Objective == pytest.approx(-10)
+    assert solved(in_a_product, "scip").Objective == pytest.approx(-1e6 + 50, rel=1e-6)
+    for engine in ("highs", "clarabel", "scip"):
+        assert solved(in_costs, engine).Objective == pytest.approx(2e-12, rel=1e-6)
+
+
+def test_what_is_out_of_reach_is_named():
+    def row(m):
+        x = m.addVar(ub=9, name="x")
+        m.addConstr(1e-16 * x <= 1, name="r")
+
+    def square(m):
+        x = m.addVar(ub=9, name="x")
+        m.addConstr(1e-16 * x * x + x <= 1, name="r")
+
+    def tree(m):
+        x = m.addVar(ub=9, name="x")
+        m.addConstr(x**3 + 1e-16 * x <= 1, name="r")
+
+    def wide(m):
+        x = m.addVar(lb=-1, ub=1e22, name="x", obj=1)
+        m.addConstr(x <= 5)
+
+    def side(m):
+        x = m.addVar(ub=9, name="x", obj=1)
+        m.addConstr(x <= 1e21, name="r")
+
+    for build, words, engines in (
+        (row, "1e-16 of variable 'x' in the constraint 'r'", ("highs", "scip")),
+        (square, "1e-16 of variable 'x' squared in the constraint 'r'", ("scip",)),
+        (tree, "1e-16 in the constraint 'r", ("scip",)),
+        (wide, r"the bound 1e\+22 of 'x'", ("clarabel", "scip")),
+        (side, r"the side 1e\+21 of 'r'", ("clarabel", "scip")),
+    ):
+        for engine in engines:
+            with pytest.warns(tv.NumericsWarning, match=words):
+                assert solved(build, engine).Status == Status.OPTIMAL
+
+
+def test_scip_names_what_it_refuses():
+    def cost(m):
+        m.addMVar(2, ub=1, obj=[1, -1e25], name="x")
+        m.addConstr(m.addVar() <= 1)
+
+    def row(m):
+        m.addConstr(1e25 * m.addVar(name="x") <= 1, name="r")
+
+    def binary(m):
+        m.addVar(lb=2, ub=3, vtype="B")
+
+    pytest.importorskip("pyscipopt")
+    for build, words in (
+        (cost, r"-1e\+25 of variable 'x\[1\]' in the objective"),
+        (row, r"1e\+25 of variable 'x' in the constraint 'r'"),
+    ):
+        with pytest.raises(tv.TaviroError, match=words):
+            solved(build, "scip")
+    assert solved(binary, "scip").Status == Status.INFEASIBLE

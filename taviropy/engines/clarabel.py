@@ -18,8 +18,9 @@ from .certificates import has_ray
 from .cones import Cone, cones_of, in_cone
 from .convexity import is_convex
 from .factor import NotConvex
-from .optimality import ConvexProgram, largest
+from .optimality import ConvexProgram, largest, scales
 from .protocol import Answer, Run
+from .reach import warn_of_open
 from .running import News, as_type
 
 _INFINITY = 1e20  # what it takes for infinite
@@ -88,6 +89,11 @@ class ClarabelEngine:
     def load(self, view: View, changes: Changes | None) -> None:
         """Build the problem."""
         self._problem = None
+        bounds = view.columns()
+        for sides in (bounds.lower, bounds.upper):
+            warn_of_open(self.title, _INFINITY, sides, "bound", view.column_name)
+        for sides in view.sides():
+            warn_of_open(self.title, _INFINITY, sides, "side", view.row_name)
         with suppress(NotConvex):  # solve() isn't called where nobody knows that it is convex
             self._problem = _Problem(view)
 
@@ -166,6 +172,10 @@ class _Problem:
         size, units = view.column_count, sp.diags_array(program.units)
         self._hessian = sp.triu(units @ program.hessian @ units, format="csc")
         self._costs = program.units * program.costs
+        # Clarabel's tolerances are absolute too: a tiny objective is stretched.
+        top = max(abs(self._costs).max(initial=0.0), abs(self._hessian).max() if size else 0.0)
+        self._stretch = max(1.0, float(scales(np.array(top))))
+        self._hessian, self._costs = self._stretch * self._hessian, self._stretch * self._costs
         scaled = (sp.diags_array(program.row_scales) @ program.matrix @ units).tocsr()
         low, high = (program.row_scales * side for side in program.row_bounds)
         of_rows = _sections(True, scaled, low, high)
@@ -211,7 +221,7 @@ class _Problem:
             self._kinds,
             settings,
         )
-        listener = _Listener(run, self.program.sign)
+        listener = _Listener(run, self.program.sign / self._stretch)
         run.log.line(self._text())
         solver.set_termination_callback(listener)
         solution = solver.solve()
@@ -256,7 +266,7 @@ class _Problem:
         """The point as answer to the model, judged by the model's own data; None for a bad one."""
         program, sign = self.program, self.program.sign
         x = program.within_bounds(program.units * np.array(solution.x))
-        z = np.array(solution.z)
+        z = np.array(solution.z) / self._stretch
         rows = self._row_multipliers(z)
         of_cones = self._cone_multipliers(z)
         pull, gap = np.zeros(len(x)), 0.0

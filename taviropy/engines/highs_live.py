@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import os
-import warnings
 from collections.abc import Callable
 from typing import Any
 
@@ -11,14 +10,15 @@ import numpy as np
 from highspy import HessianFormat, Highs, HighsHessian, HighsStatus, MatrixFormat, ObjSense
 from numpy.typing import NDArray
 
-from .._exception import NumericsWarning, TaviroError
+from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.changes import Changes
 from ..data.entries import Entries
-from ..data.rows import Rows
 from ..data.view import ColumnData, View
+from .reach import of_entries, of_rows, warn_of_small
 from .running import silent
 
+_TITLE = "HiGHS"
 _LARGE = 50_000  # coefficients
 _MANY_CHANGES = 1_000  # of coefficients, at once
 # HiGHS leaves out what is smaller than its threshold and takes for infinite what is larger.
@@ -124,7 +124,7 @@ class LiveHighs:
         way too: HiGHS would hold both while it turns it, and the model a third.
         """
         rows = view.rows
-        _warn_of_small_rows(view, rows, 0)
+        warn_of_small(_TITLE, _SMALLEST, [of_rows(view, rows, view.row_name)])
         if rows.nnz < _LARGE:
             return MatrixFormat.kRowwise, rows.indptr, rows.ids, rows.data
         del rows
@@ -134,7 +134,7 @@ class LiveHighs:
     def _change_coefficients(self, view: View, entries: Entries) -> None:
         """Set coefficients of columns and rows that HiGHS has; those of new rows come with them."""
         entries = entries.take(entries.rows < self._rows)
-        _warn_of_small(view, entries)
+        warn_of_small(_TITLE, _SMALLEST, [of_entries(view, entries)])
         if len(entries.values) <= _MANY_CHANGES:
             for row, column, value in zip(*(array.tolist() for array in entries), strict=True):
                 self._do(self._highs.changeCoeff, row, column, value)
@@ -153,7 +153,7 @@ class LiveHighs:
         columns = view.columns(slice(self._columns, None))
         entries = entries.take(np.argsort(entries.variables, kind="stable"))
         entries = entries.take((entries.rows < self._rows) & (entries.values != 0.0))
-        _warn_of_small(view, entries)
+        warn_of_small(_TITLE, _SMALLEST, [of_entries(view, entries)])
         starts = np.searchsorted(entries.variables, np.arange(self._columns, view.column_count))
         arrays = len(entries.values), starts.astype(np.int32), entries.rows, entries.values
         self._do(self._highs.addCols, count, columns.costs, columns.lower, columns.upper, *arrays)
@@ -172,7 +172,7 @@ class LiveHighs:
         if first == end:
             return
         rows = view.rows_from(first)
-        _warn_of_small_rows(view, rows, first)
+        warn_of_small(_TITLE, _SMALLEST, [of_rows(view, rows, view.row_name, first)])
         lower, upper = view.sides(slice(first, None))
         arrays = (rows.indptr[:-1], rows.ids, rows.data)
         self._do(self._highs.addRows, rows.count, lower, upper, rows.nnz, *arrays)
@@ -278,25 +278,3 @@ def forget_types(highs: Any) -> None:
 
 def _types(columns: ColumnData) -> NDArray[np.uint8]:
     return columns.is_integer.astype(np.uint8)
-
-
-def _warn_of_small_rows(view: View, rows: Rows, first_row: int) -> None:
-    """Say which coefficients of rows HiGHS is going to leave out."""
-    small = np.flatnonzero((abs(rows.data) <= _SMALLEST) & (rows.data != 0.0))
-    row_numbers = np.searchsorted(rows.indptr, small, side="right") - 1 + first_row
-    _warn_of_small(view, Entries(row_numbers, rows.ids[small], rows.data[small]))
-
-
-def _warn_of_small(view: View, entries: Entries) -> None:
-    """Say which coefficients HiGHS is going to leave out."""
-    small = entries.take((abs(entries.values) <= _SMALLEST) & (entries.values != 0.0))
-    if not len(small.values):
-        return
-    column, row = view.column_name(int(small.variables[0])), view.row_name(int(small.rows[0]))
-    more = f" and {len(small.values) - 1} others" if len(small.values) > 1 else ""
-    warnings.warn(
-        f"HiGHS leaves out coefficients of up to {_SMALLEST}: {small.values[0]} of variable "
-        f"'{column}' in the constraint '{row}'{more}; scale the variable or the constraint",
-        NumericsWarning,
-        stacklevel=2,
-    )

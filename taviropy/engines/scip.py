@@ -2,29 +2,36 @@
 
 from __future__ import annotations
 
-import warnings
+from collections.abc import Callable
 from functools import cache
 from pathlib import Path
 from tempfile import TemporaryDirectory
+from time import perf_counter
 from typing import Any
 
 import numpy as np
 from pyscipopt import Model as Scip
 from pyscipopt.scip import Expr, ExprCons, Term
 
-from .._exception import NumericsWarning, TaviroError
+from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.changes import Changes
 from ..data.quadratic import QuadraticTerms
 from ..data.rows import Rows
 from ..data.values import Floats
 from ..data.view import View
+from .certificates import has_ray
+from .optimality import ConvexProgram
 from .protocol import Answer, Run
+from .reach import coefficients, refuse_large, smallest, warn_of_open, warn_of_small
 from .running import as_type, in_thread, silent
 from .scip_plugins import Plugins
 from .scip_trees import TreeTranslator
 
 _INFINITY = 1e20  # SCIP's own
+# Values that come near its infinity, and where sides are closed to see what depends on that.
+_FAR, _NEAR = 1e19, 1e15
+_CLEAR = 1e-3  # what an objective is worse by then, relative to itself, where it depends
 _EPSILON, _FINEST_EPSILON = 1e-9, 1e-15  # what it takes for zero, and how fine that is made here
 _STATUSES = {
     "optimal": TVO.Status.OPTIMAL,
@@ -106,26 +113,12 @@ class ScipEngine:
 
     def _set_epsilon(self, view: View) -> None:
         """Make SCIP see the smallest coefficients, as far as it can."""
-        smallest = np.inf
-        quadratic, terms = view.quadratic_rows, view.quadratic_objective
-        for data in (
-            view.rows.data,
-            *(() if quadratic is None else (quadratic.rows.data, quadratic.pairs.data)),
-            *(() if terms is None else (terms.data,)),
-        ):
-            magnitude = abs(data[data != 0.0])
-            smallest = min(smallest, float(magnitude.min(initial=np.inf)))
-        if smallest > _EPSILON:
-            return
-        self._scip.setParam("numerics/epsilon", max(smallest / 4.0, _FINEST_EPSILON))
-        if smallest <= _FINEST_EPSILON:
-            warnings.warn(
-                f"SCIP takes for zero what is below {_FINEST_EPSILON}, and the model has the "
-                f"coefficient {smallest}{_place_of(view, smallest)}: scale the variable or the "
-                f"constraint",
-                NumericsWarning,
-                stacklevel=2,
-            )
+        parts = list(coefficients(view))
+        refuse_large(self.title, _INFINITY, parts)
+        least = smallest(parts)
+        if least <= _EPSILON:
+            self._scip.setParam("numerics/epsilon", max(least / 4.0, _FINEST_EPSILON))
+            warn_of_small(self.title, _FINEST_EPSILON, parts)
 
     def _add_variables(self, view: View) -> None:
         data, names = view.columns(), view.column_names()
@@ -133,13 +126,6 @@ class ScipEngine:
         types = np.where(binary, "B", np.where(data.is_integer, "I", "C")).tolist()
         lower = self._finite(data.lower, "bound", view.column_name)
         upper = self._finite(data.upper, "bound", view.column_name)
-        if len(data.costs) and abs(data.costs).max() >= _INFINITY:
-            column = int(np.argmax(abs(data.costs)))
-            raise TaviroError(
-                TVO.Error.ENGINE_FAILED,
-                f"SCIP takes costs below {_INFINITY}, not {data.costs[column]} of the variable "
-                f"'{view.column_name(column)}': scale the objective",
-            )
         add = self._scip.addVar
         self._variables = [
             add(name, kind, low, high, cost)
@@ -148,18 +134,9 @@ class ScipEngine:
             )
         ]
 
-    @staticmethod
-    def _finite(values: Floats, noun: str, name: Any) -> list[float | None]:
+    def _finite(self, values: Floats, noun: str, name: Callable[[int], str]) -> list[float | None]:
         """Bounds or sides as SCIP takes them, None for an open one."""
-        beyond = (abs(values) >= _INFINITY) & np.isfinite(values)
-        if beyond.any():
-            at = int(np.argmax(beyond))
-            warnings.warn(
-                f"SCIP takes for infinite what is above {_INFINITY}: the {noun} {values[at]} of "
-                f"'{name(at)}'; scale the variable or the constraint",
-                NumericsWarning,
-                stacklevel=3,
-            )
+        warn_of_open(self.title, _INFINITY, values, noun, name)
         return [None if abs(value) >= _INFINITY else value for value in values.tolist()]
 
     def _sides(self, lower: Floats, upper: Floats, name: Any) -> tuple[list[Any], list[Any]]:
@@ -253,13 +230,79 @@ class ScipEngine:
     # Solving
 
     def solve(self, view: View, run: Run) -> Answer:
-        """Solve what is loaded."""
+        """Solve what is loaded; what has no optimum is solved once more to make sure."""
+        deadline = perf_counter() + run.time_limit
         self._apply(run)
         self._pass_start(view)
         plugins = Plugins(self._scip, self._variables, run)
+        try:
+            self._optimize(run)
+            answer = self._answer(view, run)
+            if run.lazy is None:
+                plugins.end()  # a further solve is no news, but has the same rows
+            return answer if run.stop else self._sure(view, run, deadline, answer)
+        finally:
+            plugins.end()
+
+    def _sure(self, view: View, run: Run, deadline: float, answer: Answer) -> Answer:
+        """An answer that is made sure of where SCIP found no end."""
+        if answer.status in (TVO.Status.UNBOUNDED, TVO.Status.INFEASIBLE_OR_UNBOUNDED):
+            return Answer(self._settled(view, run, deadline, answer.status))
+        if answer.status == TVO.Status.OPTIMAL and self._is_at_infinity():
+            return self._brought_back(view, run, deadline, answer)
+        return answer
+
+    def _settled(self, view: View, run: Run, deadline: float, claim: int) -> int:
+        """The status of a model whose objective has no end if it has a point."""
+        run.log.line("The objective may have no end: looking for a feasible point.")
+        self._scip.freeTransform()
+        self._scip.setObjective(Expr())
+        self._optimize_until(run, deadline)
+        status = self._scip.getStatus()
+        if status == "infeasible":
+            return TVO.Status.INFEASIBLE
+        if status != "optimal":
+            return TVO.Status.INFEASIBLE_OR_UNBOUNDED
+        if view.quadratic_objective or view.quadratic_count or view.general_count:
+            return TVO.Status.UNBOUNDED
+        if has_ray(ConvexProgram(view), deadline - perf_counter()):
+            return TVO.Status.UNBOUNDED
+        return claim if perf_counter() > deadline else TVO.Status.FAILED
+
+    def _is_at_infinity(self) -> bool:
+        """Whether the best point has a value that is next to SCIP's infinity."""
+        best, variables = self._scip.getBestSol(), self._scip.getVars()
+        return any(abs(self._scip.getSolVal(best, v)) >= _FAR for v in variables)
+
+    def _brought_back(self, view: View, run: Run, deadline: float, answer: Answer) -> Answer:
+        """The answer to a model whose optimum is at infinity, or seems so.
+
+        Its open sides are closed far outside. Where that makes the optimum worse, there is none;
+        else the new point is as good, and a better one to use.
+        """
+        run.log.line("The optimum is at infinity: solving again within large bounds.")
+        scip = self._scip
+        scip.freeTransform()
+        for variable in scip.getVars():
+            if variable.getLbOriginal() <= -_INFINITY:
+                scip.chgVarLb(variable, -_NEAR)
+            if variable.getUbOriginal() >= _INFINITY:
+                scip.chgVarUb(variable, _NEAR)
+        self._optimize_until(run, deadline)
+        within = self._answer(view, run)
+        if within.status != TVO.Status.OPTIMAL or within.x is None or answer.x is None:
+            return answer if run.stop else Answer(TVO.Status.INFEASIBLE_OR_UNBOUNDED)
+        values = view.objective_at(answer.x), view.objective_at(within.x)
+        gain = view.sense * (values[1] - values[0])
+        if gain > _CLEAR * (1.0 + abs(values[1])):
+            return Answer(TVO.Status.UNBOUNDED)
+        return within
+
+    def _optimize_until(self, run: Run, deadline: float) -> None:
+        if deadline < np.inf:
+            passed = self._scip.getSolvingTime()
+            self._scip.setParam("limits/time", passed + max(deadline - perf_counter(), 0.0))
         self._optimize(run)
-        plugins.end()
-        return self._answer(view, run)
 
     def _optimize(self, run: Run) -> None:
         """Run SCIP, its log going where that of the run goes.
@@ -339,13 +382,3 @@ class ScipEngine:
 def _parameters() -> dict[str, Any]:
     found: dict[str, Any] = Scip().getParams()
     return found
-
-
-def _place_of(view: View, smallest: float) -> str:
-    """Where a coefficient of a linear row stands, as part of a sentence."""
-    at = np.flatnonzero(abs(view.rows.data) == smallest)
-    if not len(at):
-        return ""
-    row = int(np.searchsorted(view.rows.indptr, at[0], side="right")) - 1
-    column = int(view.rows.ids[at[0]])
-    return f" of variable '{view.column_name(column)}' in the constraint '{view.row_name(row)}'"
