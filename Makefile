@@ -2,6 +2,7 @@
 PYTHON ?= python3.12
 VENV := .venv
 PY := $(VENV)/bin/python
+STUBS := taviropy._matrixapi taviropy._scalars taviropy._util taviropy._functions
 SOURCES := pyproject.toml CMakeLists.txt $(shell find native taviropy -type f -not -path '*/__pycache__/*')
 
 .PHONY: demo examples test fuzz check format sanitize bench docs clean
@@ -25,11 +26,13 @@ fuzz: $(VENV)/test
 	$(PY) tests/machine/test_machine.py $(SECONDS)
 	if [ -x $(FUZZER) ]; then $(FUZZER) $(CURDIR)/$(PY) $(SECONDS); fi
 
-# Format, lint and types.
+# Format, lint and types: of the package, of its stubs, and as programs that use it see them.
 check: $(VENV)/check
 	$(PY) -m ruff format --check .
 	$(PY) -m ruff check .
 	$(PY) -m mypy
+	cd tests/typing && ../../$(PY) -P -m mypy.stubtest $(STUBS) --ignore-disjoint-bases --allowlist stubtest.txt
+	$(PY) -m pytest tests/typing
 	$(VENV)/bin/clang-format --dry-run --Werror $$(git ls-files '*.cpp' '*.hpp' '*.h')
 
 format: $(VENV)/check

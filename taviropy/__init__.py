@@ -12,7 +12,7 @@ Importing the package loads neither NumPy nor SciPy nor a solver: they come in w
 that needs them.
 """
 
-from . import _matrixapi
+from . import _pickling
 from ._core import (
     Constr,
     GenConstr,
@@ -27,8 +27,21 @@ from ._core import (
 )
 from ._exception import NumericsWarning, TaviroError
 from ._functions import abs, cos, exp, log, sin, sqrt, tan
+from ._matrixapi import (
+    MConstr,
+    MGenConstr,
+    MLinExpr,
+    MNLExpr,
+    MQConstr,
+    MQuadExpr,
+    MVar,
+    concatenate,
+    hstack,
+    vstack,
+)
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
+from .solve_all import solveAll
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -42,6 +55,13 @@ __all__ = [
     "GenConstr",
     "GenExpr",
     "LinExpr",
+    "MConstr",
+    "MGenConstr",
+    "MLinExpr",
+    "MNLExpr",
+    "MQConstr",
+    "MQuadExpr",
+    "MVar",
     "Model",
     "NLExpr",
     "NumericsWarning",
@@ -51,32 +71,22 @@ __all__ = [
     "TempConstr",
     "Var",
     "abs",
+    "concatenate",
     "cos",
     "exp",
+    "hstack",
     "log",
     "read",
     "sin",
+    "solveAll",
     "sqrt",
     "tan",
+    "vstack",
 ]
 
-for _name in (
-    "MVar",
-    "MLinExpr",
-    "MQuadExpr",
-    "MNLExpr",
-    "MConstr",
-    "MQConstr",
-    "MGenConstr",
-    "vstack",
-    "hstack",
-    "concatenate",
-):
-    if hasattr(_matrixapi, _name):
-        globals()[_name] = getattr(_matrixapi, _name)
-        __all__.append(_name)
-del _name
-_attach((_matrixapi.MVar, _matrixapi.MLinExpr, _matrixapi.MQuadExpr, _matrixapi.MNLExpr))
+_attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
+
+_pickling.register()
 
 
 def read(path: "str | PathLike[str]") -> Model:

@@ -5,6 +5,8 @@ from numpy.typing import NDArray
 from ._matrixapi import MLinExpr, MNLExpr, MQuadExpr, MVar
 from ._scalars import LinExpr, NLExpr, QuadExpr, Var
 
+__all__ = ["abs", "cos", "exp", "log", "sin", "sqrt", "tan"]
+
 class _Function(Protocol):
     @overload
     def __call__(self, x: Var | LinExpr | QuadExpr | NLExpr) -> NLExpr: ...

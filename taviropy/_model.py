@@ -7,27 +7,43 @@ Nothing of the package stands among the attributes of a Model's own: those belon
 from __future__ import annotations
 
 from sys import getrefcount, version_info
+from typing import TYPE_CHECKING, overload
 
 from . import _attrutil
 from ._scalars import ModelShell, TempConstr, attach, data_of
 from .data.attributes import LINEAR, MODEL, VARIABLE
 
-TYPE_CHECKING = False
 if TYPE_CHECKING:
-    from collections.abc import Callable
+    from collections.abc import Callable, Sequence
     from os import PathLike
-    from typing import Any, NoReturn, Self
+    from typing import Any, Literal, NoReturn, Self
 
-    from numpy.typing import ArrayLike
-
-    from ._matrixapi import MConstr, MVar
-    from ._scalars import Constr, Var
+    from . import typing as types
+    from ._matrixapi import MConstr, MGenConstr, MLinExpr, MNLExpr, MQConstr, MQuadExpr, MVar
+    from ._scalars import (
+        Constr,
+        GenConstr,
+        LinExpr,
+        NLExpr,
+        QConstr,
+        QuadExpr,
+        Var,
+        _ReadOnly,
+        _Settable,
+    )
+    from ._tvo import _Code
     from .conflict import Conflict
     from .data.check import Check
     from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
     from .progress import Point, Progress
     from .relaxation import Relaxation
+    from .typing import Array, Names, Number, Numbers, Sparse
+
+    type _Objective = Number | Var | LinExpr | QuadExpr | MVar | MLinExpr | MQuadExpr
+    type _Scalar = Number | Var | LinExpr | QuadExpr | NLExpr
+    type _Matrix = Array | MVar | MLinExpr | MQuadExpr | MNLExpr
+    type _Element = Var | Constr | QConstr | GenConstr | MVar | MConstr | MQConstr | MGenConstr
 
 _INF = float("inf")
 # What getrefcount says of an argument that the caller doesn't hold: this frame's reference and
@@ -57,17 +73,36 @@ class Model(ModelShell):
     NOTES:
       Additions and removals take effect at update(), which load(), optimize() and write() call
       first. Attributes of the model (NumVars, Status, Objective ...) read as m.NumVars; names
-      that begin with an underscore are free for your own data.
+      that begin with an underscore are free for your own data; a program with types declares them
+      in a subclass.
     """
 
-    def __init__(self, name: str = "", engine: str = "auto") -> None:
+    if TYPE_CHECKING:  # The attributes, which __getattr__ and __setattr__ reach.
+        ModelName: str
+        ObjSense: _Settable[int, types.ObjSense]
+        ObjOffset: _Settable[float, Number]
+        NumVars: _ReadOnly[int]
+        NumConstrs: _ReadOnly[int]
+        NumQConstrs: _ReadOnly[int]
+        NumGenConstrs: _ReadOnly[int]
+        NumNonzeros: _ReadOnly[int]
+        Status: _ReadOnly[_Code]
+        Engine: _ReadOnly[str]
+        Objective: _ReadOnly[float]
+        Bound: _ReadOnly[float]
+        Gap: _ReadOnly[float]
+        Nodes: _ReadOnly[int]
+        Iterations: _ReadOnly[int]
+        SolveTime: _ReadOnly[float]
+
+    def __init__(self, name: str = "", engine: types.EngineName = "auto") -> None:
         from .data.model_data import ModelData
         from .data.values import checked_texts
         from .session import Session
 
         data = ModelData("" if name is None else checked_texts("name", (str(name),))[0])
         data.session = Session(engine)
-        data.new_shell = _around
+        data.new_shell = around
         attach(self, data)
 
     def __repr__(self) -> str:
@@ -83,10 +118,10 @@ class Model(ModelShell):
 
     def addVar(
         self,
-        lb: float = 0.0,
-        ub: float = _INF,
-        obj: float = 0.0,
-        vtype: str = "C",
+        lb: Number = 0.0,
+        ub: Number = _INF,
+        obj: Number = 0.0,
+        vtype: types.VType = "C",
         name: str = "",
     ) -> Var:
         """
@@ -117,12 +152,12 @@ class Model(ModelShell):
     def addMVar(
         self,
         shape: int | tuple[int, ...],
-        lb: ArrayLike = 0.0,
-        ub: ArrayLike = _INF,
-        obj: ArrayLike = 0.0,
-        vtype: str | ArrayLike = "C",
-        name: str | ArrayLike = "",
-        columns: tuple[MConstr, Any] | None = None,
+        lb: Numbers = 0.0,
+        ub: Numbers = _INF,
+        obj: Numbers = 0.0,
+        vtype: types.VTypes = "C",
+        name: Names = "",
+        columns: tuple[Constr | MConstr, Numbers | Sparse] | None = None,
     ) -> MVar:
         """
         ROUTINE:
@@ -160,7 +195,7 @@ class Model(ModelShell):
 
     # Constraints
 
-    def addConstr(self, constr: TempConstr, name: str | ArrayLike = "") -> Any:
+    def addConstr[Made](self, constr: TempConstr[Made], name: Names = "") -> Made:
         """
         ROUTINE:
           addConstr(constr, name="")
@@ -190,15 +225,24 @@ class Model(ModelShell):
         if type(constr) is not TempConstr:
             _refuse_constr(constr)
         if type(name) is str:
-            made = data.buffer_rows(constr, name)
+            made: Made | None = data.buffer_rows(constr, name)
             if made is not None:
                 return made
         from .data.constraints import add_constr
 
         is_lone = getrefcount(constr) == _REFERENCES_TO_LONE
-        return add_constr(data, constr, name, is_lone)
+        added: Made = add_constr(data, constr, name, is_lone)
+        return added
 
-    def addGenConstrNL(self, resvar: Var | MVar, expr: object, name: str | ArrayLike = "") -> Any:
+    @overload
+    def addGenConstrNL(self, resvar: Var, expr: _Scalar, name: Names = "") -> GenConstr: ...
+    @overload
+    def addGenConstrNL(
+        self, resvar: MVar, expr: _Scalar | _Matrix, name: Names = ""
+    ) -> MGenConstr: ...
+    @overload
+    def addGenConstrNL(self, resvar: Var, expr: _Matrix, name: Names = "") -> MGenConstr: ...
+    def addGenConstrNL(self, resvar: Var | MVar, expr: object, name: Names = "") -> Any:
         """
         ROUTINE:
           addGenConstrNL(resvar, expr, name="")
@@ -224,12 +268,32 @@ class Model(ModelShell):
 
         return add_nonlinear(data_of(self), resvar, expr, name)
 
+    @overload
+    def addGenConstrIndicator(
+        self, binvar: Var, binval: bool, constr: TempConstr[Constr], name: Names = ""
+    ) -> GenConstr: ...
+    @overload
+    def addGenConstrIndicator(
+        self,
+        binvar: MVar,
+        binval: Numbers,
+        constr: TempConstr[Constr | MConstr],
+        name: Names = "",
+    ) -> MGenConstr: ...
+    @overload
+    def addGenConstrIndicator(
+        self, binvar: Var, binval: Numbers, constr: TempConstr[MConstr], name: Names = ""
+    ) -> MGenConstr: ...
+    @overload
+    def addGenConstrIndicator(
+        self, binvar: Var, binval: Numbers, constr: TempConstr[Constr], name: Names = ""
+    ) -> GenConstr | MGenConstr: ...
     def addGenConstrIndicator(
         self,
         binvar: Var | MVar,
-        binval: ArrayLike,
-        constr: TempConstr,
-        name: str | ArrayLike = "",
+        binval: Numbers,
+        constr: TempConstr[Any],
+        name: Names = "",
     ) -> Any:
         """
         ROUTINE:
@@ -257,7 +321,7 @@ class Model(ModelShell):
 
         return add_indicator(data_of(self), binvar, binval, constr, name)
 
-    def setObjective(self, expr: object, sense: str | int | None = None) -> None:
+    def setObjective(self, expr: _Objective, sense: types.ObjSense | None = None) -> None:
         """
         ROUTINE:
           setObjective(expr, sense=None)
@@ -284,7 +348,7 @@ class Model(ModelShell):
     # Coefficients
 
     def setCoefficients(
-        self, constrs: Constr | MConstr, variables: Var | MVar, coefficients: ArrayLike
+        self, constrs: Constr | MConstr, variables: Var | MVar, coefficients: Numbers | Sparse
     ) -> None:
         """
         ROUTINE:
@@ -362,7 +426,7 @@ class Model(ModelShell):
 
     # Removal
 
-    def remove(self, obj: object) -> None:
+    def remove(self, obj: _Element | Sequence[_Element]) -> None:
         """
         ROUTINE:
           remove(obj)
@@ -486,16 +550,18 @@ class Model(ModelShell):
             raise AttributeError(f"Attribute '{attrname}' cannot be set")
         data_of(self).write_own(attrname, value)
 
-    def __getattr__(self, name: str) -> Any:
-        if name[:1] == "_":
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{name}'")
-        return self.getAttr(name)
+    if not TYPE_CHECKING:  # A checker refuses names that are not declared.
 
-    def __setattr__(self, name: str, value: object) -> None:
-        if name[:1] == "_":
-            super().__setattr__(name, value)
-        else:
-            self.setAttr(name, value)
+        def __getattr__(self, name: str) -> Any:
+            if name[:1] == "_":
+                raise AttributeError(f"'taviropy.Model' object has no attribute '{name}'")
+            return self.getAttr(name)
+
+        def __setattr__(self, name: str, value: object) -> None:
+            if name[:1] == "_":
+                super().__setattr__(name, value)
+            else:
+                self.setAttr(name, value)
 
     def __dir__(self) -> list[str]:
         return sorted({*super().__dir__(), *_attrutil._attrlist(self, MODEL)})
@@ -636,9 +702,9 @@ class Model(ModelShell):
     def relax(
         self,
         constrs: MConstr | None = None,
-        weights: ArrayLike = 1.0,
+        weights: Numbers = 1.0,
         bounds: MVar | bool = False,
-        bound_weights: ArrayLike = 1.0,
+        bound_weights: Numbers = 1.0,
     ) -> Relaxation:
         """
         ROUTINE:
@@ -698,6 +764,16 @@ class Model(ModelShell):
         data.check_open()
         data.session.write(data, path)
 
+    @overload
+    def setOption(self, name: Literal["timeLimit", "gap"], value: Number | None) -> None: ...
+    @overload
+    def setOption(self, name: Literal["threads", "seed"], value: int | None) -> None: ...
+    @overload
+    def setOption(self, name: Literal["log", "raiseInterrupt"], value: bool) -> None: ...
+    @overload
+    def setOption(self, name: Literal["logFile"], value: str | PathLike[str] | None) -> None: ...
+    @overload
+    def setOption(self, name: str, value: object) -> None: ...
     def setOption(self, name: str, value: object) -> None:
         """
         ROUTINE:
@@ -726,7 +802,19 @@ class Model(ModelShell):
         data.check_open()
         data.session.set_option(data, name, value)
 
-    def getOption(self, name: str) -> object:
+    @overload
+    def getOption(self, name: Literal["timeLimit"]) -> float: ...
+    @overload
+    def getOption(self, name: Literal["gap"]) -> float | None: ...
+    @overload
+    def getOption(self, name: Literal["threads", "seed"]) -> int | None: ...
+    @overload
+    def getOption(self, name: Literal["log", "raiseInterrupt"]) -> bool: ...
+    @overload
+    def getOption(self, name: Literal["logFile"]) -> str | None: ...
+    @overload
+    def getOption(self, name: str) -> Any: ...
+    def getOption(self, name: str) -> Any:
         """
         ROUTINE:
           getOption(name)
@@ -745,6 +833,46 @@ class Model(ModelShell):
         data.check_open()
         return data.session.options.get(name)
 
+    def copy(self) -> Self:
+        """
+        ROUTINE:
+          copy()
+
+        PURPOSE:
+          Make a second model, which has nothing in common with this one.
+
+        RETURN VALUE:
+          A Model with the same elements, names, options, start and last solution. It gets an engine
+          of its own at its first solve.
+
+        EXAMPLE:
+          relaxed = m.copy()
+          relaxed.getVars().VType = "C"
+
+        NOTES:
+          getVars(), getConstrs() and getVarByName() of the copy give its elements. To copy what you
+          hold along with the model, put the model first: m2, x2 = copy.deepcopy((m, x)). Your own
+          attributes of the model are copied as copy.deepcopy does it, so that m2._x is the copy's
+          variable. copy.copy(m) is the same as m.copy(). TaviroError for a closed model, and where
+          copy.deepcopy meets an element of the model before the model itself.
+        """
+        from copy import deepcopy
+
+        return deepcopy(self)
+
+    def __copy__(self) -> Self:
+        return self.copy()
+
+    def __deepcopy__(self, memo: dict[int, Any]) -> Self:
+        from ._pickling import deep_copy_of_model
+
+        return deep_copy_of_model(self, memo)
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        from ._pickling import reduced_model
+
+        return reduced_model(self)
+
     def close(self) -> None:
         """
         ROUTINE:
@@ -757,7 +885,7 @@ class Model(ModelShell):
         data_of(self).close()
 
 
-def _around(data: ModelData) -> Model:
+def around(data: ModelData) -> Model:
     """A new Model round the data of one that the user has dropped, while handles hold them."""
     model = Model.__new__(Model)
     attach(model, data)

@@ -1,5 +1,7 @@
 """Constants of the package."""
 
+from typing import Final
+
 
 class _Code(int):
     """An integer constant that prints as its name, and equals it: ``m.Status == "OPTIMAL"``.
@@ -40,12 +42,12 @@ class _Code(int):
 class TVO:
     """Constants: senses of constraints and of the objective, error codes and statuses."""
 
-    LESS_EQUAL = "<"
-    EQUAL = "="
-    GREATER_EQUAL = ">"
+    LESS_EQUAL: Final = "<"
+    EQUAL: Final = "="
+    GREATER_EQUAL: Final = ">"
 
-    MINIMIZE = 1
-    MAXIMIZE = -1
+    MINIMIZE: Final = 1
+    MAXIMIZE: Final = -1
     INFINITY = float("inf")
 
     class Error:

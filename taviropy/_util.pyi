@@ -6,22 +6,22 @@ from typing import Any, Literal, overload
 import numpy as np
 from numpy.typing import NDArray
 
-type Shape = int | tuple[int, ...]
-type Multiply = Callable[[Any, Any], Any]
-type Sum = Callable[[list[Any]], Any]
+type _Shape = int | tuple[int, ...]
+type _Multiply = Callable[[Any, Any], Any]
+type _Sum = Callable[[list[Any]], Any]
 
 __pyx_capi__: dict[str, Any]
 
 def _isscalar(value: object, /) -> bool: ...
 def _isstr(value: object, /) -> bool: ...
-def _broadcast_shapes(*shapes: Shape) -> tuple[int, ...]: ...
+def _broadcast_shapes(*shapes: _Shape) -> tuple[int, ...]: ...
 @overload
 def _matmul_shape(
-    shape_left: Shape, shape_right: Shape, do_raise: Literal[True] = True
+    shape_left: _Shape, shape_right: _Shape, do_raise: Literal[True] = True
 ) -> tuple[int, ...]: ...
 @overload
 def _matmul_shape(
-    shape_left: Shape, shape_right: Shape, do_raise: bool
+    shape_left: _Shape, shape_right: _Shape, do_raise: bool
 ) -> tuple[int, ...] | None: ...
 def _axis_to_axeslist(
     axis: int | tuple[int, ...] | list[int] | None, ndim: int, /
@@ -30,12 +30,12 @@ def _all_refs_match(
     arr1: NDArray[np.object_] | None, arr2: NDArray[np.object_] | None, /
 ) -> bool: ...
 def _dense_matmul_kernel(
-    left_arr: NDArray[Any], right_arr: NDArray[Any], f_multiply: Multiply, f_sum: Sum
+    left_arr: NDArray[Any], right_arr: NDArray[Any], f_multiply: _Multiply, f_sum: _Sum
 ) -> NDArray[np.object_]: ...
 def _dense_array(matrix: Any, /) -> NDArray[Any]: ...
 def _sparse_right_matmul_kernel(
-    left_arr: NDArray[Any], right: Any, f_multiply: Multiply, f_sum: Sum
+    left_arr: NDArray[Any], right: Any, f_multiply: _Multiply, f_sum: _Sum
 ) -> NDArray[np.object_]: ...
 def _sparse_left_matmul_kernel(
-    left: Any, right_arr: NDArray[Any], f_multiply: Multiply, f_sum: Sum
+    left: Any, right_arr: NDArray[Any], f_multiply: _Multiply, f_sum: _Sum
 ) -> NDArray[np.object_]: ...

@@ -6,7 +6,6 @@ from dataclasses import dataclass
 from typing import Any
 
 import numpy as np
-from numpy.typing import ArrayLike
 
 from ._exception import TaviroError
 from ._matrixapi import MConstr, MVar
@@ -20,6 +19,7 @@ from .engines.decided import decided
 from .engines.protocol import Answer, Run
 from .engines.running import Log, Stop
 from .options import Options
+from .typing import Numbers
 
 _SHOWN = 1e-7  # what gives less isn't named
 
@@ -54,9 +54,9 @@ class Relaxation:
 def find_relaxation(
     data: ModelData,
     constrs: MConstr | None,
-    weights: ArrayLike,
+    weights: Numbers,
     bounds: MVar | bool,
-    bound_weights: ArrayLike,
+    bound_weights: Numbers,
     wanted: str,
     options: Options,
 ) -> Relaxation:
@@ -130,7 +130,7 @@ def _numbers(data: ModelData, kind: int, block: Any) -> tuple[Any, tuple[int, ..
     return found, handles.shape
 
 
-def _weights(noun: str, given: ArrayLike, shape: tuple[int, ...]) -> Floats:
+def _weights(noun: str, given: Numbers, shape: tuple[int, ...]) -> Floats:
     weights = np.broadcast_to(column_data(noun, given, shape), (int(np.prod(shape)),))
     if len(weights) and not (np.isfinite(weights).all() and weights.min() > 0.0):
         raise invalid(f"'{noun}' takes positive finite numbers, not {float(weights.min())}")

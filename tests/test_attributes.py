@@ -1,12 +1,17 @@
 """Attributes of a model in bulk, on the four handle classes."""
 
+import ast
+import typing
+from pathlib import Path
 from types import SimpleNamespace
 
 import numpy as np
 import pytest
 
 import taviropy as tv
-from taviropy import _matrixapi
+from taviropy import _matrixapi, engines, options
+from taviropy import typing as types
+from taviropy.data import attributes
 
 
 @pytest.fixture
@@ -258,3 +263,47 @@ def test_indices_may_be_any_integers():
     del elements[0]._colno
     with pytest.raises(AttributeError, match="_colno"):
         x._idxarr()
+
+
+TYPED = {
+    attributes.MODEL: [("_model.py", "Model")],
+    attributes.VARIABLE: [("_scalars.pyi", "Var"), ("_matrixapi.pyi", "MVar")],
+    attributes.LINEAR: [("_scalars.pyi", "Constr"), ("_matrixapi.pyi", "MConstr")],
+    attributes.QUADRATIC: [("_scalars.pyi", "QConstr"), ("_matrixapi.pyi", "MQConstr")],
+    attributes.GENERAL: [("_scalars.pyi", "GenConstr"), ("_matrixapi.pyi", "MGenConstr")],
+}
+
+
+@pytest.mark.parametrize(
+    ("kind", "file", "name"), [(kind, *place) for kind, places in TYPED.items() for place in places]
+)
+def test_the_types_have_the_attributes_of_the_table(kind, file, name):
+    """Each class declares all attributes of its kind, and those that can't be set as read-only."""
+    text = (Path(tv.__file__).parent / file).read_text()
+    body = next(n for n in ast.parse(text).body if isinstance(n, ast.ClassDef) and n.name == name)
+    declared = {
+        node.target.id: "_ReadOnly" not in ast.unparse(node.annotation)
+        for node in ast.walk(body)
+        if isinstance(node, ast.AnnAssign)
+        and isinstance(node.target, ast.Name)
+        and node.target.id[0].isupper()
+    }
+    table = {n: bool(a.settable) for n, a in attributes.ATTRIBUTES.items() if a.kind == kind}
+    assert declared == table
+
+
+def test_the_types_have_the_choices_of_the_data():
+    """The literals are what the package takes, neither more nor less."""
+    assert typing.get_args(types.EngineName.__value__) == ("auto", *engines.ENGINES)
+    assert "".join(typing.get_args(types.VType.__value__)) == attributes.CHARACTERS["VType"]
+    assert "".join(typing.get_args(types.Sense.__value__)) == attributes.CHARACTERS["Sense"]
+    text = (Path(tv.__file__).parent / "_model.py").read_text()
+    for method in ("setOption", "getOption"):
+        names = [
+            leaf.value
+            for node in ast.walk(ast.parse(text))
+            if isinstance(node, ast.FunctionDef) and node.name == method
+            for leaf in ast.walk(node.args)
+            if isinstance(leaf, ast.Constant)
+        ]
+        assert sorted(filter(None, names)) == sorted(options._OWN)

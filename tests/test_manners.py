@@ -11,6 +11,7 @@ import time
 
 import numpy as np
 import pytest
+from hard import market_split
 
 import taviropy as tv
 from taviropy import TVO, TaviroError
@@ -24,17 +25,6 @@ NO_OPTION = object()
 def quiet(engine="auto"):
     model = tv.Model(engine=engine)
     model.setOption("log", False)
-    return model
-
-
-def market_split(engine="auto", columns=80):
-    """A mixed-integer model out of reach of any solver for hours."""
-    rng = np.random.default_rng(5)
-    model = quiet(engine)
-    x = model.addMVar(columns, vtype="B")
-    slack = model.addMVar((2, 8), obj=1)
-    A = rng.integers(0, 100, (8, columns)).astype(float)
-    model.addConstr(A @ x + slack[0] - slack[1] == A.sum(1) // 2)
     return model
 
 
@@ -201,7 +191,7 @@ def press(*seconds):
 
 @pytest.mark.parametrize("engine", ["highs", "scip"])
 def test_ctrl_c_ends_a_solve_and_twice_ends_a_loop(engine):
-    with market_split(engine) as m:
+    with market_split(engine)[0] as m:
         m.setOption("timeLimit", 30)
         press(0.5)
         m.optimize()
@@ -234,7 +224,7 @@ def test_a_handler_of_the_users_own_stays_in_charge():
     before = signal.signal(signal.SIGINT, ring)
     try:
         for engine in ("highs", "scip"):
-            with market_split(engine) as m:
+            with market_split(engine)[0] as m:
                 m.setOption("timeLimit", 30)
                 press(0.5)
                 with pytest.raises(Alarm):
@@ -249,7 +239,7 @@ def test_a_handler_of_the_users_own_stays_in_charge():
 def test_other_threads_run_while_a_solver_works():
     for engine in ("highs", "scip"):
         for log in (False, True):
-            with market_split(engine) as m:
+            with market_split(engine)[0] as m:
                 m.setOption("timeLimit", 0.6)
                 m.setOption("log", log)
                 beats = []
@@ -267,6 +257,32 @@ def test_other_threads_run_while_a_solver_works():
                 assert len(beats) > 8
 
 
+def test_more_nonlinear_solves_than_scip_knows_threads():
+    code = """
+        import threading
+        import taviropy as tv
+        def solve():
+            with tv.Model(engine="scip") as m:
+                m.setOption("log", False)
+                x, y = m.addMVar((2, 2), lb=-2, ub=2), m.addMVar((2, 2), lb=-99, ub=99)
+                v, z = m.addVar(lb=0.1, ub=6), m.addVar(lb=-9, ub=40)
+                m.addConstr(y == x**3 - x / (4 + x[0, 0]))
+                m.addConstr(z == v**1.5 + 1)
+                m.addConstr(z >= 2 ** (v - 1))
+                m.setObjective(y.sum() + 3 * z)
+                m.optimize()
+                assert abs(z.X - 0.1**1.5 - 1) < 1e-4
+        for _ in range(20):
+            solve()
+            threads = [threading.Thread(target=solve) for _ in range(4)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+    """
+    assert run_python(code).returncode == 0
+
+
 # Forks
 
 
@@ -274,9 +290,9 @@ def test_other_threads_run_while_a_solver_works():
 @pytest.mark.parametrize("engine", ["highs", "scip"])
 def test_a_fork_after_a_solve_with_several_threads(engine):
     code = """
-        import os, signal, sys, test_manners
+        import os, signal, sys, hard
         def split():
-            model = test_manners.market_split(sys.argv[1])
+            model, _ = hard.market_split(sys.argv[1])
             model.setOption("threads", 2)
             model.setOption("timeLimit", 0.5)
             return model

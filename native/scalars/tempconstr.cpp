@@ -79,6 +79,13 @@ PyMemberDef members[] = {
     {nullptr},
 };
 
+// TempConstr[MConstr] in an annotation names what addConstr makes of it.
+PyMethodDef methods[] = {
+    {"__class_getitem__", Py_GenericAlias, METH_O | METH_CLASS,
+     "For annotations: TempConstr[MConstr] becomes an MConstr in Model.addConstr."},
+    {nullptr},
+};
+
 PyType_Slot slots[] = {
     {Py_tp_doc, const_cast<char*>(
                     "TempConstr(lhs, sense, rhs)\n--\n\nA comparison of expressions, as <=, >= and "
@@ -90,6 +97,7 @@ PyType_Slot slots[] = {
     {Py_tp_repr, slot<TempConstr_repr>()},
     {Py_nb_bool, slot<TempConstr_bool>()},
     {Py_tp_members, members},
+    {Py_tp_methods, methods},
     {0, nullptr},
 };
 

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from contextlib import suppress
+from time import perf_counter
 from typing import Any, NamedTuple
 
 import clarabel
@@ -13,10 +14,11 @@ from .._tvo import TVO
 from ..data.changes import Changes
 from ..data.values import Floats, Ids
 from ..data.view import View
+from .certificates import has_ray
 from .cones import Cone, cones_of, in_cone
 from .convexity import is_convex
 from .factor import NotConvex
-from .optimality import ConvexProgram
+from .optimality import ConvexProgram, largest
 from .protocol import Answer, Run
 from .running import News, as_type
 
@@ -24,9 +26,8 @@ _INFINITY = 1e20  # what it takes for infinite
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5  # as `ConvexProgram.error` measures them
 # One digit more than Clarabel asks for by itself: complementarity is worse than the gap.
 _TOLERANCES = {"tol_gap_abs": 1e-9, "tol_gap_rel": 1e-9, "tol_feas": 1e-9}
-_STATUSES = {
-    "PrimalInfeasible": TVO.Status.INFEASIBLE,
-    "DualInfeasible": TVO.Status.INFEASIBLE_OR_UNBOUNDED,
+_CERTAIN = 1e-6  # what rays may miss
+_ENDED_EARLY = {
     "MaxTime": TVO.Status.TIME_LIMIT,
     "CallbackTerminated": TVO.Status.INTERRUPTED,
 }
@@ -96,15 +97,19 @@ class ClarabelEngine:
 
     def solve(self, view: View, run: Run) -> Answer:
         """Solve what is loaded; no answer is taken on trust."""
-        problem = self._problem
+        problem, deadline = self._problem, perf_counter() + run.time_limit
         assert problem is not None
-        solution = problem.run(run)
+        solution = problem.run(run, run.time_limit)
         status = str(solution.status)
+        if status in _ENDED_EARLY:
+            return Answer(_ENDED_EARLY[status])
         if status in _WITH_POINT:
-            return problem.answer(solution, run)
-        if status == "DualInfeasible":
-            return Answer(_settled(problem, run))
-        return Answer(_STATUSES.get(status, TVO.Status.FAILED))
+            answer = problem.answer(solution, run)
+            if answer is not None:
+                return answer
+        if problem.proves_no_point(solution):
+            return Answer(TVO.Status.INFEASIBLE)
+        return Answer(_settled(problem, solution, run, deadline))
 
 
 def _quiet_settings() -> Any:
@@ -113,13 +118,19 @@ def _quiet_settings() -> Any:
     return settings
 
 
-def _settled(problem: _Problem, run: Run) -> int:
-    """Whether a model along whose objective there is no end has a point at all."""
-    run.log.line("The objective has no end: looking for a feasible point.")
-    status = str(problem.run(run, feasibility=True).status)
-    if status in ("Solved", "AlmostSolved"):
-        return TVO.Status.UNBOUNDED
-    return _STATUSES.get(status, TVO.Status.INFEASIBLE_OR_UNBOUNDED)
+def _settled(problem: _Problem, solution: Any, run: Run, deadline: float) -> int:
+    """The status of a model that came to no optimum, after a look for a feasible point."""
+    run.log.line("There is no optimum so far: looking for a feasible point.")
+    found = problem.run(run, max(deadline - perf_counter(), 0.0), feasibility=True)
+    status = str(found.status)
+    if status in _ENDED_EARLY:
+        return _ENDED_EARLY[status]
+    if problem.proves_no_point(found):
+        return TVO.Status.INFEASIBLE
+    if problem.is_ray(solution, deadline - perf_counter()):
+        has_point = status in ("Solved", "AlmostSolved")
+        return TVO.Status.UNBOUNDED if has_point else TVO.Status.INFEASIBLE_OR_UNBOUNDED
+    return TVO.Status.FAILED
 
 
 class _Section(NamedTuple):
@@ -161,6 +172,7 @@ class _Problem:
         low, high = (bound / program.units for bound in program.column_bounds)
         of_columns = _sections(False, sp.eye_array(size, format="csr"), low, high)
         equations = [of_rows[0], of_columns[0]]
+        self._equations = sum(len(section.places) for section in equations)
         inequalities = [*of_rows[1:], *of_columns[1:]]
         self._sections = equations + inequalities
         self._kinds = []
@@ -180,8 +192,8 @@ class _Problem:
         of_cones = [cone.sides for cone in self._cones]
         self._sides = np.concatenate([section.sides for section in self._sections] + of_cones)
 
-    def run(self, run: Run, feasibility: bool = False) -> Any:
-        """Clarabel's solution, without the objective where only feasibility is asked for."""
+    def run(self, run: Run, seconds: float, feasibility: bool = False) -> Any:
+        """Clarabel's solution within so many seconds; for `feasibility` there is no objective."""
         settings = _quiet_settings()
         for name, value in _TOLERANCES.items():
             setattr(settings, name, value)
@@ -189,7 +201,7 @@ class _Problem:
             settings.max_threads = run.threads
         for name, value in run.options.items():
             setattr(settings, name, value)
-        settings.time_limit = min(settings.time_limit, run.time_limit)
+        settings.time_limit = min(settings.time_limit, seconds)
         keep = 0.0 if feasibility else 1.0
         solver = clarabel.DefaultSolver(
             sp.csc_matrix(keep * self._hessian),
@@ -213,8 +225,35 @@ class _Problem:
             f"order, {self._matrix.nnz} + {self._hessian.nnz} nonzeros"
         )
 
-    def answer(self, solution: Any, run: Run) -> Answer:
-        """The point as answer to the model, judged by the model's own data."""
+    def proves_no_point(self, solution: Any) -> bool:
+        """Whether Clarabel says that the problem has no point, and its multipliers show it."""
+        if str(solution.status) not in ("PrimalInfeasible", "AlmostPrimalInfeasible"):
+            return False
+        z = self._in_cones(np.array(solution.z))
+        pull, sides = abs(self._matrix.T @ z), self._sides * z
+        is_level = bool((pull <= _room(self._matrix.T, z)).all())
+        return is_level and bool(sides.sum() < -_CERTAIN * abs(sides).sum())
+
+    def is_ray(self, solution: Any, seconds: float) -> bool:
+        """Whether Clarabel says that the objective has no end, and its direction shows it.
+
+        Without cones another one is looked for where its own isn't good enough.
+        """
+        if str(solution.status) not in ("DualInfeasible", "AlmostDualInfeasible"):
+            return False
+        ray = np.array(solution.x)
+        change = -(self._matrix @ ray)
+        missed = abs(change)
+        missed[self._equations :] = abs(self._in_cones(change) - change)[self._equations :]
+        hessian = self._hessian + sp.triu(self._hessian, 1).T
+        is_flat = bool((abs(hessian @ ray) <= _room(hessian, ray)).all())
+        falls = self._costs @ ray < -_CERTAIN * (abs(self._costs) @ abs(ray))
+        if is_flat and falls and (missed <= _room(self._matrix, ray)).all():
+            return True
+        return not self._cones and has_ray(self.program, seconds)
+
+    def answer(self, solution: Any, run: Run) -> Answer | None:
+        """The point as answer to the model, judged by the model's own data; None for a bad one."""
         program, sign = self.program, self.program.sign
         x = program.within_bounds(program.units * np.array(solution.x))
         z = np.array(solution.z)
@@ -228,7 +267,7 @@ class _Problem:
         if error > _SMALL_ERROR:
             run.log.line(f"The answer's error is {error:.1e}.")
         if error > _TOLERABLE_ERROR:
-            return Answer(TVO.Status.FAILED)
+            return None
         activity: Floats = program.matrix @ x
         quadratic = [
             cone.multiplier(x, part, program.units)
@@ -254,6 +293,12 @@ class _Problem:
             place = end
         return rows * self.program.row_scales
 
+    def _in_cones(self, values: Floats) -> Floats:
+        """One value a row, those of inequalities and cones moved to where they may be."""
+        place = len(values) - sum(cone.dimension for cone in self._cones)
+        free, signed = values[: self._equations], values[self._equations : place]
+        return np.concatenate([free, np.maximum(signed, 0.0), *self._cone_multipliers(values)])
+
     def _cone_multipliers(self, z: Floats) -> list[Floats]:
         place = len(z) - sum(cone.dimension for cone in self._cones)
         found = []
@@ -261,6 +306,11 @@ class _Problem:
             found.append(in_cone(z[place : place + cone.dimension]))
             place += cone.dimension
         return found
+
+
+def _room(matrix: Any, ray: Floats) -> Floats:
+    """What the product with a ray may miss, relative to its largest terms."""
+    return _CERTAIN * abs(ray).max(initial=0.0) * largest(matrix)
 
 
 def _stacked(cones: list[Cone], columns: int) -> Any:

@@ -100,6 +100,9 @@ def _cone(quadratic: QuadraticRows, row: int, lower: Floats) -> Cone:
     below, above = quadratic.lower[row], quadratic.upper[row]
     if np.isfinite(below) and np.isfinite(above):
         raise NotConvex("is an equation")
+    if not np.isfinite(below) and not np.isfinite(above):
+        none = np.empty(0, np.int32)
+        return Cone(none, none, np.empty(0), np.array([1.0, 0.0]), 1.0, False)
     turned = bool(np.isfinite(below))
     sign, bound = (-1.0, -below) if turned else (1.0, above)
     terms = quadratic.terms(row)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import threading
 from functools import cache
 from math import isfinite
 from time import perf_counter
@@ -15,7 +16,9 @@ from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.values import Floats
 from ..data.view import View
+from .certificates import has_ray
 from .convexity import is_convex
+from .highs_claims import Claims
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Run
@@ -57,6 +60,10 @@ _INTERRUPTS = (
     cb.HighsCallbackType.kCallbackIpmInterrupt,
     cb.HighsCallbackType.kCallbackMipInterrupt,
 )
+# A linear model of so many columns, rows and coefficients is solved before anybody could interrupt,
+# and asking at each iteration would take a third of the time.
+_BRIEF = 10_000
+_scheduled = threading.local()  # the number of threads that HiGHS has for this one
 # Quadratic programs: errors as `QuadraticProgram.error` measures them, and what is tried where one
 # is larger: steps and HiGHS's regularization, None for its own.
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5
@@ -71,7 +78,6 @@ class HighsEngine(LiveHighs):
 
     def __init__(self) -> None:
         super().__init__()
-        self._threads: int | None = None
         self._applied: object = None  # what the options were last set from
 
     @classmethod
@@ -114,6 +120,7 @@ class HighsEngine(LiveHighs):
 
     def _apply(self, highs: Any, run: Run, seconds: float) -> None:
         """Set the options of the next run, which is to end after so many seconds."""
+        _start_scheduler(run)
         key = (run.version, self._columns + self._rows)
         is_own = highs is self._highs
         if is_own and key == self._applied and seconds == np.inf:
@@ -124,8 +131,7 @@ class HighsEngine(LiveHighs):
         wanted = {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
-            # HiGHS starts as many as it is told, and ends the process where the system has no more.
-            ("threads", None if run.threads is None else min(run.threads, os.cpu_count() or 1)),
+            ("threads", _threads(run)),
             ("random_seed", run.seed),
         ):
             if value is not None:
@@ -133,9 +139,6 @@ class HighsEngine(LiveHighs):
         seconds = min(seconds, wanted.pop("time_limit", np.inf))
         if seconds < np.inf:
             wanted["time_limit"] = highs.getRunTime() + seconds  # its clock never restarts
-        if wanted.get("threads", 0) != self._threads:
-            self._threads = wanted.get("threads", 0)
-            Highs.resetGlobalScheduler(True)
         for name, value in wanted.items():
             if highs.setOptionValue(name, value) != HighsStatus.kOk:
                 raise TaviroError(
@@ -153,10 +156,9 @@ class HighsEngine(LiveHighs):
         self._pass_start(view)
         if view.quadratic_objective is not None:
             return self._solve_quadratic(view, run)
+        deadline = perf_counter() + run.time_limit
         _run(self._highs, run, has_integers=view.has_integers)
-        if not run.stop:
-            self._settle_status(run)
-        return self._answer(view, run)
+        return self._answer(view, run, self._settled(view, run, deadline))
 
     def _pass_start(self, view: View) -> None:
         start = view.start
@@ -166,39 +168,43 @@ class HighsEngine(LiveHighs):
         if len(at):
             self._highs.setSolution(len(at), at, start[at])
 
-    def _settle_status(self, run: Run) -> None:
-        """Solve again where HiGHS's presolve left the status open, or may be wrong.
+    def _settled(self, view: View, run: Run, deadline: float) -> int:
+        """The status, after further runs where HiGHS leaves it open or its claim doesn't hold.
 
-        It calls some models infeasible that are unbounded. Without costs there is nothing to
-        confuse: what is feasible then is feasible.
+        From a basis of an earlier run it ends some models with an open status; its presolve has
+        called models infeasible that are unbounded.
         """
-        status = self._highs.getModelStatus()
-        if status == HighsModelStatus.kInfeasible:
-            info = self._highs.getInfo()
-            if info.simplex_iteration_count > 0 or info.mip_node_count > 0:
-                return
-            if not self._is_feasible(run):
-                return
-            run.log.line("There is a feasible point: solving again without presolve.")
-        elif status != HighsModelStatus.kUnboundedOrInfeasible:
-            return
-        self._highs.clearSolver()
-        self._highs.setOptionValue("presolve", "off")
-        self._applied = None
-        _run(self._highs, run)
+        claims = self._claims(view, run, deadline)
+        for presolve in ("choose", "off", None):
+            if run.stop:
+                break
+            status = claims.holds(self._status(), deadline)
+            if status != TVO.Status.FAILED:
+                return status
+            seconds = deadline - perf_counter()
+            if presolve is None or seconds <= 0.0:
+                break
+            run.log.line("The status is open: solving again from scratch.")
+            self._highs.clearSolver()
+            self._applied = None
+            self._apply(self._highs, run, seconds)
+            self._highs.setOptionValue("presolve", presolve)
+            self._applied = None
+            _run(self._highs, run, has_integers=view.has_integers)
+        return self._status()
 
-    def _is_feasible(self, run: Run) -> bool:
-        highs, columns = new_highs(), np.arange(self._columns, dtype=np.int32)
-        highs.passModel(self._highs.getLp())
-        highs.changeColsCost(len(columns), columns, np.zeros(len(columns)))
-        self._apply(highs, run, run.time_limit)
-        _run(highs, run, silent=True)
-        return bool(highs.getModelStatus() == HighsModelStatus.kOptimal)
+    def _claims(self, view: View, run: Run, deadline: float) -> Claims:
+        def run_beside(highs: Any) -> None:
+            self._apply(highs, run, max(deadline - perf_counter(), 0.0))
+            _run(highs, run, silent=True, has_integers=view.has_integers)
 
-    def _answer(self, view: View, run: Run) -> Answer:
+        return Claims(self._highs, view, run_beside)
+
+    def _status(self) -> int:
+        return _STATUSES.get(self._highs.getModelStatus(), TVO.Status.FAILED)
+
+    def _answer(self, view: View, run: Run, status: int) -> Answer:
         highs = self._highs
-        model_status = highs.getModelStatus()
-        status = _STATUSES.get(model_status, TVO.Status.FAILED)
         if run.stop and status == TVO.Status.FAILED:
             status = TVO.Status.INTERRUPTED
         answer = Answer(status, iterations=sum(map(self._count, _ITERATIONS)))
@@ -209,7 +215,7 @@ class HighsEngine(LiveHighs):
                 answer.bound = bound
             text = "a model with integer variables has no dual values"
             answer.missing = dict.fromkeys(("ReducedCost", "Dual"), text)
-        empty = model_status == HighsModelStatus.kModelEmpty
+        empty = highs.getModelStatus() == HighsModelStatus.kModelEmpty
         is_feasible = highs.getInfoValue("primal_solution_status")[1] == _FEASIBLE
         if status not in _WITH_SOLUTION or not (is_feasible or empty):
             return answer
@@ -231,11 +237,14 @@ class HighsEngine(LiveHighs):
         """Solve a model with a quadratic objective; no answer is taken on trust."""
         deadline = perf_counter() + run.time_limit
         _run(self._highs, run)
-        answer = self._answer(view, run)
-        settled = {TVO.Status.INFEASIBLE, TVO.Status.TIME_LIMIT}
+        answer = self._answer(view, run, self._status())
+        claims = self._claims(view, run, deadline)
+        settled = {TVO.Status.TIME_LIMIT}
         if _QUADRATIC_LIMIT in run.options:
             settled.add(TVO.Status.INTERRUPTED)
         if run.stop or answer.status in settled:
+            return answer
+        if answer.status == TVO.Status.INFEASIBLE and not claims.has_point:
             return answer
         program = QuadraticProgram(view)
         point = program.answer_of(self._highs) if answer.x is not None else None
@@ -243,11 +252,11 @@ class HighsEngine(LiveHighs):
         if error <= _SMALL_ERROR:
             answer.status = TVO.Status.OPTIMAL  # whatever made the solver stop
             return answer
-        if program.has_ray():
-            is_feasible = answer.status in (TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED)
-            return Answer(
-                TVO.Status.UNBOUNDED if is_feasible else TVO.Status.INFEASIBLE_OR_UNBOUNDED
-            )
+        if has_ray(program, deadline - perf_counter()):
+            if answer.status in (TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED) or claims.has_point:
+                return Answer(TVO.Status.UNBOUNDED)
+            known = claims.has_point is False
+            return Answer(TVO.Status.INFEASIBLE if known else TVO.Status.INFEASIBLE_OR_UNBOUNDED)
         return self._mended(program, point, error, run, deadline)
 
     def _mended(
@@ -296,6 +305,21 @@ def _option_names() -> list[str]:
     return [name for name in names if highs.getOptionType(name)[0] == HighsStatus.kOk]
 
 
+def _threads(run: Run) -> int | None:
+    """How many threads HiGHS is to use. It starts as many as it is told, and ends the process where
+    the system has no more."""
+    return None if run.threads is None else min(run.threads, os.cpu_count() or 1)
+
+
+def _start_scheduler(run: Run) -> None:
+    """HiGHS keeps its threads from one run to the next, for each thread that calls it, and refuses
+    to run with another number of them."""
+    wanted = run.options.get("threads", 0) if run.threads is None else _threads(run)
+    if getattr(_scheduled, "threads", wanted) != wanted:
+        Highs.resetGlobalScheduler(True)
+    _scheduled.threads = wanted
+
+
 def _news(kind: Any, told: Any) -> News:
     """What HiGHS tells by a callback that asks whether to go on."""
     if kind == cb.HighsCallbackType.kCallbackMipInterrupt:
@@ -342,8 +366,10 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
     highs.setCallback(answer, None)
     if is_loud and not log.is_process_output:
         highs.startCallback(_LOGGING)
-    for kind in _INTERRUPTS:
-        highs.startCallback(kind)
+    size = highs.getNumCol() + highs.getNumRow() + highs.getNumNz()
+    if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
+        for kind in _INTERRUPTS:
+            highs.startCallback(kind)
     if run.reporter and not silent:
         highs.startCallback(_IMPROVING)
     try:

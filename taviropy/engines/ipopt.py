@@ -59,6 +59,7 @@ _SETTINGS = [
     "tol",
     "warm_start_init_point",
 ]
+_COMPLEMENTARY = 1e-5  # what moving to the sides that multipliers push from may bring, relatively
 _FEASIBLE = 1e-6  # by what a row may miss its sides, relative to them
 _WARM = {
     "ipopt.warm_start_init_point": "yes",
@@ -153,6 +154,8 @@ class IpoptEngine:
         found = None
         if self._last is not None and not has_start:
             found = attempt.solve(self._last, _WARM)
+            if found[1] == "Solve_Succeeded" and not attempt.is_complementary(found[0]):
+                found = None  # Ipopt takes old multipliers for good where a bound has moved
         if found is None or not (found[1] == "Solve_Succeeded" or run.stop):
             found = attempt.solve((attempt.start(start), np.empty(0), np.empty(0)), {})
         point, word, iterations = found
@@ -245,6 +248,19 @@ class _Attempt:
         point = tuple(np.array(found[name]).reshape(-1) for name in ("x", "lam_x", "lam_g"))
         run.log.line(f"Ipopt says: {told['return_status']}")
         return point, told["return_status"], int(told["iter_count"])  # type: ignore[return-value]
+
+    def is_complementary(self, point: Point) -> bool:
+        """Whether the multipliers push from sides that the point is at."""
+        x, of_bounds, of_rows = point
+        objective, values = self._smooth.nlp(x, self._costs)
+        gap = 0.0
+        for at, multipliers, lower, upper in (
+            (x, of_bounds, self._lower, self._upper),
+            (np.array(values).reshape(-1), of_rows, self._below, self._above),
+        ):
+            room = np.where(multipliers > 0.0, upper - at, at - lower)
+            gap += float(abs(multipliers) @ np.clip(room, 0.0, 1.0 + abs(at)))
+        return gap <= _COMPLEMENTARY * (1.0 + abs(float(objective)))
 
     def answer(self, point: Point, word: str) -> Answer:
         """What a point and Ipopt's word on it come to."""

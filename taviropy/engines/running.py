@@ -11,7 +11,9 @@ import sys
 import threading
 from collections import deque
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager, suppress
+from functools import cache
 from time import monotonic
 from types import FrameType, TracebackType
 from typing import IO, Any, NamedTuple, Self
@@ -20,6 +22,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 _TICK = 0.05  # seconds
+_MOST_KEPT = 32  # threads: those beyond wait
 
 
 def as_type(kind: type, value: Any) -> Any:
@@ -47,11 +50,13 @@ def in_thread(
     stop: Stop,
     interrupt: Callable[[], object],
     tick: Callable[[], object] = lambda: None,
+    in_kept: bool = False,
 ) -> None:
     """Call something that takes long in a thread of its own, and wait for it.
 
     Signals reach Python meanwhile. `interrupt` is called once the user wants it to end, and again
-    until it does; `tick` now and then, and at the end.
+    until it does; `tick` now and then, and at the end. `in_kept` takes one of a few threads that
+    are kept, for a solver that has room for so many threads in the life of a process.
     """
     errors: list[BaseException] = []
     done = threading.Event()
@@ -64,7 +69,10 @@ def in_thread(
         finally:
             done.set()
 
-    threading.Thread(target=work, name="taviropy-solve").start()
+    if in_kept:
+        _kept_threads().submit(work)
+    else:
+        threading.Thread(target=work, name="taviropy-solve").start()
     raised: BaseException | None = None
     while not done.is_set():
         try:
@@ -79,6 +87,15 @@ def in_thread(
         raise raised
     if errors:
         raise errors[0]
+
+
+@cache
+def _kept_threads() -> ThreadPoolExecutor:
+    return ThreadPoolExecutor(_MOST_KEPT, "taviropy-solve")
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_kept_threads.cache_clear)  # a child has no threads yet
 
 
 @contextmanager

@@ -265,11 +265,13 @@ class ScipEngine:
         """Run SCIP, its log going where that of the run goes.
 
         SCIP writes the log to a file, which is read meanwhile: it would call Python's streams
-        without Python's lock.
+        without Python's lock. Its automatic differentiation has room for 64 threads in the life of
+        a process.
         """
         scip = self._scip
         if not run.log.is_on:
-            in_thread(scip.optimizeNogil, run.stop, scip.interruptSolve, run.reporter.pump)
+            pump = run.reporter.pump
+            in_thread(scip.optimizeNogil, run.stop, scip.interruptSolve, pump, in_kept=True)
             return
         with TemporaryDirectory() as folder:
             path = Path(folder, "log")
@@ -282,12 +284,7 @@ class ScipEngine:
                         run.log.write(log.read())
                         run.reporter.pump()
 
-                    in_thread(
-                        scip.optimizeNogil,
-                        run.stop,
-                        scip.interruptSolve,
-                        tick,
-                    )
+                    in_thread(scip.optimizeNogil, run.stop, scip.interruptSolve, tick, in_kept=True)
             finally:
                 scip.setLogfile(None)
 

@@ -175,6 +175,7 @@ class Smooth:
             second = ca.vec(terms.second.map(terms.count)(v, constants, weights))
             hessian.add(np.minimum(curved, across), np.maximum(curved, across), second)
         at, given = [x, costs], ["x", "p"]
+        g = ca.densify(g)  # an entry for rows without a term, too
         self.nlp = ca.Function("nlp", at, [f, g], given, ["f", "g"])
         self.gradient = ca.Function("nlp_grad_f", at, [f, slope], given, ["f", "grad_f_x"])
         self.jacobian = ca.Function(
