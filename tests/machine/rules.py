@@ -1,6 +1,11 @@
 """The machine: one model, changed and solved in every way, in step with its shadow."""
 
+import copy
+import os
+import pickle
 from contextlib import suppress
+from importlib.util import find_spec
+from tempfile import TemporaryDirectory
 
 import numpy as np
 import scipy.sparse as sp
@@ -44,6 +49,8 @@ class Machine(RuleBasedStateMachine, Agreement):
             "inf": np.inf,
             "nan": np.nan,
             "suppress": suppress,
+            "copy": copy,
+            "pickle": pickle,
         }
         self.answer = None  # of the last solve: X by number of the variable
         self.do(f"m = tv.Model(engine={engine!r})")
@@ -81,13 +88,13 @@ class Machine(RuleBasedStateMachine, Agreement):
         """The statements as a program."""
         lines = [
             "import numpy as np, scipy.sparse as sp, taviropy as tv",
-            "from contextlib import suppress",
+            "import copy, pickle; from contextlib import suppress",
         ]
         return "\n".join([*lines, "inf, nan = np.inf, np.nan", *self.lines])
 
     def name(self):
         """The argument for a name, and the name."""
-        name = self.writer.pick(("", "", "", "a", "b c"))
+        name = self.writer.pick(("", "", "", "a", "b c", "end", "1e5"))
         return (f", name={name!r}" if name else ""), name
 
     # Additions
@@ -270,6 +277,38 @@ class Machine(RuleBasedStateMachine, Agreement):
 
     def draw(self, seed):
         return self.writer.begin(seed)
+
+    # Journeys
+
+    @rule(way=st.sampled_from(("copy.deepcopy(({}))", "pickle.loads(pickle.dumps(({})))")))
+    def travel(self, way):
+        """Go on with a copy of the model and of all handles."""
+        names = ", ".join(["m", *(block.text for each in self.blocks.values() for block in each)])
+        self.do(f"({names},) = {way.format(names + ',')}")
+
+    @precondition(lambda self: find_spec("taviropy.files.mps_writer"))
+    @rule(form=st.sampled_from((".mps", ".lp")))
+    def write_and_read(self, form):
+        """Go on with what a file gives back."""
+        shadow = self.shadow
+        shadow.update()
+        if shadow.is_broken() or not len(shadow.variables.placed()):
+            self.do("m.update()")
+            return
+        memory = "/dev/shm" if os.path.isdir("/dev/shm") else None  # files are flushed to the disk
+        with TemporaryDirectory(dir=memory) as folder:
+            path = f"{folder}/model{form}"
+            self.do(f"import os; os.makedirs({folder!r}, exist_ok=True); m.write({path!r})")
+            self.do(f"m = tv.read({path!r})")
+        self.engine, self.answer, self.shadow = "auto", None, shadow.reread()
+        for name in ("quadratic", "general", "linear", "variables"):
+            self.blocks[name].clear()
+        self.writer.shadow = self.shadow
+        for kind, call in (("variables", "getVars"), ("linear", "getConstrs")):
+            everything = getattr(self.shadow, kind).placed()
+            self.add(kind, f"m.{call}()", everything, True)
+        self.set_option("log", False)
+        self.set_option("gap", 0.0)
 
     # Solves
 

@@ -193,6 +193,29 @@ class Shadow:
         for table in self.tables:
             table.update()
 
+    def reread(self):
+        """The model as a file gives it back: what is in place, numbered anew, bounds as they hold."""
+        self.update()
+        found, problem = Shadow(), self.problem()
+        found.square = np.pad(problem.square, (1, 0))
+        found.sense, found.offset = self.sense, self.offset
+        for mine, new in zip(self.tables, found.tables, strict=True):
+            placed = mine.placed()
+            new.states = [PLACED] * len(placed)
+            new.values = {name: mine.at(name, placed).tolist() for name in mine.values}
+        variables = found.variables.values
+        variables["LB"], variables["UB"] = problem.lower.tolist(), problem.upper.tolist()
+        variables["Start"] = [np.nan] * len(problem.costs)
+        found.rows = list(np.pad(problem.rows, ((0, 0), (1, 0))))
+        for square, row, *_ in problem.quadratics:
+            found.squares.append(np.pad(square, (1, 0)) + as_quadratic(np.append(0.0, row)))
+        for number, (column, value, row, *_) in zip(
+            self.general.placed(), problem.indicators, strict=True
+        ):
+            _, _, before, sense = self.implications[number]
+            found.implications.append((column, value, np.append(before[0], row), sense))
+        return found
+
     def is_broken(self):
         """Whether an indicator constraint uses a variable that is gone."""
         used = []
