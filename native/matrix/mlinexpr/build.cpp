@@ -186,6 +186,7 @@ nb::object _from_linexpr(nb::handle cls, nb::handle fromobj) {
 
 static nb::object _from_linexprs(nb::handle cls, nb::handle les) {
     nb::object np = import_numpy();
+    sparse::check(les);  // SciPy walks a matrix that is iterated over
     nb::object objects = np.attr("array")(nb::list(les), "dtype"_a = "O");
     refuse_empty(objects);
     auto convert = [](nb::handle object) {
