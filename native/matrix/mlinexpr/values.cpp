@@ -4,6 +4,7 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "support/axes.hpp"
+#include "support/comparisons.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
 #include "support/solution_values.hpp"
@@ -291,27 +292,11 @@ nb::object getValue(nb::handle self) {
     return result;
 }
 
-// ---- Signs and comparisons ------------------------------------------------------------------
+// ---- Signs ----------------------------------------------------------------------------------
 
 static nb::object pos(nb::handle self) { return copy_of(self); }
 
 static nb::object neg(nb::handle self) { return self * nb::float_(-1.0); }
-
-static nb::object le(nb::handle self, nb::handle rhs) {
-    return names::TempConstr()(self, nb::getattr(names::TVO(), "LESS_EQUAL"), rhs);
-}
-
-static nb::object ge(nb::handle self, nb::handle rhs) {
-    return names::TempConstr()(self, nb::getattr(names::TVO(), "GREATER_EQUAL"), rhs);
-}
-
-static nb::object eq(nb::handle self, nb::handle rhs) {
-    return names::TempConstr()(self, nb::getattr(names::TVO(), "EQUAL"), rhs);
-}
-
-static nb::object ne(nb::handle, nb::handle) {
-    raise_taviro_error(0, "Inequality constraints not supported");
-}
 
 void add_value_methods(ClassBody& body) {
     body.method<&repr>("__repr__(self)")
@@ -331,11 +316,8 @@ void add_value_methods(ClassBody& body) {
         .method<&sum>("sum(self, axis=None)", kSumDoc)
         .method<&getValue>("getValue(self)", kGetValueDoc)
         .method<&pos>("__pos__(self)")
-        .method<&neg>("__neg__(self)")
-        .method<&le>("__le__(self, rhs)")
-        .method<&ge>("__ge__(self, rhs)")
-        .method<&eq>("__eq__(self, rhs)")
-        .method<&ne>("__ne__(self, rhs)");
+        .method<&neg>("__neg__(self)");
+    add_comparisons<0>(body);
 }
 
 }  // namespace taviropy::mlinexpr
