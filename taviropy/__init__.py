@@ -12,6 +12,7 @@ Importing the package loads neither NumPy nor SciPy nor a solver: they come in w
 that needs them.
 """
 
+from . import _pickling
 from ._core import (
     Constr,
     GenConstr,
@@ -40,6 +41,7 @@ from ._matrixapi import (
 )
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
+from .solve_all import solveAll
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -76,12 +78,15 @@ __all__ = [
     "log",
     "read",
     "sin",
+    "solveAll",
     "sqrt",
     "tan",
     "vstack",
 ]
 
 _attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
+
+_pickling.register()
 
 
 def read(path: "str | PathLike[str]") -> Model:

@@ -102,7 +102,7 @@ class Model(ModelShell):
 
         data = ModelData("" if name is None else checked_texts("name", (str(name),))[0])
         data.session = Session(engine)
-        data.new_shell = _around
+        data.new_shell = around
         attach(self, data)
 
     def __repr__(self) -> str:
@@ -833,6 +833,46 @@ class Model(ModelShell):
         data.check_open()
         return data.session.options.get(name)
 
+    def copy(self) -> Self:
+        """
+        ROUTINE:
+          copy()
+
+        PURPOSE:
+          Make a second model, which has nothing in common with this one.
+
+        RETURN VALUE:
+          A Model with the same elements, names, options, start and last solution. It gets an engine
+          of its own at its first solve.
+
+        EXAMPLE:
+          relaxed = m.copy()
+          relaxed.getVars().VType = "C"
+
+        NOTES:
+          getVars(), getConstrs() and getVarByName() of the copy give its elements. To copy what you
+          hold along with the model, put the model first: m2, x2 = copy.deepcopy((m, x)). Your own
+          attributes of the model are copied as copy.deepcopy does it, so that m2._x is the copy's
+          variable. copy.copy(m) is the same as m.copy(). TaviroError for a closed model, and where
+          copy.deepcopy meets an element of the model before the model itself.
+        """
+        from copy import deepcopy
+
+        return deepcopy(self)
+
+    def __copy__(self) -> Self:
+        return self.copy()
+
+    def __deepcopy__(self, memo: dict[int, Any]) -> Self:
+        from ._pickling import deep_copy_of_model
+
+        return deep_copy_of_model(self, memo)
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        from ._pickling import reduced_model
+
+        return reduced_model(self)
+
     def close(self) -> None:
         """
         ROUTINE:
@@ -845,7 +885,7 @@ class Model(ModelShell):
         data_of(self).close()
 
 
-def _around(data: ModelData) -> Model:
+def around(data: ModelData) -> Model:
     """A new Model round the data of one that the user has dropped, while handles hold them."""
     model = Model.__new__(Model)
     attach(model, data)

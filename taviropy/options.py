@@ -146,6 +146,20 @@ class Options:
                 return self._by_engine[each][name]
         return None
 
+    def state(self) -> dict[str, dict[str, Any]]:
+        """What was set, by engine; the package's own options under an empty name."""
+        return {"": dict(self._own)} | {each: dict(put) for each, put in self._by_engine.items()}
+
+    def restore(self, state: dict[str, dict[str, Any]]) -> None:
+        """Take over what `state` gave."""
+        for name, value in state[""].items():
+            if name not in _OWN:
+                raise KeyError(name)
+            self._own[name] = value if value is None else _OWN[name].converted(value)
+        for each in self._by_engine:
+            self._by_engine[each] = dict(state[each])
+        self.version += 1
+
     def _engines_with(self, name: str) -> list[tuple[str, Any]]:
         """The engines that may be meant and that have the option, at least one."""
         found = []

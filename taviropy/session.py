@@ -59,13 +59,15 @@ class Session:
         callback: Callable[[Progress], object] | None = None,
         lazy: Callable[[Point], Any] | None = None,
         progress: bool | None = None,
+        stop: Stop | None = None,
     ) -> None:
-        """Solve the model and keep what comes out; the arguments are those of Model.optimize."""
+        """Solve the model and keep what comes out; the arguments are those of Model.optimize, and
+        `stop` ends the solve from another thread."""
         check_callable("callback", callback)
         check_callable("lazy", lazy)
         data.update()
         data.lock = SOLVING
-        stop = Stop()
+        stop = Stop() if stop is None else stop
         guard = Guard(stop)
         watch = Watch(data, stop, callback, progress, not self.options["log"], guard)
         self._reporter = Reporter(watch.hear if watch else None)

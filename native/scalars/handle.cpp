@@ -81,6 +81,8 @@ Ref Handle_dir(PyObject* self, PyObject*) {
 
 Ref Handle_same(PyObject* self, PyObject*) { return borrow(self); }
 
+Ref Handle_deepcopy(PyObject* self, PyObject* memo) { return deep_copy(self, memo); }
+
 Ref Handle_cmodel(PyObject* self, void*) { return model_of(as_handle(self)->model); }
 
 Ref Handle_index(PyObject* self, void*) {
@@ -121,8 +123,9 @@ PyMethodDef methods[] = {
     {"__dir__", method<Handle_dir>(), METH_NOARGS, nullptr},
     {"__copy__", method<Handle_same>(), METH_NOARGS,
      "__copy__($self, /)\n--\n\nThe handle itself: it never changes."},
-    {"__deepcopy__", method<Handle_same>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nThe handle itself: it never changes."},
+    {"__deepcopy__", method<Handle_deepcopy>(), METH_O,
+     "__deepcopy__($self, memo, /)\n--\n\nThe handle itself; where its model is copied along, and "
+     "comes first, that on the copy's element."},
     {nullptr},
 };
 
@@ -179,6 +182,26 @@ Ref new_handle(PyObject* model, ElementKind kind, int32_t id) {
     handle->id = id;
     handle->kind = kind;
     return self;
+}
+
+Ref deep_copy(PyObject* handle, PyObject* memo) {
+    if (!PyDict_Check(memo)) return borrow(handle);
+    const HandleObject* fields = as_handle(handle);
+    Ref key = checked(PyLong_FromVoidPtr(fields->model));
+    PyObject* copy = PyDict_GetItemWithError(memo, key.get());
+    if (!copy && PyErr_Occurred()) throw PythonError();
+    if (!copy) check(PyDict_SetItem(memo, key.get(), fields->model));
+    if (!copy || copy == fields->model || !is_model_core(copy)) return borrow(handle);
+    if (fields->id >= registry_of(copy, fields->kind).next_id())
+        raise(PyExc_RuntimeError, "the model got new elements while it was copied");
+    return new_handle(copy, static_cast<ElementKind>(fields->kind), fields->id);
+}
+
+void deep_copy_vars(PyObject* list, PyObject* memo) {
+    for (Py_ssize_t k = 0; k < PyList_GET_SIZE(list); ++k) {
+        Ref var = borrow(PyList_GET_ITEM(list, k));
+        if (is_var(var.get())) check(PyList_SetItem(list, k, deep_copy(var.get(), memo).release()));
+    }
 }
 
 PyTypeObject* handle_type(ElementKind kind) {

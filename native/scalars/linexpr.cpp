@@ -177,6 +177,12 @@ Ref LinExpr_copy(PyObject* self, PyObject*) {
     return scaled_linexpr(linear_view(self_of(self)), 1.0);
 }
 
+Ref LinExpr_deepcopy(PyObject* self, PyObject* memo) {
+    Ref copy = LinExpr_copy(self, nullptr);
+    deep_copy_vars(self_of(copy.get())->vars, memo);
+    return copy;
+}
+
 Ref LinExpr_clear(PyObject* self, PyObject*) {
     assign(self_of(self), 0.0, empty_list(), empty_list());
     return none();
@@ -303,8 +309,10 @@ PyMethodDef methods[] = {
      "appearance;\n"
      "terms that come out zero stay."},
     {"__copy__", method<LinExpr_copy>(), METH_NOARGS, "__copy__($self, /)\n--\n\nAs copy()."},
-    {"__deepcopy__", method<LinExpr_copy>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same."},
+    {"__deepcopy__", method<LinExpr_deepcopy>(), METH_O,
+     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same; "
+     "where "
+     "their model is copied along, and\ncomes first, they are the copy's."},
     {nullptr},
 };
 

@@ -7,6 +7,8 @@
 // their Model by a weak reference, and make a new one where the user has dropped it.
 #include <structmember.h>
 
+#include <limits>
+
 #include "base/arrays.hpp"
 #include "elements.hpp"
 #include "registry.hpp"
@@ -117,6 +119,27 @@ Ref Numbering_live_ids(PyObject* self, PyObject*) {
     return int32_array(ids);
 }
 
+Ref Numbering_discarded_ids(PyObject* self, PyObject*) {
+    std::vector<int32_t> ids;
+    if (registry(self).has_discarded())
+        registry(self).each_discarded([&ids](int32_t id) { ids.push_back(id); });
+    return int32_array(ids);
+}
+
+Ref Numbering_restore(PyObject* self, PyObject* const* args, Py_ssize_t nargs) {
+    check_count("restore", nargs, 3, 3);
+    int32_t counts[2];
+    for (int k = 0; k < 2; ++k) {
+        long count = PyLong_AsLong(args[k]);
+        if (count == -1 && PyErr_Occurred()) throw PythonError();
+        if (count < 0 || count > std::numeric_limits<int32_t>::max())
+            raise(PyExc_ValueError, "a model can't hold %ld elements", count);
+        counts[k] = static_cast<int32_t>(count);
+    }
+    registry(self).restore(counts[0], counts[1], id_list(args[2], counts[0]));
+    return none();
+}
+
 Ref Numbering_all_in_place(PyObject* self, PyObject*) {
     return checked(PyBool_FromLong(registry(self).all_in_place()));
 }
@@ -142,6 +165,13 @@ PyMethodDef numbering_methods[] = {
     {"live_ids", method<Numbering_live_ids>(), METH_NOARGS,
      "live_ids($self, /)\n--\n\nThe ids (int32 ndarray, rising) of all elements that aren't "
      "removed: those in place first, in\norder of their indices, then those that wait."},
+    {"discarded_ids", method<Numbering_discarded_ids>(), METH_NOARGS,
+     "discarded_ids($self, /)\n--\n\nThe ids (int32 ndarray, rising) of the elements that the next "
+     "settle() removes."},
+    {"restore", method<Numbering_restore>(), METH_FASTCALL,
+     "restore($self, next_id, count, live_ids, /)\n--\n\nEnters the elements of another Numbering, "
+     "as its methods of these names tell them, into a new one.\n\nValueError where they can't be "
+     "those of a Numbering, or where this one has elements."},
     {"all_in_place", method<Numbering_all_in_place>(), METH_NOARGS,
      "all_in_place($self, /)\n--\n\nWhether no element was ever removed: then the ids of "
      "elements in place are their indices."},

@@ -99,6 +99,10 @@ Ref NLExpr_coerce_to_exprtree(PyObject*, PyObject* value) { return tree_of(class
 
 Ref NLExpr_copy(PyObject* self, PyObject*) { return new_nlexpr(borrow(root_of(self))); }
 
+Ref NLExpr_deepcopy(PyObject* self, PyObject* memo) {
+    return new_nlexpr(deep_copy_of_tree(root_of(self), memo));
+}
+
 Ref NLExpr_getValue(PyObject* self, PyObject*) { return float_object(tree_value(root_of(self))); }
 
 Ref NLExpr_str(PyObject* self) { return tree_text(root_of(self)); }
@@ -155,8 +159,10 @@ PyMethodDef methods[] = {
      "_coerce_to_exprtree(value, /)\n--\n\nThe tree of a number, Var, LinExpr, QuadExpr or "
      "NLExpr."},
     {"__copy__", method<NLExpr_copy>(), METH_NOARGS, "__copy__($self, /)\n--\n\nAs copy()."},
-    {"__deepcopy__", method<NLExpr_copy>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same."},
+    {"__deepcopy__", method<NLExpr_deepcopy>(), METH_O,
+     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same; "
+     "where "
+     "their model is copied along, and\ncomes first, they are the copy's."},
     {nullptr},
 };
 

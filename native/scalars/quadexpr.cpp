@@ -120,6 +120,14 @@ Ref QuadExpr_add(PyObject* self, PyObject* other) {
 
 Ref QuadExpr_copy(PyObject* self, PyObject*) { return scaled_quadexpr(self_of(self), 1.0); }
 
+Ref QuadExpr_deepcopy(PyObject* self, PyObject* memo) {
+    Ref copy = QuadExpr_copy(self, nullptr);
+    QuadExprObject* fields = self_of(copy.get());
+    for (PyObject* list : {as_linexpr(fields->linear)->vars, fields->vars1, fields->vars2})
+        deep_copy_vars(list, memo);
+    return copy;
+}
+
 Ref QuadExpr_clear(PyObject* self, PyObject*) {
     take(self_of(self), QuadExpr_new(types.quadexpr, nullptr, nullptr));
     return none();
@@ -279,8 +287,10 @@ PyMethodDef methods[] = {
      "those "
      "of the linear part,\nin the order of first appearance; terms that come out zero stay."},
     {"__copy__", method<QuadExpr_copy>(), METH_NOARGS, "__copy__($self, /)\n--\n\nAs copy()."},
-    {"__deepcopy__", method<QuadExpr_copy>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same."},
+    {"__deepcopy__", method<QuadExpr_deepcopy>(), METH_O,
+     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same; "
+     "where "
+     "their model is copied along, and\ncomes first, they are the copy's."},
     {nullptr},
 };
 

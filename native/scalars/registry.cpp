@@ -23,16 +23,41 @@ int32_t Registry::enter(Py_ssize_t elements) {
               static_cast<int>(first), elements);
     const int32_t end = first + static_cast<int32_t>(elements);
     pages_.resize((static_cast<std::size_t>(end) + kPageMask) >> kPageBits);
-    for (int32_t id = first; id < end; ++id) {
-        Page& page = pages_[id >> kPageBits];
-        if (!page) {
-            page = std::make_unique<int32_t[]>(kPageSize);
-            std::fill_n(page.get(), kPageSize, kRemoved);
-        }
-        page[id & kPageMask] = kWaiting;
-    }
+    for (int32_t id = first; id < end; ++id) page_of(id)[id & kPageMask] = kWaiting;
     next_id_ = end;
     return first;
+}
+
+/// The page of an id, made where there is none.
+Registry::Page& Registry::page_of(int32_t id) {
+    Page& page = pages_[id >> kPageBits];
+    if (!page) {
+        page = std::make_unique<int32_t[]>(kPageSize);
+        std::fill_n(page.get(), kPageSize, kRemoved);
+    }
+    return page;
+}
+
+void Registry::restore(int32_t next_id, int32_t placed, const std::vector<int32_t>& live) {
+    const auto size = static_cast<int32_t>(live.size());
+    bool fits = next_id_ == 0 && 0 <= placed && placed <= size && size <= next_id;
+    for (int32_t k = 0; fits && k < size; ++k) {
+        // What waits came last, without gaps: it isn't removed before it is settled.
+        const int32_t least = k < placed ? (k ? live[k - 1] + 1 : 0) : next_id - size + k;
+        fits = least <= live[k] && live[k] < next_id && (k < placed || live[k] == least);
+    }
+    if (!fits)
+        raise(PyExc_ValueError,
+              "%d elements, %d of them in place, with ids below %d: they are no elements of one "
+              "model",
+              size, placed, next_id);
+    pages_.resize((static_cast<std::size_t>(next_id) + kPageMask) >> kPageBits);
+    for (int32_t k = 0; k < size; ++k)
+        page_of(live[k])[live[k] & kPageMask] = k < placed ? k : kWaiting;
+    next_id_ = next_id;
+    first_waiting_ = next_id - (size - placed);
+    all_in_place_ = size == next_id;
+    set_count(placed);
 }
 
 void Registry::discard(const int32_t* ids, Py_ssize_t size) {

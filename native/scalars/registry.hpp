@@ -52,6 +52,16 @@ class Registry {
     /// Settles. Where something was removed, `kept` gets the places that stay, counted over the
     /// elements in place and then those that waited.
     void settle(std::vector<int32_t>& kept);
+    /// Enters the elements of another registry into a new one: those with the ids `live`, which
+    /// rise, of `next_id`; the first `placed` of them are in place. ValueError where that can't be.
+    void restore(int32_t next_id, int32_t placed, const std::vector<int32_t>& live);
+    /// Calls visit(id) for each element that the next settling removes.
+    template <class Visit>
+    void each_discarded(Visit visit) const {
+        each_live([&](int32_t id) {
+            if (is_marked(pages_[id >> kPageBits][id & kPageMask])) visit(id);
+        });
+    }
     /// Calls visit(id) for each element that isn't removed, by rising id.
     template <class Visit>
     void each_live(Visit visit) const {
@@ -74,6 +84,7 @@ class Registry {
     static bool is_marked(int32_t entry) { return entry <= kMark - kWaiting; }
     static int32_t number_of(int32_t entry) { return is_marked(entry) ? kMark - entry : entry; }
 
+    Page& page_of(int32_t id);
     void place_waiting();
     void remove_marked(std::vector<int32_t>& kept);
     void set_count(int32_t count);

@@ -104,6 +104,12 @@ inline bool same_var(PyObject* a, PyObject* b) { return same_element(as_handle(a
 // handle.cpp
 Ref new_handle(PyObject* model, ElementKind kind, int32_t id);
 PyTypeObject* handle_type(ElementKind kind);
+/// What copy.deepcopy makes of a handle: the one on the same element of the model's copy where
+/// `memo` knows of one, else the handle itself. That it was asked for is noted: a model that is
+/// copied later in the same call finds itself there under its own data's address.
+Ref deep_copy(PyObject* handle, PyObject* memo);
+/// The same for each Var in a list, in place.
+void deep_copy_vars(PyObject* list, PyObject* memo);
 /// Index in the model; -1 while it waits for an update, -2 after removal.
 int32_t handle_number(const HandleObject* handle);
 
@@ -126,6 +132,8 @@ Ref quadexpr_tree(PyObject* quadexpr);
 // treewalk.cpp
 /// The distinct nodes of a tree, children before parents, the root last; all are kept alive by it.
 std::vector<ExprTreeObject*> post_order(PyObject* root);
+/// The tree for copy.deepcopy: itself where its variables stay the same ones.
+Ref deep_copy_of_tree(PyObject* root, PyObject* memo);
 /// What an operation on numbers gives.
 double apply_operation(Op op, const double* arguments, Py_ssize_t count);
 /// The value of a tree at the last solution.

@@ -80,6 +80,31 @@ std::vector<ExprTreeObject*> post_order(PyObject* root) {
     return order;
 }
 
+Ref deep_copy_of_tree(PyObject* root, PyObject* memo) {
+    Ref keep = borrow(root);
+    std::vector<ExprTreeObject*> nodes = post_order(root);
+    Places places = places_of(nodes);
+    std::vector<Ref> copies;
+    copies.reserve(nodes.size());
+    std::vector<PyObject*> children;
+    for (ExprTreeObject* node : nodes) {
+        children.clear();
+        bool is_same = true;
+        for (Py_ssize_t c = 0; c < Py_SIZE(node); ++c) {
+            children.push_back(copies[places.at(as_node(node->children[c]))].get());
+            is_same = is_same && children.back() == node->children[c];
+        }
+        Ref var = node->op == Op::var ? deep_copy(node->data, memo) : Ref();
+        if (var && var.get() != node->data)
+            copies.push_back(var_node(var.get()));
+        else if (is_same)
+            copies.push_back(borrow(as_object(node)));
+        else
+            copies.push_back(new_node(node->op, children.data(), Py_SIZE(node)));
+    }
+    return std::move(copies.back());
+}
+
 double tree_value(PyObject* root) {
     Ref keep = borrow(root);
     std::vector<ExprTreeObject*> nodes = post_order(root);

@@ -80,6 +80,45 @@ class Elements:
         entries: NDArray[Any] = self._arrays[name][positions]
         return entries
 
+    def columns(self) -> list[tuple[str, NDArray[Any]]]:
+        """All columns that there are, by name."""
+        return [(name, self[name]) for name in self._arrays]
+
+    def state(self) -> dict[str, Any]:
+        """Copies of all data, for `restore`."""
+        numbering = self.numbering
+        return {
+            "next_id": numbering.next_id(),
+            "count": numbering.count(),
+            "live_ids": None if numbering.all_in_place() else numbering.live_ids(),
+            "discarded_ids": numbering.discarded_ids(),
+            "columns": {name: column.copy() for name, column in self.columns()},
+            "names": self.names.state(),
+        }
+
+    def restore(self, state: dict[str, Any]) -> None:
+        """Take over the data of others, where there are none so far; they are copied."""
+        columns = state["columns"]
+        for name in self._arrays:
+            if name not in columns:
+                raise KeyError(name)
+        size = len(columns[next(iter(self._arrays))])
+        for name, column in columns.items():
+            needed = self.need(name).dtype
+            if column.dtype != needed or column.shape != (size,):
+                raise ValueError(f"{name}: {column.dtype} {column.shape}, not {needed} ({size},)")
+            self._arrays[name] = column.copy()
+        live = state["live_ids"]
+        if live is None and state["next_id"] != size:
+            raise ValueError(f"{size} entries for {state['next_id']} elements")
+        live = np.arange(size, dtype=np.int32) if live is None else live
+        if len(live) != size:
+            raise ValueError(f"{size} entries for {len(live)} elements")
+        self.numbering.restore(state["next_id"], state["count"], live)
+        self.numbering.discard(state["discarded_ids"])
+        self.names.restore(state["names"])
+        self._capacity = size
+
     def prepare(self, start: int, count: int, values: dict[str, Any]) -> None:
         """Write entries from place `start` on for elements that are about to be made.
 

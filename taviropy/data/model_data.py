@@ -11,7 +11,7 @@ from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._matrixapi import MConstr, MGenConstr, MLinExpr, MQConstr, MVar
-from .._scalars import Constr, GenConstr, ModelCore, QConstr, RowBuffer, TempConstr, Var
+from .._scalars import Constr, GenConstr, ModelCore, QConstr, RowBuffer, TempConstr, Var, data_of
 from .._tvo import TVO
 from .attributes import (
     ATTRIBUTES,
@@ -49,7 +49,7 @@ from .values import (
 )
 
 _DECODED = {name: np.array(list(text), "U1") for name, text in CHARACTERS.items()}
-_HANDLES = (
+HANDLES = (
     (VARIABLE, Var, MVar, "_vararr"),
     (LINEAR, Constr, MConstr, "_constrarr"),
     (QUADRATIC, QConstr, MQConstr, "_qconstrarr"),
@@ -119,6 +119,10 @@ class ModelData(ModelCore):
         self.solution = Solution(TVO.Status.LOADED)
         self.memory: dict[str, tuple[object, Any]] = {}  # what engines found out about the data
         self.session: Any = None  # what solves the model, kept here for whoever holds the data
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        """Handles hold the data, and take their public Model along where they are pickled."""
+        return data_of, (self.shell,)
 
     # Locks
 
@@ -397,7 +401,7 @@ class ModelData(ModelCore):
             if isinstance(item, np.ndarray) and item.dtype.kind == "O":
                 waiting.extend(item.flat)
                 continue
-            for kind, scalar, matrix, field in _HANDLES:
+            for kind, scalar, matrix, field in HANDLES:
                 if type(item) is scalar or isinstance(item, matrix):
                     handles = item if type(item) is scalar else getattr(item, field)
                     found.setdefault(kind, []).append(self.ids(kind, handles, True))

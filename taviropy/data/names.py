@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 from bisect import bisect_right
 from collections.abc import Iterable
 
@@ -58,6 +59,17 @@ class Names:
         firsts = np.searchsorted(live_ids, [block[0] for block in self._blocks])
         ends = np.searchsorted(live_ids, [block[1] for block in self._blocks])
         self._blocks = [self._blocks[k] for k in np.flatnonzero(firsts < ends)]
+        self._starts = [block[0] for block in self._blocks]
+
+    def state(self) -> tuple[dict[int, str], list[tuple[int, int, str, Shape]]]:
+        """Copies of all data, for `restore`."""
+        return dict(self._own), list(self._blocks)
+
+    def restore(self, state: tuple[dict[int, str], list[tuple[int, int, str, Shape]]]) -> None:
+        """Take over the names of others."""
+        own, blocks = state
+        self._own = {operator.index(k): str(name) for k, name in own.items()}
+        self._blocks = [(int(i), int(j), str(base), tuple(shape)) for i, j, base, shape in blocks]
         self._starts = [block[0] for block in self._blocks]
 
     def get(self, ids: list[int]) -> list[str]:

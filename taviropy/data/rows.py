@@ -295,6 +295,12 @@ class Store[L: Lines]:
         """Keep all lines in this form instead, another one of the same lines."""
         self._blocks = [_Block(lines)] if lines.count else []
 
+    def whole(self, count: int) -> Any:
+        """The first `count` lines in the form that they are kept in, stacked where they weren't."""
+        if len(self._blocks) == 1 and self._count == count:
+            return self._blocks[0].all()
+        return self.select(0, count)
+
     def select(self, first: int = 0, end: int | None = None) -> L:
         """The lines from number `first` on, before `end`."""
         end = self._count if end is None else end

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import threading
 from functools import cache
 from math import isfinite
 from time import perf_counter
@@ -59,6 +60,10 @@ _INTERRUPTS = (
     cb.HighsCallbackType.kCallbackIpmInterrupt,
     cb.HighsCallbackType.kCallbackMipInterrupt,
 )
+# A linear model of so many columns, rows and coefficients is solved before anybody could interrupt,
+# and asking at each iteration would take a third of the time.
+_BRIEF = 10_000
+_scheduled = threading.local()  # the number of threads that HiGHS has for this one
 # Quadratic programs: errors as `QuadraticProgram.error` measures them, and what is tried where one
 # is larger: steps and HiGHS's regularization, None for its own.
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5
@@ -73,7 +78,6 @@ class HighsEngine(LiveHighs):
 
     def __init__(self) -> None:
         super().__init__()
-        self._threads: int | None = None
         self._applied: object = None  # what the options were last set from
 
     @classmethod
@@ -116,6 +120,7 @@ class HighsEngine(LiveHighs):
 
     def _apply(self, highs: Any, run: Run, seconds: float) -> None:
         """Set the options of the next run, which is to end after so many seconds."""
+        _start_scheduler(run)
         key = (run.version, self._columns + self._rows)
         is_own = highs is self._highs
         if is_own and key == self._applied and seconds == np.inf:
@@ -126,8 +131,7 @@ class HighsEngine(LiveHighs):
         wanted = {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
-            # HiGHS starts as many as it is told, and ends the process where the system has no more.
-            ("threads", None if run.threads is None else min(run.threads, os.cpu_count() or 1)),
+            ("threads", _threads(run)),
             ("random_seed", run.seed),
         ):
             if value is not None:
@@ -135,9 +139,6 @@ class HighsEngine(LiveHighs):
         seconds = min(seconds, wanted.pop("time_limit", np.inf))
         if seconds < np.inf:
             wanted["time_limit"] = highs.getRunTime() + seconds  # its clock never restarts
-        if wanted.get("threads", 0) != self._threads:
-            self._threads = wanted.get("threads", 0)
-            Highs.resetGlobalScheduler(True)
         for name, value in wanted.items():
             if highs.setOptionValue(name, value) != HighsStatus.kOk:
                 raise TaviroError(
@@ -304,6 +305,21 @@ def _option_names() -> list[str]:
     return [name for name in names if highs.getOptionType(name)[0] == HighsStatus.kOk]
 
 
+def _threads(run: Run) -> int | None:
+    """How many threads HiGHS is to use. It starts as many as it is told, and ends the process where
+    the system has no more."""
+    return None if run.threads is None else min(run.threads, os.cpu_count() or 1)
+
+
+def _start_scheduler(run: Run) -> None:
+    """HiGHS keeps its threads from one run to the next, for each thread that calls it, and refuses
+    to run with another number of them."""
+    wanted = run.options.get("threads", 0) if run.threads is None else _threads(run)
+    if getattr(_scheduled, "threads", wanted) != wanted:
+        Highs.resetGlobalScheduler(True)
+    _scheduled.threads = wanted
+
+
 def _news(kind: Any, told: Any) -> News:
     """What HiGHS tells by a callback that asks whether to go on."""
     if kind == cb.HighsCallbackType.kCallbackMipInterrupt:
@@ -350,8 +366,10 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
     highs.setCallback(answer, None)
     if is_loud and not log.is_process_output:
         highs.startCallback(_LOGGING)
-    for kind in _INTERRUPTS:
-        highs.startCallback(kind)
+    size = highs.getNumCol() + highs.getNumRow() + highs.getNumNz()
+    if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
+        for kind in _INTERRUPTS:
+            highs.startCallback(kind)
     if run.reporter and not silent:
         highs.startCallback(_IMPROVING)
     try:
