@@ -136,8 +136,8 @@ class Rows:
 
     def by_column(self, columns: int) -> Columns:
         """The same coefficients by column; ids are below `columns`, and none comes twice a row."""
-        arrays = map(np.ascontiguousarray, (self.indptr, self.ids, self.data))
-        turned = columns_of_rows(*arrays, columns)
+        indptr, ids = np.ascontiguousarray(self.indptr), np.ascontiguousarray(self.ids)
+        turned = columns_of_rows(indptr, ids, np.ascontiguousarray(self.data), columns)
         if turned is not None:
             return Columns(self.count, *turned)
         import scipy.sparse as sp
