@@ -7,7 +7,6 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "mvar.hpp"
-#include "support/comparisons.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
@@ -176,6 +175,19 @@ nb::object rtruediv(nb::handle self, nb::handle other) {
     return not_implemented();
 }
 
+nb::object compare(nb::handle self, const char* sense, nb::handle rhs) {
+    nb::object TempConstr = names::TempConstr();
+    return TempConstr(self, nb::getattr(names::TVO(), sense), rhs);
+}
+
+nb::object le(nb::handle self, nb::handle rhs) { return compare(self, "LESS_EQUAL", rhs); }
+nb::object ge(nb::handle self, nb::handle rhs) { return compare(self, "GREATER_EQUAL", rhs); }
+nb::object eq(nb::handle self, nb::handle rhs) { return compare(self, "EQUAL", rhs); }
+
+nb::object ne(nb::handle, nb::handle) {
+    raise_taviro_error(-1, "Inequality constraints not supported");
+}
+
 }  // namespace
 
 void add_operators(ClassBody& body) {
@@ -192,8 +204,11 @@ void add_operators(ClassBody& body) {
         .method<&neg>("__neg__(self)")
         .method<&pos>("__pos__(self)")
         .method<&truediv>("__truediv__(self, other)")
-        .method<&rtruediv>("__rtruediv__(self, other)");
-    add_comparisons<-1>(body);
+        .method<&rtruediv>("__rtruediv__(self, other)")
+        .method<&le>("__le__(self, rhs)")
+        .method<&ge>("__ge__(self, rhs)")
+        .method<&eq>("__eq__(self, rhs)")
+        .method<&ne>("__ne__(self, rhs)");
 }
 
 }  // namespace taviropy::mvar

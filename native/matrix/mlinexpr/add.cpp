@@ -20,6 +20,8 @@ using namespace nb::literals;
 
 namespace {
 
+nb::object as_nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mlinexpr")(self); }
+
 nb::object plus(nb::handle left, nb::handle right) {
     return checked(PyNumber_Add(left.ptr(), right.ptr()));
 }

@@ -75,6 +75,11 @@ static nb::object own_constant(nb::handle np, nb::handle b, nb::handle shape_Ax)
     return np.attr("broadcast_to")(own, total_shape).attr("copy")();
 }
 
+/// The variables as a one-dimensional MVar, in C order.
+static nb::object flat_mvar(nb::handle x) {
+    return mvar::new_mvar(x.attr("_vararr").attr("reshape")(-1));
+}
+
 /// What a 1 by 1 matrix stands for next to a block of variables that lies along `axis`: a multiple
 /// of the identity. Any other product is `A` itself.
 static nb::object widened(nb::object A, nb::handle x_shape, int axis) {
@@ -100,7 +105,7 @@ nb::object compact_product(nb::handle cls, nb::handle A, nb::handle x, nb::handl
     if (!allows_compact(x_shape))
         raise(PyExc_ValueError, std::string(right ? "Right" : "Left") + " variable's shape " +
                                     text_of(x_shape) + " is not compact");
-    nb::object flat = mvar::flat_mvar(x);
+    nb::object flat = flat_mvar(x);
     nb::object rows = right ? sparse::to_csr(A, true) : sparse::transposed_to_csr(A);
     if (!is_ndarray(import_numpy(), A)) refuse_vector(rows);
     nb::list parts;
@@ -142,7 +147,7 @@ nb::object _from_mvar_compact(nb::handle cls, nb::handle x) {
     if (size == 0) return zeros(shape);
     if (!allows_compact(shape)) fail_assertion();
     nb::list parts;
-    parts.append(nb::make_tuple(sparse::identity(size), mvar::flat_mvar(x)));
+    parts.append(nb::make_tuple(sparse::identity(size), flat_mvar(x)));
     return new_compact(cls, parts, import_numpy().attr("zeros")(shape));
 }
 

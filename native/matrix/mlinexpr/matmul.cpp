@@ -64,6 +64,8 @@ nb::object element_product(nb::handle np, nb::handle left, nb::handle right) {
     return is_ndarray(np, result) ? result : array_of_one(np, result);
 }
 
+nb::object flat_mvar(nb::handle y) { return mvar::new_mvar(y.attr("_vararr").attr("reshape")(-1)); }
+
 /// A full MQuadExpr of mixed products.
 nb::object quadratic(nb::handle mixarr) {
     nb::object ndle = new_full(_split_lin_quad(mixarr));
@@ -163,7 +165,7 @@ static nb::object bilinear(const Axb& own, nb::handle y, nb::handle ndle) {
     nb::list quadparts;
     if (!own.A.is_none())
         quadparts.append(
-            nb::make_tuple(mvar::flat_mvar(y), sparse::to_coo(own.A, true), own.x.attr("copy")()));
+            nb::make_tuple(flat_mvar(y), sparse::to_coo(own.A, true), own.x.attr("copy")()));
     return mquadexpr::new_compact(quadparts, ndle);
 }
 

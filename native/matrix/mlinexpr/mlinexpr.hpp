@@ -61,11 +61,6 @@ struct Axb {
 };
 Axb extract_Axb(nb::handle self);
 
-/// `MNLExpr._from_mlinexpr(self)`, for what leaves the linear world.
-inline nb::object as_nonlinear(nb::handle self) {
-    return names::MNLExpr().attr("_from_mlinexpr")(self);
-}
-
 // ---- forms.cpp ------------------------------------------------------------------------------
 
 nb::object _concat_matmulparts(nb::handle self);

@@ -18,6 +18,8 @@ using namespace nb::literals;
 
 namespace {
 
+nb::object as_nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mlinexpr")(self); }
+
 nb::object times(nb::handle left, nb::handle right) {
     return checked(PyNumber_Multiply(left.ptr(), right.ptr()));
 }
@@ -32,6 +34,15 @@ nb::object divided(nb::handle left, nb::handle right) {
 
 nb::object power(nb::handle base, nb::handle exponent) {
     return checked(PyNumber_Power(base.ptr(), exponent.ptr(), Py_None));
+}
+
+/// 1.0 / divisor, for a number, an array or a sparse matrix; an invalid object for anything else.
+nb::object inverse(nb::handle np, nb::handle sp, nb::handle divisor) {
+    nb::float_ one(1.0);
+    if (is_ndarray(np, divisor)) return divided(one, divisor);
+    if (is_sparse(sp, divisor)) return divided(one, sparse::to_array(divisor));
+    if (is_scalar(divisor)) return divided(one, real_float(divisor));
+    return nb::object();
 }
 
 Py_ssize_t size_of(nb::handle array) {
@@ -310,7 +321,7 @@ static nb::object rmul(nb::handle self, nb::handle other) {
 // ---- Division and powers -----------------------------------------------------------------------
 
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(other);
+    nb::object factor = inverse(import_numpy(), import_sparse(), other);
     return factor.is_valid() ? in_place_times(self, factor) : not_implemented();
 }
 
@@ -320,8 +331,10 @@ static bool is_expression(nb::handle other) {
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {
+    auto np = import_numpy();
+    auto sp = import_sparse();
     if (is_expression(other)) return divided(as_nonlinear(self), other);
-    nb::object factor = reciprocal(other);
+    nb::object factor = inverse(np, sp, other);
     return factor.is_valid() ? times(self, factor) : not_implemented();
 }
 

@@ -4,7 +4,6 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "support/axes.hpp"
-#include "support/comparisons.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
 #include "support/solution_values.hpp"
@@ -292,11 +291,27 @@ nb::object getValue(nb::handle self) {
     return result;
 }
 
-// ---- Signs ----------------------------------------------------------------------------------
+// ---- Signs and comparisons ------------------------------------------------------------------
 
 static nb::object pos(nb::handle self) { return copy_of(self); }
 
 static nb::object neg(nb::handle self) { return self * nb::float_(-1.0); }
+
+static nb::object le(nb::handle self, nb::handle rhs) {
+    return names::TempConstr()(self, nb::getattr(names::TVO(), "LESS_EQUAL"), rhs);
+}
+
+static nb::object ge(nb::handle self, nb::handle rhs) {
+    return names::TempConstr()(self, nb::getattr(names::TVO(), "GREATER_EQUAL"), rhs);
+}
+
+static nb::object eq(nb::handle self, nb::handle rhs) {
+    return names::TempConstr()(self, nb::getattr(names::TVO(), "EQUAL"), rhs);
+}
+
+static nb::object ne(nb::handle, nb::handle) {
+    raise_taviro_error(0, "Inequality constraints not supported");
+}
 
 void add_value_methods(ClassBody& body) {
     body.method<&repr>("__repr__(self)")
@@ -316,8 +331,11 @@ void add_value_methods(ClassBody& body) {
         .method<&sum>("sum(self, axis=None)", kSumDoc)
         .method<&getValue>("getValue(self)", kGetValueDoc)
         .method<&pos>("__pos__(self)")
-        .method<&neg>("__neg__(self)");
-    add_comparisons<0>(body);
+        .method<&neg>("__neg__(self)")
+        .method<&le>("__le__(self, rhs)")
+        .method<&ge>("__ge__(self, rhs)")
+        .method<&eq>("__eq__(self, rhs)")
+        .method<&ne>("__ne__(self, rhs)");
 }
 
 }  // namespace taviropy::mlinexpr

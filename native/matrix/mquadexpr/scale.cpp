@@ -13,6 +13,8 @@ namespace taviropy::mquadexpr {
 
 namespace {
 
+nb::object inverse(nb::handle divisor) { return nb::float_(1.0) / divisor; }
+
 bool is_scalar_expression(nb::handle other) {
     return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
            is_a(other, names::NLExpr);
@@ -90,6 +92,16 @@ static nb::object imul(nb::handle self, nb::handle other) {
     else
         return not_implemented();
     return nb::borrow(self);
+}
+
+/// What a divisor multiplies by; an invalid object where it is no number.
+static nb::object reciprocal(nb::handle divisor) {
+    auto np = import_numpy();
+    auto sp = import_sparse();
+    if (is_ndarray(np, divisor)) return inverse(divisor);
+    if (is_sparse(sp, divisor)) return inverse(sparse::to_array(divisor));
+    if (is_scalar(divisor)) return inverse(real_float(divisor));
+    return nb::object();
 }
 
 static nb::object itruediv(nb::handle self, nb::handle other) {

@@ -5,7 +5,6 @@
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
 #include "support/axes.hpp"
-#include "support/comparisons.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -27,6 +26,10 @@ void for_each(const WalkFlags& flags, nb::handle qearr, const char* method) {
             checked(PyObject_CallMethodNoArgs(element.ptr(), name.ptr()));
         }
     });
+}
+
+nb::object comparison(nb::handle self, const char* sense, nb::handle rhs) {
+    return names::TempConstr()(self, nb::getattr(names::TVO(), sense), rhs);
 }
 
 }  // namespace
@@ -149,6 +152,20 @@ nb::object _clear_quad_array(nb::handle qearr) {
     return nb::none();
 }
 
+static nb::object le(nb::handle self, nb::handle rhs) {
+    return comparison(self, "LESS_EQUAL", rhs);
+}
+
+static nb::object ge(nb::handle self, nb::handle rhs) {
+    return comparison(self, "GREATER_EQUAL", rhs);
+}
+
+static nb::object eq(nb::handle self, nb::handle rhs) { return comparison(self, "EQUAL", rhs); }
+
+static nb::object ne(nb::handle, nb::handle) {
+    raise_taviro_error(0, "Inequality constraints not supported");
+}
+
 static constexpr const char* kCopyDoc = R"(
 ROUTINE:
   copy()
@@ -247,8 +264,11 @@ void add_value_methods(ClassBody& body) {
         .method<&getValue>("getValue(self)", kGetValueDoc)
         .method<&_getConstant>("_getConstant(self)")
         .method<&clear>("clear(self)", kClearDoc)
-        .static_method<&_clear_quad_array>("_clear_quad_array(qearr)");
-    add_comparisons<0>(body);
+        .static_method<&_clear_quad_array>("_clear_quad_array(qearr)")
+        .method<&le>("__le__(self, rhs)")
+        .method<&ge>("__ge__(self, rhs)")
+        .method<&eq>("__eq__(self, rhs)")
+        .method<&ne>("__ne__(self, rhs)");
 }
 
 }  // namespace taviropy::mquadexpr

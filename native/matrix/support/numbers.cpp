@@ -3,10 +3,8 @@
 #include <cmath>
 
 #include "support/errors.hpp"
-#include "support/imports.hpp"
 #include "support/names.hpp"
 #include "support/object_arrays.hpp"
-#include "support/sparse.hpp"
 
 namespace taviropy {
 
@@ -42,15 +40,6 @@ nb::object negated(nb::handle operand) {
         if (!error.matches(PyExc_TypeError) || !is_scalar(operand) || is_complex(operand)) throw;
     }
     return minus_one * checked(PyNumber_Float(operand.ptr()));
-}
-
-nb::object reciprocal(nb::handle divisor) {
-    nb::object np = import_numpy(), sp = import_sparse();
-    nb::float_ one(1.0);
-    if (is_ndarray(np, divisor)) return one / divisor;
-    if (is_sparse(sp, divisor)) return one / sparse::to_array(divisor);
-    if (is_scalar(divisor)) return one / real_float(divisor);
-    return nb::object();
 }
 
 bool is_exact(nb::handle np, nb::handle array) { return array.type().is(np.attr("ndarray")); }

@@ -17,9 +17,6 @@ nb::object real_float(nb::handle number);
 /// -1.0 * operand. A number that no float can multiply, such as a Decimal, is taken as one.
 nb::object negated(nb::handle operand);
 
-/// 1.0 / divisor, for a number, an array or a sparse matrix; an invalid object for anything else.
-nb::object reciprocal(nb::handle divisor);
-
 /// Whether an array is of NumPy's own class, and not of one derived from it.
 bool is_exact(nb::handle np, nb::handle array);
 
