@@ -94,7 +94,7 @@ class Machine(RuleBasedStateMachine, Agreement):
 
     def name(self):
         """The argument for a name, and the name."""
-        name = self.writer.pick(("", "", "", "a", "b c", "end", "1e5"))
+        name = self.writer.pick(("", "", "", "a", "b c"))
         return (f", name={name!r}" if name else ""), name
 
     # Additions
