@@ -17,7 +17,6 @@ from __future__ import annotations
 import sys
 from collections.abc import Callable, Iterable
 from functools import cache, partial
-from inspect import Signature, signature
 from typing import Any, NoReturn
 
 from . import _functions
@@ -267,19 +266,26 @@ def _array_function(
     if apply is None:
         _refuse(name, self)
     try:
-        _signature(apply).bind(*args, **kwargs)
+        return apply(*args, **kwargs)
+    except TypeError:
+        _check_arguments(name, self, apply, args, kwargs)
+        raise
+
+
+def _check_arguments(
+    name: str, block: Block, apply: Function, args: tuple[Any, ...], kwargs: Any
+) -> None:
+    """TypeError where the function knows more arguments than its counterpart here."""
+    from inspect import Parameter, Signature, signature
+
+    known = signature(apply)
+    try:
+        known.bind(*args, **kwargs)
     except TypeError as error:
+        bare = [each.replace(annotation=Parameter.empty) for each in known.parameters.values()]
         raise TypeError(
-            f"numpy.{name} of an {type(self).__name__}: {error}; use {name}{_signature(apply)}"
+            f"numpy.{name} of an {type(block).__name__}: {error}; use {name}{Signature(bare)}"
         ) from None
-    return apply(*args, **kwargs)
-
-
-def _signature(apply: Function) -> Signature:
-    """Names and defaults alone."""
-    full = signature(apply)
-    bare = [each.replace(annotation=Signature.empty) for each in full.parameters.values()]
-    return Signature(bare)
 
 
 def _other_ufunc(self: Block, ufunc: Any, method: str, *inputs: Any, **kwargs: Any) -> Any:
