@@ -22,7 +22,7 @@ from .data.attributes import (
     OF_SOLUTION,
 )
 from .data.elements import Elements
-from .data.model_data import CHANGING, ModelData
+from .data.model_data import CHANGING, SOLVING, ModelData
 from .data.quadratic import QuadraticTerms
 from .data.rows import Columns, Rows, Store
 from .data.solution import Solution
@@ -89,15 +89,19 @@ def unpacked(state: object) -> ModelData:
 
 @contextmanager
 def _held_still(data: ModelData) -> Iterator[None]:
-    """Nobody changes the model meanwhile. It may be in the middle of a solve."""
+    """Nobody changes the model meanwhile. While it is being solved nobody can, and the lock is that
+    of the solve, which may end at any time."""
     data.check_open()
-    if data.lock is CHANGING:
+    if data.lock is SOLVING:
+        yield
+        return
+    if data.lock:
         data.refuse_locked()
-    before, data.lock = data.lock, CHANGING
+    data.lock = CHANGING
     try:
         yield
     finally:
-        data.lock = before
+        data.lock = ""
 
 
 def _restored(state: State, trusted: bool) -> ModelData:

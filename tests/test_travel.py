@@ -11,6 +11,7 @@ import scipy.sparse as sp
 import taviropy as tv
 from taviropy import travel
 from taviropy._scalars import data_of
+from taviropy.data.model_data import CHANGING
 
 
 def out_of_band(thing):
@@ -213,6 +214,25 @@ def test_closed_and_foreign_models_are_refused(m, monkeypatch):
     for damaged in (None, 3, {}, {"format": "1"}):
         with pytest.raises(pickle.UnpicklingError, match="holds no model"):
             travel.unpacked(damaged)
+
+
+def test_copies_of_a_model_that_is_being_solved_or_changed(m):
+    x = m.addMVar(6, vtype="B")
+    m.setObjective(np.arange(6) @ x, "max")
+    m.addConstr(np.array([3, 5, 7, 9, 11, 13]) @ x <= 20)
+    copies = []
+    m.optimize(callback=lambda progress: copies.append(m.copy()))
+    m.remove(x[0])
+    m.optimize()
+    assert copies
+    for copied in [copies[0], m]:
+        copied.optimize()
+        assert copied.Objective == pytest.approx(m.Objective)
+    data_of(m).lock = CHANGING
+    with pytest.raises(tv.TaviroError, match="being changed"):
+        m.copy()
+    data_of(m).lock = ""
+    assert m.copy().NumVars == 5
 
 
 def leaves(state, path=()):
