@@ -24,7 +24,7 @@ SECONDS := 60
 FUZZER := ../shared/conformance/run
 fuzz: $(VENV)/test
 	$(PY) tests/machine/test_machine.py $(SECONDS)
-	if [ -x $(FUZZER) ]; then PYTHONPATH=$(CURDIR)/tools/fuzz $(FUZZER) $(CURDIR)/$(PY) $(SECONDS); fi
+	if [ -x $(FUZZER) ]; then $(PY) tools/fuzz/programs.py $(FUZZER) $(SECONDS); fi
 
 # Format, lint and types: of the package, of its stubs, and as programs that use it see them.
 check: $(VENV)/check
