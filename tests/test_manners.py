@@ -15,6 +15,7 @@ from hard import market_split
 
 import taviropy as tv
 from taviropy import TVO, TaviroError
+from taviropy.engines.running import silent
 
 pytest.importorskip("pyscipopt")
 Status = TVO.Status
@@ -467,3 +468,20 @@ def test_a_missing_bound_does_not_deny_the_solution():
         with pytest.raises(TaviroError) as caught:
             m.getAttr("Bound")
         assert "solution" not in str(caught.value) and "Bound" in str(caught.value)
+
+
+def test_threads_that_silence_a_solver_leave_the_streams_as_they_were(capfd):
+    """Descriptors are exchanged for the whole process: nobody may keep another's empty one."""
+
+    def work():
+        for _ in range(200):
+            with silent(2):
+                pass
+
+    threads = [threading.Thread(target=work) for _ in range(8)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    os.write(2, b"heard")
+    assert capfd.readouterr().err == "heard"

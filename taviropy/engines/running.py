@@ -98,22 +98,26 @@ if hasattr(os, "register_at_fork"):
     os.register_at_fork(after_in_child=_kept_threads.cache_clear)  # a child has no threads yet
 
 
+_SILENCE = threading.RLock()  # the descriptors are the process's: one at a time exchanges them
+
+
 @contextmanager
 def silent(descriptor: int) -> Iterator[None]:
     """Drop what a solver itself writes to the process's standard output, 1, or error output, 2."""
-    try:
-        kept = os.dup(descriptor)
-    except OSError:  # there is none
-        yield
-        return
-    nowhere = os.open(os.devnull, os.O_WRONLY)
-    try:
-        os.dup2(nowhere, descriptor)
-        yield
-    finally:
-        os.dup2(kept, descriptor)
-        os.close(kept)
-        os.close(nowhere)
+    with _SILENCE:
+        try:
+            kept = os.dup(descriptor)
+        except OSError:  # there is none
+            yield
+            return
+        nowhere = os.open(os.devnull, os.O_WRONLY)
+        try:
+            os.dup2(nowhere, descriptor)
+            yield
+        finally:
+            os.dup2(kept, descriptor)
+            os.close(kept)
+            os.close(nowhere)
 
 
 class Log:
