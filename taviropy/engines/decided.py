@@ -17,7 +17,9 @@ _TOLERANCE = 1e-6  # what a side may be missed by, relative to its size where th
 
 
 def decided(view: View) -> Answer | None:
-    """The answer to such a model, None for any other."""
+    """The answer to such a model, None for any other; TaviroError where a general constraint has
+    a variable that was removed."""
+    _ = view.nonlinear, view.indicators
     columns, (lower, upper) = view.columns(), view.sides()
     if (columns.lower > columns.upper).any() or (lower > upper).any():
         return Answer(TVO.Status.INFEASIBLE)

@@ -308,6 +308,9 @@ class Machine(RuleBasedStateMachine, Agreement):
         for kind, call in (("variables", "getVars"), ("linear", "getConstrs")):
             everything = getattr(self.shadow, kind).placed()
             self.add(kind, f"m.{call}()", everything, True)
+        self.do("from taviropy._scalars import data_of")  # no public way leads to the others
+        for place, number in enumerate(self.shadow.quadratic.placed()):
+            self.add("quadratic", f"data_of(m).in_place(4)[{place}]", number, False)
         self.set_option("log", False)
         self.set_option("gap", 0.0)
 
