@@ -318,9 +318,9 @@ class Machine(RuleBasedStateMachine, Agreement):
 
     @rule(text=st.sampled_from(("m.load()", "m.update()")))
     def load_and_optimize(self, text):
+        self.shadow.update()  # removals may break the model
         if not self.shadow.is_broken():
             self.do(text)
-            self.shadow.update()
         self.optimize()
 
     @rule()
