@@ -21,10 +21,10 @@ test: $(VENV)/test
 # Random sequences of statements against a model kept in plain arrays, SECONDS long; then random
 # programs, where their fuzzer stands beside the checkout. SEED=n repeats a run that failed.
 SECONDS := 60
-FUZZER := ../shared/conformance/run
+FUZZER := $(firstword $(wildcard ../*/conformance/run))
 fuzz: $(VENV)/test
 	$(PY) tests/machine/test_machine.py $(SECONDS)
-	if [ -x $(FUZZER) ]; then $(PY) tools/fuzz/programs.py $(FUZZER) $(SECONDS); fi
+	$(if $(FUZZER),$(PY) tools/fuzz/programs.py $(FUZZER) $(SECONDS))
 
 # Format, lint and types: of the package, of its stubs, and as programs that use it see them.
 check: $(VENV)/check
