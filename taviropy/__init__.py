@@ -39,6 +39,7 @@ from ._matrixapi import (
     hstack,
     vstack,
 )
+from ._model import around as _around
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
 from .solve_all import solveAll
@@ -86,7 +87,7 @@ __all__ = [
 
 _attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
 
-_pickling.register()
+_pickling.register(_around)
 
 
 def read(path: "str | PathLike[str]") -> Model:
