@@ -18,7 +18,8 @@ import numpy as np
 from ._exception import TaviroError
 from ._tvo import TVO
 from .data.attributes import GENERAL, LINEAR, QUADRATIC, VARIABLE
-from .data.model_data import SOLVING, ModelData
+from .data.locks import SOLVING
+from .data.model_data import ModelData
 from .data.part import Part
 from .data.view import View
 from .engines import choose, engine_class, own_errors

@@ -12,7 +12,8 @@ from ._matrixapi import MConstr, MVar
 from ._tvo import TVO
 from .data.attributes import LINEAR, VARIABLE
 from .data.elastic import Elastic
-from .data.model_data import SOLVING, ModelData
+from .data.locks import SOLVING
+from .data.model_data import ModelData
 from .data.values import Floats, column_data, invalid
 from .engines import choose, engine_class
 from .engines.decided import decided

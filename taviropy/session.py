@@ -12,7 +12,8 @@ import numpy as np
 from ._exception import TaviroError
 from ._tvo import TVO
 from .data.changes import Changes
-from .data.model_data import SOLVING, ModelData
+from .data.locks import SOLVING
+from .data.model_data import ModelData
 from .data.solution import Solution
 from .data.values import Floats
 from .data.view import View

@@ -215,7 +215,7 @@ def _positions(data: Any, base: Any, name: str, elements: Any) -> tuple[Any, tup
     import numpy as np
 
     from .data.attributes import ATTRIBUTES, KIND_NAMES, MODEL
-    from .data.model_data import HANDLES
+    from .data.handles import HANDLES
 
     kind, handles = ATTRIBUTES[name].kind, elements
     for each, scalar, matrix, field in HANDLES:

@@ -22,7 +22,8 @@ from .data.attributes import (
     OF_SOLUTION,
 )
 from .data.elements import Elements
-from .data.model_data import CHANGING, SOLVING, ModelData
+from .data.locks import CHANGING, SOLVING
+from .data.model_data import ModelData
 from .data.quadratic import QuadraticTerms
 from .data.rows import Columns, Rows, Store
 from .data.solution import Solution

@@ -11,7 +11,7 @@ import scipy.sparse as sp
 import taviropy as tv
 from taviropy import travel
 from taviropy._scalars import data_of
-from taviropy.data.model_data import CHANGING
+from taviropy.data.locks import CHANGING
 
 
 def out_of_band(thing):
