@@ -31,6 +31,7 @@ check: $(VENV)/check
 	$(PY) -m ruff format --check .
 	$(PY) -m ruff check .
 	$(VENV)/bin/lint-imports --no-logo --no-cache
+	! git grep -n '#include "[.][.]' native  # round the folders that CMakeLists.txt declares
 	$(PY) -m mypy
 	cd tests/typing && ../../$(PY) -P -m mypy.stubtest $(STUBS) --ignore-disjoint-bases --allowlist stubtest.txt
 	$(PY) -m pytest tests/typing

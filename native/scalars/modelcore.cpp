@@ -12,7 +12,7 @@
 #include "base/arrays.hpp"
 #include "elements.hpp"
 #include "registry.hpp"
-#include "taviro120.h"
+#include "taviro120/taviro120.h"
 
 namespace taviropy {
 

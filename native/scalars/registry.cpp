@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "taviro120.h"
+#include "taviro120/taviro120.h"
 
 namespace taviropy {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/layouts.hpp"
 #include "base/python.hpp"
-#include "layouts.hpp"
 
 namespace taviropy {
 

@@ -7,8 +7,8 @@
 
 #include <nanobind/nanobind.h>
 
+#include "base/layouts.hpp"
 #include "base/terms.hpp"
-#include "core_interface/layouts.hpp"
 
 namespace taviropy {
 
