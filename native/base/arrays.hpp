@@ -5,7 +5,7 @@
 
 #include "python.hpp"
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// A buffer of an array, released when it goes out of scope.
 class Buffer {
@@ -115,4 +115,4 @@ struct FilledArray {
     Item* items;
 };
 
-}  // namespace taviropy
+}  // namespace taviropy::base

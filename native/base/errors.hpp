@@ -3,7 +3,7 @@
 
 #include "python.hpp"
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// Raises a TaviroError with one of the codes of `TVO.Error`, given by its name.
 [[noreturn]] inline void raise_taviro_error(const char* code, const char* format, ...) {
@@ -22,4 +22,4 @@ namespace taviropy {
     throw PythonError();
 }
 
-}  // namespace taviropy
+}  // namespace taviropy::base

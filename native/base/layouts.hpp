@@ -6,7 +6,7 @@
 
 #include <Python.h>
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// A scalar linear expression: constant + sum of coeffs[k] * vars[k].
 struct LinExprObject {
@@ -25,4 +25,4 @@ struct QuadExprObject {
     PyObject* cont_ref;              ///< as in LinExprObject; not used by the matrix module
 };
 
-}  // namespace taviropy
+}  // namespace taviropy::base

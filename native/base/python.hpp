@@ -11,7 +11,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// Thrown where Python's error indicator is already set.
 struct PythonError {};
@@ -154,4 +154,4 @@ inline void check_count(const char* name, Py_ssize_t given, Py_ssize_t least, Py
     raise(PyExc_TypeError, "%s() takes %zd to %zd arguments (%zd given)", name, least, most, given);
 }
 
-}  // namespace taviropy
+}  // namespace taviropy::base

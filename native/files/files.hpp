@@ -9,6 +9,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 /// The characters of an ASCII str, alive as long as it is.
 inline std::string_view ascii_view(PyObject* text) {
     if (!PyUnicode_Check(text) || !PyUnicode_IS_ASCII(text))

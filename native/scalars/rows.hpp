@@ -6,6 +6,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 /// A one-dimensional array of int32 or int64 that lies in one piece.
 class IntegerArray {
   public:

@@ -9,6 +9,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 /// The package's numeric kinds of model elements.
 enum ElementKind : int { kVar = 1, kConstr = 2, kQConstr = 4, kGenConstr = 5 };
 

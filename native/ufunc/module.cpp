@@ -12,6 +12,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 namespace {
 
 enum class Kind { arithmetic, order, equality };

@@ -14,6 +14,9 @@ namespace taviropy {
 
 namespace nb = nanobind;
 
+using base::check_lengths, base::check_variable, base::read_coefficient;
+using base::LinExprObject, base::QuadExprObject;
+
 /// Binds the two types, `_ptr` and nothing else. ImportError where a layout or signature differs.
 void bind_core();
 
