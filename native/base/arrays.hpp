@@ -1,8 +1,6 @@
 // NumPy arrays without NumPy's headers: made by calls, read and filled through the buffer protocol.
 #pragma once
 
-#include <cstring>
-
 #include "python.hpp"
 
 namespace taviropy::base {
@@ -10,25 +8,42 @@ namespace taviropy::base {
 /// A buffer of an array, released when it goes out of scope.
 class Buffer {
   public:
+    Buffer() = default;
     Buffer(PyObject* array, int flags) { check(PyObject_GetBuffer(array, &view_, flags)); }
-    ~Buffer() { PyBuffer_Release(&view_); }
+    ~Buffer() { release(); }
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
 
+    /// False, with no exception set, where the array doesn't offer such a buffer.
+    bool acquire(PyObject* array, int flags) {
+        release();
+        if (PyObject_GetBuffer(array, &view_, flags) == 0) return true;
+        PyErr_Clear();
+        view_.obj = nullptr;
+        return false;
+    }
+    void release() {
+        if (view_.obj) PyBuffer_Release(&view_);
+        view_.obj = nullptr;
+    }
+
     const Py_buffer* operator->() const { return &view_; }
-    bool has_format(const char* format) const {
-        return std::strcmp(view_.format ? view_.format : "B", format) == 0;
+    const Py_buffer& operator*() const { return view_; }
+    /// Whether the items are of a native type, by its letter: 'd' for doubles, 'O' for references.
+    bool holds(char letter) const {
+        const char* format = view_.format ? view_.format : "B";
+        return format[0] == letter && format[1] == '\0';
     }
     Py_ssize_t size() const { return view_.len / view_.itemsize; }
 
   private:
-    Py_buffer view_;
+    Py_buffer view_{};
 };
 
 /// The addresses of the items of a strided buffer in C order.
 class Walker {
   public:
-    explicit Walker(const Buffer& buffer) : view_(*buffer.operator->()) {
+    explicit Walker(const Buffer& buffer) : view_(*buffer) {
         address_ = static_cast<char*>(view_.buf);
         inner_ = view_.ndim ? view_.shape[view_.ndim - 1] : 1;
         step_ = view_.ndim ? view_.strides[view_.ndim - 1] : 0;

@@ -59,7 +59,7 @@ Ref plain_value(long type, PyObject* value) {
 bool append_doubles(PyObject* array, std::vector<double>& out) {
     if (!is_ndarray(array) || dtype_kind(array) != 'f') return false;
     Buffer buffer(array, PyBUF_RECORDS_RO);
-    if (!buffer.has_format("d")) return false;
+    if (!buffer.holds('d')) return false;
     Walker walker(buffer);
     for (Py_ssize_t k = buffer.size(); k > 0; --k)
         out.push_back(*reinterpret_cast<const double*>(walker.next()));

@@ -12,7 +12,7 @@ Objects::Objects(PyObject* source) : source_(source) {
         return;
     }
     buffer_.emplace(source, PyBUF_RECORDS_RO);
-    if (!buffer_->has_format("O"))
+    if (!buffer_->holds('O'))
         raise(PyExc_TypeError,
               "an array of the buffer format '%s' holds no objects; expected dtype object",
               (*buffer_)->format);
@@ -31,8 +31,7 @@ Integers::Integers(PyObject* source, const char* what) {
         buffer_.emplace(source, PyBUF_RECORDS_RO);
         if ((*buffer_)->ndim != 1)
             raise(PyExc_ValueError, "%s has %d dimensions; expected 1", what, (*buffer_)->ndim);
-        if (buffer_->has_format("i") || buffer_->has_format("l") || buffer_->has_format("q"))
-            return;
+        if (buffer_->holds('i') || buffer_->holds('l') || buffer_->holds('q')) return;
         raise(PyExc_TypeError,
               "%s has entries of the buffer format '%s'; expected int32 or int64, as "
               "astype(numpy.int64) gives",

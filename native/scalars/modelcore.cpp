@@ -7,6 +7,7 @@
 // their Model by a weak reference, and make a new one where the user has dropped it.
 #include <structmember.h>
 
+#include <cstring>
 #include <limits>
 
 #include "base/arrays.hpp"

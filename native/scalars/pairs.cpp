@@ -18,7 +18,7 @@ class Part {
         : ids1_(item(arrays, 0), PyBUF_CONTIG_RO | PyBUF_FORMAT),
           ids2_(item(arrays, 1), PyBUF_CONTIG_RO | PyBUF_FORMAT),
           data_(item(arrays, 2), PyBUF_CONTIG_RO | PyBUF_FORMAT) {
-        if (!ids1_.has_format("i") || !ids2_.has_format("i") || !data_.has_format("d"))
+        if (!ids1_.holds('i') || !ids2_.holds('i') || !data_.holds('d'))
             raise(PyExc_TypeError, "sum_pairs takes arrays of int32, int32 and float64");
         if (ids1_.size() != ids2_.size() || ids1_.size() != data_.size())
             raise(PyExc_ValueError, "sum_pairs got %zd, %zd and %zd entries in one part",

@@ -5,6 +5,7 @@
 // each, and gives all of them out as CSR arrays when the model is updated. What it can't take as it
 // is, or finds faulty, it leaves to the general way, which also words the errors.
 #include <cmath>
+#include <cstring>
 
 #include "elements.hpp"
 #include "operands.hpp"
@@ -83,7 +84,7 @@ class RightSide {
         // Not of a derived class: a masked array has entries that aren't to be read.
         if (!Py_IS_TYPE(side, loaded_ndarray_type()) || dtype_kind(side) != 'f') return false;
         array_.emplace(side, PyBUF_RECORDS_RO);
-        if (!array_->has_format("d")) return false;
+        if (!array_->holds('d')) return false;
         const bool single = array_->size() == 1 && constant.size() == 1;
         if (!single && (*array_)->ndim != constant->ndim) return false;
         for (int d = 0; d < constant->ndim && !single; ++d)
@@ -113,7 +114,7 @@ class Part {
 
     bool fits(Py_ssize_t rows) const {
         return arrays_.is_whole(rows) && arrays_.indptr[rows] <= kMostTerms &&
-               variables_.has_format("O") && variables_->ndim == 1;
+               variables_.holds('O') && variables_->ndim == 1;
     }
 
     /// Appends the terms of a row; false where one of them isn't sound.
@@ -164,7 +165,7 @@ Ref append_block(PyObject* model, TempConstrObject* constr, uint8_t sense, RowDa
     Py_ssize_t rows = constant.size(), count = PyTuple_GET_SIZE(parts.get());
     RightSide right;
     std::optional<Part> opened[kMostParts];
-    if (!constant.has_format("d") || rows > kMostTerms || !right.take(constr->rhs, constant) ||
+    if (!constant.holds('d') || rows > kMostTerms || !right.take(constr->rhs, constant) ||
         !open_parts(parts, rows, opened))
         return Ref();
     Walker constants(constant);

@@ -1,5 +1,6 @@
 // Checks of the rows of large blocks, which a model takes as the arrays that they are.
 #include <algorithm>
+#include <cstring>
 #include <functional>
 
 #include "elements.hpp"

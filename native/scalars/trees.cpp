@@ -108,8 +108,8 @@ struct TreeArrays {
           first(arrays[2], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           second(arrays[3], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           numbers(arrays[4], PyBUF_CONTIG_RO | PyBUF_FORMAT) {
-        if (!(indptr.has_format("l") || indptr.has_format("q")) || !codes.has_format("B") ||
-            !first.has_format("i") || !second.has_format("i") || !numbers.has_format("d"))
+        if (!(indptr.holds('l') || indptr.holds('q')) || !codes.holds('B') || !first.holds('i') ||
+            !second.holds('i') || !numbers.holds('d'))
             raise(PyExc_TypeError,
                   "trees are arrays of int64, uint8, int32, int32 and float64, as gather_trees "
                   "gives them");
@@ -136,7 +136,7 @@ Ref tree_values(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("tree_values", nargs, 6, 6);
     TreeArrays trees(args);
     Buffer point(args[5], PyBUF_CONTIG_RO | PyBUF_FORMAT);
-    if (!point.has_format("d")) raise(PyExc_TypeError, "the point is an array of float64");
+    if (!point.holds('d')) raise(PyExc_TypeError, "the point is an array of float64");
     const auto* x = static_cast<const double*>(point->buf);
     const auto* codes = static_cast<const uint8_t*>(trees.codes->buf);
     const auto* first = static_cast<const int32_t*>(trees.first->buf);

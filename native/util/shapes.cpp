@@ -98,7 +98,7 @@ bool same_shape(const Buffer& a, const Buffer& b) {
 bool refs_match(PyObject* arr1, PyObject* arr2) {
     if (arr1 == Py_None || arr2 == Py_None) return false;
     Buffer a(arr1, PyBUF_RECORDS_RO), b(arr2, PyBUF_RECORDS_RO);
-    if (!a.has_format("O") || !b.has_format("O"))
+    if (!a.holds('O') || !b.holds('O'))
         raise(PyExc_TypeError,
               "expected arrays of dtype object, got the buffer formats '%s' and '%s'", a->format,
               b->format);

@@ -36,9 +36,9 @@ std::vector<Py_ssize_t> index_array(PyObject* matrix, const char* name) {
     Buffer buffer(array.get(), PyBUF_RECORDS_RO);
     std::vector<Py_ssize_t> out;
     out.reserve(buffer.size());
-    if (buffer->ndim == 1 && buffer.has_format("i"))
+    if (buffer->ndim == 1 && buffer.holds('i'))
         append_all<int32_t>(buffer, out);
-    else if (buffer->ndim == 1 && (buffer.has_format("l") || buffer.has_format("q")))
+    else if (buffer->ndim == 1 && (buffer.holds('l') || buffer.holds('q')))
         append_all<int64_t>(buffer, out);
     else
         raise(PyExc_ValueError,

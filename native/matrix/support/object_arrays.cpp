@@ -12,23 +12,6 @@ namespace taviropy {
 
 using namespace nb::literals;
 
-bool ArrayBuffer::acquire(nb::handle array, int flags) {
-    release();
-    if (PyObject_GetBuffer(array.ptr(), &view_, flags) == 0) return true;
-    PyErr_Clear();
-    view_.obj = nullptr;
-    return false;
-}
-
-void ArrayBuffer::release() {
-    if (view_.obj) PyBuffer_Release(&view_);
-    view_.obj = nullptr;
-}
-
-bool ArrayBuffer::holds(char letter) const {
-    return view_.format && view_.format[0] == letter && view_.format[1] == '\0';
-}
-
 nb::object empty_object_array(nb::handle np, nb::handle shape) {
     return np.attr("empty")(shape, nb::handle(reinterpret_cast<PyObject*>(&PyBaseObject_Type)));
 }

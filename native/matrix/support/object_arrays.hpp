@@ -11,6 +11,7 @@
 #include <array>
 #include <cstddef>
 
+#include "base/arrays.hpp"
 #include "support/errors.hpp"
 
 namespace taviropy {
@@ -50,23 +51,10 @@ struct WalkFlags {
     mutable PyObject* made[3] = {};  ///< the Python lists, made at first use
 };
 
-/// A buffer of an array, released at the end of its scope.
-class ArrayBuffer {
+/// A buffer of an array, acquired by nanobind's handle on it.
+class ArrayBuffer : public base::Buffer {
   public:
-    ArrayBuffer() = default;
-    ArrayBuffer(const ArrayBuffer&) = delete;
-    ArrayBuffer& operator=(const ArrayBuffer&) = delete;
-    ~ArrayBuffer() { release(); }
-    /// False, with no exception set, where the array doesn't offer such a buffer.
-    bool acquire(nb::handle array, int flags);
-    void release();
-    const Py_buffer* operator->() const { return &view_; }
-    const Py_buffer& operator*() const { return view_; }
-    /// Native object references ('O') or doubles ('d').
-    bool holds(char letter) const;
-
-  private:
-    Py_buffer view_{};
+    bool acquire(nb::handle array, int flags) { return Buffer::acquire(array.ptr(), flags); }
 };
 
 namespace detail {
