@@ -205,9 +205,9 @@ def malformed(fmt, **fields):
 )
 def test_malformed_sparse_matrices(fmt, fields):
     a, functions = np.array([1, 2, 3], dtype=object), (operator.mul, sum)
-    with pytest.raises(ValueError, match="malformed sparse matrix"):
+    with pytest.raises(ValueError, match="malformed .* rebuild"):
         _sparse_right_matmul_kernel(a, malformed(fmt, **fields), *functions)
-    with pytest.raises(ValueError, match="malformed sparse matrix"):
+    with pytest.raises(ValueError, match="malformed .* rebuild"):
         _sparse_left_matmul_kernel(malformed(fmt, **fields), a, *functions)
 
 
@@ -228,10 +228,25 @@ def test_other_malformed_formats(fmt, spoil):
     matrix = sp.eye_array(3, format=fmt)
     spoil(matrix)
     a = np.array([1, 2, 3], dtype=object)
-    with pytest.raises(ValueError, match="malformed sparse matrix"):
+    with pytest.raises(ValueError, match="malformed .* rebuild"):
         _sparse_right_matmul_kernel(a, matrix, operator.mul, sum)
-    with pytest.raises(ValueError, match="malformed sparse matrix"):
+    with pytest.raises(ValueError, match="malformed .* rebuild"):
         _sparse_left_matmul_kernel(matrix, a, operator.mul, sum)
+
+
+def test_a_shape_that_changes_while_it_is_read():
+    class Shrinking(sp.csr_array):
+        asked = 0
+
+        @property
+        def shape(self):
+            Shrinking.asked += 1
+            return (3, 3) if Shrinking.asked == 1 else (2, 3)
+
+    matrix = Shrinking(sp.csr_array(np.ones((2, 3))))
+    Shrinking.asked = 0
+    with pytest.raises(ValueError, match=r"shape \(2, 3\) was another one"):
+        _sparse_left_matmul_kernel(matrix, np.ones(3, dtype=object), operator.mul, sum)
 
 
 # The native handle, through the counts that the constraint handles read

@@ -1,9 +1,9 @@
 #include "support/functions.hpp"
 
 #include <algorithm>
-#include <stdexcept>
 #include <string_view>
 
+#include "base/python.hpp"
 #include "support/names.hpp"
 
 namespace taviropy {
@@ -156,10 +156,8 @@ void translate_exception() noexcept {
         PyErr_SetString(type, error.what() ? error.what() : "");
     } catch (const nb::cast_error&) {
         PyErr_SetString(PyExc_TypeError, "an argument has an unsuitable type");
-    } catch (const std::bad_alloc&) {
-        PyErr_NoMemory();
-    } catch (const std::exception& error) {
-        PyErr_SetString(PyExc_RuntimeError, error.what());
+    } catch (...) {
+        base::translate_exception();
     }
 }
 

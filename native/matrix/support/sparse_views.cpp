@@ -8,14 +8,15 @@
 namespace taviropy::sparse {
 
 CompressedView::CompressedView(nb::handle matrix) {
-    if (!indptr_.acquire(matrix.attr("indptr")) || indptr_.ndim() != 1 ||
-        !indices_.acquire(matrix.attr("indices")) || indices_.ndim() != 1 ||
-        !data_.acquire(matrix.attr("data")) || data_.ndim() != 1 || !data_.is_real())
+    nb::object indptr = matrix.attr("indptr"), indices = matrix.attr("indices");
+    nb::object data = matrix.attr("data");
+    if (!indptr_.acquire(indptr.ptr()) || indptr_.ndim() != 1 || !indices_.acquire(indices.ptr()) ||
+        indices_.ndim() != 1 || !data_.acquire(data.ptr()) || data_.ndim() != 1 || !data_.is_real())
         raise(PyExc_ValueError,
               "malformed sparse matrix: indptr and indices must be one-dimensional arrays of "
               "integers, "
               "and data one of real numbers");
-    values_ = data_.doubles(import_numpy());
+    values_ = data_.doubles();
     stored_ = std::min(data_.length(), indices_.size());
 }
 
