@@ -123,7 +123,7 @@ Ref linear_terms(PyObject* linexpr) {
 
 Ref quadratic_terms(PyObject* quadexpr) {
     Ref list = empty_list();
-    QuadraticView view = quadratic_view(as_quadexpr(quadexpr));
+    QuadraticView view = view_of(as_quadexpr(quadexpr));
     for (Py_ssize_t k = 0; k < view.size; ++k)
         append(list.get(), scaled_node(coefficient(view.coeffs[k]),
                                        product_node(view.vars1[k], view.vars2[k])));

@@ -29,7 +29,7 @@ Sizes measure(const Objects& exprs, bool quadratic) {
             sizes.linear += linear_view(as_linexpr(object)).size;
         } else if (quadratic && is_quadexpr(object)) {
             sizes.linear += linear_view(linear_part(as_quadexpr(object))).size;
-            sizes.quadratic += quadratic_view(as_quadexpr(object)).size;
+            sizes.quadratic += view_of(as_quadexpr(object)).size;
         } else if (!is_number(object) && object != Py_None) {
             refuse_expression(row, object, quadratic ? kQuadraticOperands : kLinearOperands);
         }
@@ -136,8 +136,7 @@ Ref gather_quadratic(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
             has_products ? linear_view(linear_part(as_quadexpr(object))) : linear_view(operand);
         constants.items[row] = view.constant;
         fill_linear(model, linear, row, view);
-        if (has_products)
-            fill_quadratic(model, quadratic, row, quadratic_view(as_quadexpr(object)));
+        if (has_products) fill_quadratic(model, quadratic, row, view_of(as_quadexpr(object)));
         linear.end_row(row);
         quadratic.end_row(row);
     });
