@@ -31,8 +31,7 @@ struct Lines {
         : indptr_(arrays[0], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           ids_(arrays[1], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           data_(arrays[2], PyBUF_CONTIG_RO | PyBUF_FORMAT) {
-        if (!(indptr_.holds('l') || indptr_.holds('q')) || !ids_.holds('i') ||
-            !data_.holds('d'))
+        if (!(indptr_.holds('l') || indptr_.holds('q')) || !ids_.holds('i') || !data_.holds('d'))
             raise(PyExc_TypeError, "expected arrays of int64, int32 and float64");
         bool fits = indptr_.size() > 0 && starts()[0] >= 0 && ids_.size() == data_.size() &&
                     starts()[count()] <= ids_.size();

@@ -162,12 +162,15 @@ Ref sum_pairs(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef functions[] = {
     {"sum_pairs", method<sum_pairs>(), METH_FASTCALL,
-     "sum_pairs(parts, size, /)\n--\n\nThe sum of quadratic terms, each pair of variables once and "
-     "none "
-     "with the coefficient 0.\n\nparts is a list of (ids1 int32, ids2 int32, coeffs float64), "
-     "contiguous arrays; ids are below size. Gives arrays of the\nsame kinds; the smaller id of a "
-     "pair comes first, "
-     "and the pairs rise.\n\nTypeError and ValueError for other arrays."},
+     R"(sum_pairs(parts, size, /)
+--
+
+The sum of quadratic terms, each pair of variables once and none with the coefficient 0.
+
+parts is a list of (ids1 int32, ids2 int32, coeffs float64), contiguous arrays; ids are below size. Gives arrays of the
+same kinds; the smaller id of a pair comes first, and the pairs rise.
+
+TypeError and ValueError for other arrays.)"},
     {nullptr},
 };
 

@@ -272,11 +272,12 @@ PyType_Slot type_slots[] = {
 PyType_Spec type_spec = {"taviropy._ufunc.ArrayUfunc", sizeof(ArrayUfunc), 0,
                          Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC, type_slots};
 
-PyMethodDef functions[] = {
-    {"define_order", method<define_order>(), METH_O,
-     "define_order(cls)\n--\n\nGives the class those of <, <=, > and >= that it lacks: a TypeError "
-     "beside an array, in Python's own words, and NotImplemented beside anything else."},
-    {nullptr, nullptr, 0, nullptr}};
+PyMethodDef functions[] = {{"define_order", method<define_order>(), METH_O,
+                            R"(define_order(cls)
+--
+
+Gives the class those of <, <=, > and >= that it lacks: a TypeError beside an array, in Python's own words, and NotImplemented beside anything else.)"},
+                           {nullptr, nullptr, 0, nullptr}};
 
 void execute(PyObject* module) {
     check(PyModule_AddFunctions(module, functions));
