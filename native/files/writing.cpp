@@ -92,8 +92,7 @@ Ref sum_texts(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("sum_texts", nargs, 5, 5);
     const auto names = ascii_views(args[0]);
     const Lines rows(args + 1, names.size());
-    const Py_ssize_t width = PyLong_AsSsize_t(args[4]);
-    if (width == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t width = checked(PyLong_AsSsize_t(args[4]));
     if (width < 1) raise(PyExc_ValueError, "a line has at least one term");
     Ref list = checked(PyList_New(rows.count()));
     std::string text;

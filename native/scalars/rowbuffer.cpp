@@ -269,8 +269,7 @@ Ref RowBuffer_arrays(PyObject* self, PyObject*) {
 }
 
 Ref RowBuffer_drop(PyObject* self, PyObject* argument) {
-    const Py_ssize_t count = PyLong_AsSsize_t(argument);
-    if (count == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t count = checked(PyLong_AsSsize_t(argument));
     RowData& rows = *as_buffer(self)->rows;
     if (count < 0 || static_cast<std::size_t>(count) > rows.rhs.size())
         raise(PyExc_ValueError, "there are %zu rows, %zd can't be dropped", rows.rhs.size(), count);

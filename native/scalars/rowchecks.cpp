@@ -85,7 +85,7 @@ Ref product_rows(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 /// Whether an array, of which the caller has one new reference, is held by its matrix alone.
 bool is_held_once(const Ref& array) {
-    Ref base = checked(PyObject_GetAttrString(array.get(), "base"));
+    Ref base = field(array.get(), "base");
     return Py_REFCNT(array.get()) == 2 && base.get() == Py_None;
 }
 

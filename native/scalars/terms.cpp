@@ -264,8 +264,7 @@ void scale(QuadExprObject* quadexpr, double factor) {
 
 Ref list_item(PyObject* list, PyObject* index, const char* type) {
     Ref keep = borrow(list);  // the index may be an object that changes the expression
-    Py_ssize_t k = PyNumber_AsSsize_t(index, PyExc_IndexError);
-    if (k == -1 && PyErr_Occurred()) throw PythonError();
+    Py_ssize_t k = checked(PyNumber_AsSsize_t(index, PyExc_IndexError));
     if (k < 0 || k >= PyList_GET_SIZE(list))
         raise(PyExc_IndexError, "%s has no term %zd: it has %zd terms, from 0", type, k,
               PyList_GET_SIZE(list));

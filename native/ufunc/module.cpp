@@ -166,7 +166,7 @@ bool is_asked_next(PyObject* operand) {
         return false;
     }
     Ref ndarray = import_name("numpy", "ndarray");
-    Ref common = checked(PyObject_GetAttrString(ndarray.get(), "__array_ufunc__"));
+    Ref common = field(ndarray.get(), "__array_ufunc__");
     return own.get() != common.get();
 }
 

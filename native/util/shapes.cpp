@@ -13,8 +13,7 @@ Ref isscalar(PyObject*, PyObject* value) { return checked(PyBool_FromLong(is_num
 Ref isstr(PyObject*, PyObject* value) { return checked(PyBool_FromLong(PyUnicode_Check(value))); }
 
 Py_ssize_t whole_number(PyObject* object) {
-    Py_ssize_t value = PyNumber_AsSsize_t(object, PyExc_OverflowError);
-    if (value == -1 && PyErr_Occurred()) throw PythonError();
+    Py_ssize_t value = checked(PyNumber_AsSsize_t(object, PyExc_OverflowError));
     return value;
 }
 
