@@ -1,5 +1,5 @@
 // Owned references, errors, and the way from C++ functions to CPython's tables. The matrix module
-// has nanobind's objects in place of the references, and shares what an exception becomes in Python.
+// has nanobind's objects in place of the references; what an exception becomes is decided here.
 #pragma once
 
 #include <Python.h>

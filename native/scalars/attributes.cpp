@@ -31,7 +31,8 @@ AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) 
         raise(PyExc_AttributeError, "'taviropy.%s' object has no attribute '%S'",
               kind_name(handle->kind), name);
     if (to_set && !settable) raise(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
-    long type = checked(PyLong_AsLong(datatype));
+    long type = PyLong_AsLong(datatype);
+    if (type == -1 && PyErr_Occurred()) throw PythonError();
     return {borrow(datatype), type};
 }
 
