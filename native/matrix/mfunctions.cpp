@@ -3,7 +3,7 @@
 // The result is of the narrowest class that can hold all operands. Expressions are copied before
 // they are stacked, since NumPy keeps references and an expression owns its elements.
 
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/classes.hpp"
 #include "support/errors.hpp"
 #include "support/functions.hpp"

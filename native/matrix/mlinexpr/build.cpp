@@ -1,9 +1,9 @@
-// How an MLinExpr comes into being: zeros, affine expressions, variables and scalar expressions.
-// Matrix products stand in products.cpp.
+// How an MLinExpr comes into being: zeros, affine expressions, variables, scalar expressions and
+// copies. Products of a matrix and variables stand in build_matmul.cpp.
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
@@ -201,6 +201,64 @@ static nb::object _from_linexprs(nb::handle cls, nb::handle les) {
     return new_full(cls, vectorize(np, convert, objects));
 }
 
+// ---- Copying --------------------------------------------------------------------------------
+
+static constexpr const char* kCopyDoc = R"(ROUTINE:
+    copy()
+
+PURPOSE:
+    Copy an expression.
+
+ARGUMENTS:
+    None.
+
+RETURN VALUE:
+    A new MLinExpr of the same shape; changing it leaves this expression as it is.
+
+EXAMPLE:
+    other = mle.copy()
+    other += 1
+)";
+
+static nb::object _copy_compact(nb::handle self) {
+    nb::list parts;
+    Part part = merged_part(self);
+    if (part.A.is_valid())
+        parts.append(nb::make_tuple(sparse::copy(part.A), part.x.attr("copy")()));
+    return new_compact(parts, const_of(self).attr("copy")());
+}
+
+static const WalkFlags kCopyFlags = {"refs_ok external_loop buffered zerosize_ok",
+                                     {"readwrite no_broadcast", "writeonly no_broadcast"},
+                                     nullptr};
+
+static nb::object copy_element(nb::handle element) {
+    LinExprObject* le = as_linexpr(element.ptr());
+    if (!is_plain_linexpr(element.ptr())) return element.attr("copy")();
+    return make_linexpr(le->constant, copy_list(le->coeffs), copy_list(le->vars));
+}
+
+static nb::object _copy_full(nb::handle self) {
+    nb::object np = import_numpy();
+    _convert_to_full(self);
+    nb::object learr = learr_of(self);
+    nb::object copied = empty_object_array(np, learr.attr("shape"));
+    GcPause pause;
+    walk<2>(kCopyFlags, {learr, copied}, [](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k)
+            chunks[1].store(k, copy_element(chunks[0].element(k)));
+    });
+    return new_full(copied);
+}
+
+nb::object copy(nb::handle self) {
+    return is_compact(self) && keeps_compact(self) ? _copy_compact(self) : _copy_full(self);
+}
+
+nb::object copy_of(nb::handle self) {
+    return self.type().is(names::MLinExpr()) ? copy(self) : nb::object(self.attr("copy")());
+}
+
 // ---- The table ------------------------------------------------------------------------------
 
 void add_build_methods(ClassBody& body) {
@@ -225,7 +283,12 @@ void add_build_methods(ClassBody& body) {
         .class_method<&_from_linexprs>(
             "_from_linexprs(cls, les)",
             "An expression of copies of scalar expressions, MLinExpr of size 1 among them, in the "
-            "shape that NumPy gives to the sequence.");
+            "shape that NumPy gives to the sequence.")
+        .method<&copy>("copy(self)", kCopyDoc)
+        .method<&_copy_compact>("_copy_compact(self)")
+        .method<&_copy_full>(
+            "_copy_full(self)",
+            "Copies element by element; converts this expression to the full form.");
 }
 
 }  // namespace taviropy::mlinexpr

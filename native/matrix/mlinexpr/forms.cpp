@@ -1,8 +1,9 @@
-// The two forms of an MLinExpr, and the way from the compact to the full one.
+// The two forms of an MLinExpr, the way from the compact to the full one, and what changes the
+// state of either in place: folding, merging and clearing terms.
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
@@ -293,6 +294,83 @@ nb::object _convert_to_full(nb::handle self) {
     return nb::none();
 }
 
+// ---- Terms folded and merged ------------------------------------------------------------------
+
+static const WalkFlags kFlattenFlags = {
+    "refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+
+nb::object _flatten(nb::handle self) {
+    if (is_compact(self)) return nb::none();
+    walk<1>(kFlattenFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k) {
+            if (is_plain_linexpr(chunks[0][k])) continue;
+            nb::object le = chunks[0].element(k);
+            as_linexpr(le.ptr());
+            le.attr("_flatten")();
+        }
+    });
+    return nb::none();
+}
+
+static const WalkFlags kNormalizeFlags = {"buffered refs_ok external_loop", {"readwrite"}, nullptr};
+
+nb::object _normalize(nb::handle self) {
+    if (is_compact(self)) return nb::none();
+    walk<1>(kNormalizeFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k) {
+            nb::object le = chunks[0].element(k);
+            as_linexpr(le.ptr());
+            le.attr("_normalize")();
+        }
+    });
+    return nb::none();
+}
+
+// ---- Resetting ------------------------------------------------------------------------------
+
+static constexpr const char* kClearDoc = R"(ROUTINE:
+    clear()
+
+PURPOSE:
+    Reset this expression to all zero, in place. Its shape stays.
+
+ARGUMENTS:
+    None.
+
+RETURN VALUE:
+    None.
+
+EXAMPLE:
+    mle.clear()
+
+NOTES:
+    Views of this expression are reset with it. An expression without elements,
+    such as one of shape (0, 3, 4), may raise NumPy's ValueError.
+)";
+
+static nb::object _clear_compact(nb::handle self) {
+    nb::setattr(self, "_matmulparts", nb::list());
+    const_of(self).attr("fill")(0.0);
+    return nb::none();
+}
+
+static const WalkFlags kClearFlags = {"refs_ok external_loop", {"readwrite"}, nullptr};
+
+static nb::object _clear_full(nb::handle self) {
+    walk<1>(kClearFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k) {
+            nb::object le = chunks[0].element(k);
+            as_linexpr(le.ptr());
+            le.attr("clear")();
+        }
+    });
+    return nb::none();
+}
+
+nb::object clear(nb::handle self) {
+    return is_compact(self) ? _clear_compact(self) : _clear_full(self);
+}
+
 // ---- The table ------------------------------------------------------------------------------
 
 void add_form_methods(ClassBody& body) {
@@ -322,7 +400,14 @@ void add_form_methods(ClassBody& body) {
                            "The same expression as a new one in the full form. Merges the parts of "
                            "this one.")
         .method<&_convert_to_full>("_convert_to_full(self)",
-                                   "Switches this expression to the full form, in place.");
+                                   "Switches this expression to the full form, in place.")
+        .method<&_flatten>("_flatten(self)", "Flattens each element of a full expression.")
+        .method<&_normalize>(
+            "_normalize(self)",
+            "Merges the terms of one variable in each element of a full expression.")
+        .method<&clear>("clear(self)", kClearDoc)
+        .method<&_clear_compact>("_clear_compact(self)")
+        .method<&_clear_full>("_clear_full(self)");
 }
 
 }  // namespace taviropy::mlinexpr

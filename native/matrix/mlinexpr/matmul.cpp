@@ -5,7 +5,7 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "mquadexpr/mquadexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"

@@ -5,7 +5,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
@@ -384,6 +384,12 @@ static nb::object rpow(nb::handle self, nb::handle other) {
     return not_implemented();
 }
 
+// ---- Signs -------------------------------------------------------------------------------------
+
+static nb::object pos(nb::handle self) { return copy_of(self); }
+
+static nb::object neg(nb::handle self) { return self * nb::float_(-1.0); }
+
 // ---- The table ---------------------------------------------------------------------------------
 
 void add_scaling_methods(ClassBody& body) {
@@ -395,6 +401,8 @@ void add_scaling_methods(ClassBody& body) {
         .method<&itruediv>("__itruediv__(self, other)")
         .method<&pow>("__pow__(self, other)")
         .method<&rpow>("__rpow__(self, other)")
+        .method<&pos>("__pos__(self)")
+        .method<&neg>("__neg__(self)")
         .method<&_imul_compact_scalar>("_imul_compact_scalar(self, value)",
                                        "Multiplies a compact expression by a number, in place.")
         .method<&_imul_compact_ndarray>(

@@ -1,9 +1,9 @@
-// MQuadExpr: how expressions come into being. Each builder decides between the compact and the full
-// form.
+// How an MQuadExpr comes into being: zeros, products of variables, scalar and linear expressions,
+// and copies. Each builder decides between the compact and the full form.
 
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
@@ -157,6 +157,61 @@ nb::object _from_mlinexpr(nb::handle cls, nb::handle ndle, nb::handle force_full
     return result;
 }
 
+static constexpr const char* kCopyDoc = R"(
+ROUTINE:
+  copy()
+
+PURPOSE:
+  Create a copy of this expression.
+
+ARGUMENTS:
+  None
+
+RETURN VALUE:
+  A new MQuadExpr object of the same shape. Changing it leaves this expression as it is.
+
+EXAMPLE:
+  orig = x @ Q @ x
+  copy = orig.copy()
+  copy += 2.0
+
+NOTES:
+  None
+)";
+
+static nb::object _copy_compact(nb::handle self) {
+    nb::object quadparts = _copy_quadparts(self);
+    return new_compact(quadparts, self.attr("_ndle").attr("copy")());
+}
+
+/// The merged part with arrays of its own, in a new list; empty without parts.
+nb::object _copy_quadparts(nb::handle self) {
+    nb::list copies;
+    if (nb::len(parts_of(self)) == 0) return copies;
+    _concat_quadparts(self);
+    copies.append(QuadPart(nb::object(parts_of(self)[0])).copied());
+    return copies;
+}
+
+static nb::object _copy_full(nb::handle self) {
+    static const WalkFlags flags = {"refs_ok external_loop buffered zerosize_ok",
+                                    {"readwrite no_broadcast", "writeonly no_broadcast"},
+                                    nullptr};
+    auto np = import_numpy();
+    nb::object ndle = self.attr("_ndle").attr("copy")();
+    nb::object qearr = self.attr("_qearr"), copies = empty_object_array(np, self.attr("shape"));
+    GcPause pause;
+    walk<2>(flags, {qearr, copies}, [](const auto& chunks, Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k)
+            chunks[1].store(k, chunks[0].element(k).attr("copy")());
+    });
+    return new_full(copies, ndle);
+}
+
+static nb::object copy(nb::handle self) {
+    return is_compact(self) ? _copy_compact(self) : _copy_full(self);
+}
+
 static constexpr const char* kZerosDoc = R"(
 ROUTINE:
   zeros(shape)
@@ -188,7 +243,11 @@ void add_build_methods(ClassBody& body) {
         .class_method<&_from_quadfun>("_from_quadfun(cls, x, Q, y, c=None, z=None, d=None)")
         .class_method<&_from_quadfun_compact>("_from_quadfun_compact(cls, x, Q, y, ndle)")
         .class_method<&_from_quadfun_full>("_from_quadfun_full(cls, x, Q, y, ndle)")
-        .class_method<&_from_mlinexpr>("_from_mlinexpr(cls, ndle, force_full=False)");
+        .class_method<&_from_mlinexpr>("_from_mlinexpr(cls, ndle, force_full=False)")
+        .method<&copy>("copy(self)", kCopyDoc)
+        .method<&_copy_compact>("_copy_compact(self)")
+        .method<&_copy_full>("_copy_full(self)")
+        .method<&_copy_quadparts>("_copy_quadparts(self)");
 }
 
 }  // namespace taviropy::mquadexpr

@@ -1,4 +1,4 @@
-// MQuadExpr: subscripts and assignment. Both work on the full form.
+// Reading and assigning elements of an MQuadExpr, which works on the full form.
 
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
@@ -9,6 +9,33 @@
 namespace taviropy::mquadexpr {
 
 using namespace nb::literals;
+
+static constexpr const char* kItemDoc = R"(
+ROUTINE:
+  item()
+
+PURPOSE:
+  Get a copy of the sole element of this expression.
+
+ARGUMENTS:
+  None
+
+RETURN VALUE:
+  A QuadExpr with the quadratic terms, the linear terms and the constant of the element. Changing it
+  leaves this expression as it is.
+
+EXAMPLE:
+  qe = (x @ Q @ x + c @ x).item()
+
+NOTES:
+  An expression of any size but 1 is a ValueError.
+)";
+
+static nb::object item(nb::handle self) {
+    if (is_compact(self)) return _to_full(self).attr("item")();
+    nb::object quadratic = self.attr("_qearr").attr("item")();
+    return quadratic + self.attr("_ndle").attr("item")();
+}
 
 static nb::object getitem(nb::handle self, nb::handle obj) {
     _convert_to_full(self);
@@ -126,7 +153,8 @@ NOTES:
 )";
 
 void add_index_methods(ClassBody& body) {
-    body.method<&getitem>("__getitem__(self, obj)", kGetitemDoc)
+    body.method<&item>("item(self)", kItemDoc)
+        .method<&getitem>("__getitem__(self, obj)", kGetitemDoc)
         .method<&setitem>("__setitem__(self, obj, value)", kSetitemDoc)
         .method<&_setitem_linear>("_setitem_linear(self, obj, value)")
         .method<&_setitem_mquadexpr>("_setitem_mquadexpr(self, obj, value)");

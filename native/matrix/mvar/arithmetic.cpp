@@ -1,4 +1,4 @@
-// Operators and comparisons of MVar.
+// MVar: sums, products, quotients and powers.
 //
 // A variable array does no arithmetic of its own. The type of the other operand decides what the
 // result is, the first test that fires wins, and the class of the result does the work: MLinExpr
@@ -6,7 +6,7 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
@@ -17,8 +17,6 @@ namespace taviropy::mvar {
 using namespace nb::literals;
 
 namespace {
-
-nb::object toexpr(nb::handle self) { return self.attr("_toexpr")(); }
 
 nb::object nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mvar")(self); }
 
@@ -102,30 +100,6 @@ nb::object rpow(nb::handle self, nb::handle other) {
     return not_implemented();
 }
 
-[[noreturn]] void refuse_scalar(Site site = Site::current()) {
-    raise(PyExc_ValueError, "Input operand does not have enough dimensions", site);
-}
-
-nb::object matmul(nb::handle self, nb::handle other) {
-    nb::object np = import_numpy();
-    nb::object sp = import_sparse();
-    if (is_ndarray(np, other) || is_sparse(sp, other))
-        return names::MLinExpr().attr("_from_matmul_left")(self, other);
-    if (is_a(other, names::MVar))
-        return checked(PyNumber_MatrixMultiply(toexpr(self).ptr(), other.ptr()));
-    if (is_scalar(other)) refuse_scalar();
-    return not_implemented();
-}
-
-nb::object rmatmul(nb::handle self, nb::handle other) {
-    nb::object np = import_numpy();
-    nb::object sp = import_sparse();
-    if (is_ndarray(np, other) || is_sparse(sp, other))
-        return names::MLinExpr().attr("_from_matmul_right")(other, self);
-    if (is_scalar(other)) refuse_scalar();
-    return not_implemented();
-}
-
 /// x + y of two vectors of one length: both identity matrices side by side, made at once. Invalid
 /// where the general way is to see to it.
 nb::object vector_sum(nb::handle self, nb::handle other) {
@@ -175,28 +149,13 @@ nb::object rtruediv(nb::handle self, nb::handle other) {
     return not_implemented();
 }
 
-nb::object compare(nb::handle self, const char* sense, nb::handle rhs) {
-    nb::object TempConstr = names::TempConstr();
-    return TempConstr(self, nb::getattr(names::TVO(), sense), rhs);
-}
-
-nb::object le(nb::handle self, nb::handle rhs) { return compare(self, "LESS_EQUAL", rhs); }
-nb::object ge(nb::handle self, nb::handle rhs) { return compare(self, "GREATER_EQUAL", rhs); }
-nb::object eq(nb::handle self, nb::handle rhs) { return compare(self, "EQUAL", rhs); }
-
-nb::object ne(nb::handle, nb::handle) {
-    raise_taviro_error(-1, "Inequality constraints not supported");
-}
-
 }  // namespace
 
-void add_operators(ClassBody& body) {
+void add_arithmetic_methods(ClassBody& body) {
     body.method<&mul>("__mul__(self, other)")
         .method<&rmul>("__rmul__(self, other)")
         .method<&pow>("__pow__(self, other)")
         .method<&rpow>("__rpow__(self, other)")
-        .method<&matmul>("__matmul__(self, other)")
-        .method<&rmatmul>("__rmatmul__(self, other)")
         .method<&add>("__add__(self, other)")
         .method<&radd>("__radd__(self, other)")
         .method<&sub>("__sub__(self, other)")
@@ -204,11 +163,7 @@ void add_operators(ClassBody& body) {
         .method<&neg>("__neg__(self)")
         .method<&pos>("__pos__(self)")
         .method<&truediv>("__truediv__(self, other)")
-        .method<&rtruediv>("__rtruediv__(self, other)")
-        .method<&le>("__le__(self, rhs)")
-        .method<&ge>("__ge__(self, rhs)")
-        .method<&eq>("__eq__(self, rhs)")
-        .method<&ne>("__ne__(self, rhs)");
+        .method<&rtruediv>("__rtruediv__(self, other)");
 }
 
 }  // namespace taviropy::mvar

@@ -265,7 +265,7 @@ nb::object _from_matmul_left_spmatrix(nb::handle, nb::handle x, nb::handle A) {
 
 // ---- The table ------------------------------------------------------------------------------
 
-void add_product_methods(ClassBody& body) {
+void add_build_matmul_methods(ClassBody& body) {
     body.class_method<&_from_matmul_right>(
             "_from_matmul_right(cls, A, x)",
             "A @ x for an MVar x, compact where the shapes allow it.")

@@ -1,7 +1,6 @@
 // MNLExpr: arithmetic. Each operator is a dispatcher and a node factory of `_ExprTree`.
 
-#include "mnlexpr/methods.hpp"
-#include "mnlexpr/trees.hpp"
+#include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
 #include "support/sparse.hpp"
@@ -130,7 +129,7 @@ static nb::object ipow(nb::handle self, nb::handle other) {
     return self.attr("_idispatch_binary_op")(other, factory("_from_pow"));
 }
 
-void add_operator_methods(ClassBody& body) {
+void add_arithmetic_methods(ClassBody& body) {
     body.method<&_dispatch_unary_op>("_dispatch_unary_op(self, func)",
                                      "New MNLExpr of func(node) for each element.")
         .method<&_idispatch_unary_op>("_idispatch_unary_op(self, func)",

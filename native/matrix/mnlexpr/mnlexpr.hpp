@@ -1,8 +1,9 @@
-// Elements of an `MNLExpr`, operands and their trees: what all its methods share.
+// MNLExpr: what its files call of each other in C++: its elements, operands and their trees.
 #pragma once
 
 #include <nanobind/nanobind.h>
 
+#include "support/classes.hpp"
 #include "support/errors.hpp"
 #include "support/object_arrays.hpp"
 #include "support/vectorize.hpp"
@@ -65,5 +66,16 @@ void walk_with_trees(nb::handle targets, const Operand& operand, Body&& body) {
         for (Py_ssize_t k = 0; k < size; ++k) body(chunks[0].element(k), chunks[1].element(k));
     });
 }
+
+// ---- The families' methods, added to the class by define_mnlexpr --------------------------------
+
+void add_form_methods(ClassBody& body);
+void add_build_methods(ClassBody& body);
+void add_index_methods(ClassBody& body);
+void add_text_methods(ClassBody& body);
+void add_arithmetic_methods(ClassBody& body);
+void add_matmul_methods(ClassBody& body);
+void add_reduction_methods(ClassBody& body);
+void add_comparison_methods(ClassBody& body);
 
 }  // namespace taviropy::mnlexpr
