@@ -296,7 +296,7 @@ def test_tracebacks_name_the_function_with_its_file_and_line():
     for call, name, file in (
         (lambda: x * np.ones(4), "MVar.__mul__", "native/matrix/mvar/arithmetic.cpp"),
         (lambda: x.reshape(2), "MVar.reshape", "native/matrix/mvar/index.cpp"),
-        (lambda: x != 1, "MVar.__ne__", "native/matrix/mvar/compare.cpp"),
+        (lambda: x != 1, "MVar.__ne__", "native/matrix/support/comparisons.cpp"),
         (lambda: tv.MVar.fromlist([1]), "MVar.fromlist", "native/matrix/support/handles.cpp"),
         (lambda: x.setAttr("LB", [1, 2]), "MVar.setAttr", "native/matrix/support/attributes.cpp"),
         (lambda: tv.MConstr(3), "MConstr.__init__", "native/matrix/support/handles.cpp"),

@@ -7,6 +7,7 @@
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 #include "support/vectorize.hpp"
 
@@ -75,11 +76,6 @@ static nb::object own_constant(nb::handle np, nb::handle b, nb::handle shape_Ax)
     return np.attr("broadcast_to")(own, total_shape).attr("copy")();
 }
 
-/// The variables as a one-dimensional MVar, in C order.
-static nb::object flat_mvar(nb::handle x) {
-    return mvar::new_mvar(x.attr("_vararr").attr("reshape")(-1));
-}
-
 /// What a 1 by 1 matrix stands for next to a block of variables that lies along `axis`: a multiple
 /// of the identity. Any other product is `A` itself.
 static nb::object widened(nb::object A, nb::handle x_shape, int axis) {
@@ -105,7 +101,7 @@ nb::object compact_product(nb::handle cls, nb::handle A, nb::handle x, nb::handl
     if (!allows_compact(x_shape))
         raise(PyExc_ValueError, std::string(right ? "Right" : "Left") + " variable's shape " +
                                     text_of(x_shape) + " is not compact");
-    nb::object flat = flat_mvar(x);
+    nb::object flat = mvar::flat(x);
     nb::object rows = right ? sparse::to_csr(A, true) : sparse::transposed_to_csr(A);
     if (!is_ndarray(import_numpy(), A)) refuse_vector(rows);
     nb::list parts;
@@ -124,8 +120,7 @@ nb::object _from_compact_affine_expr(nb::handle cls, nb::handle x_left, nb::hand
     }
     nb::handle x = right ? x_right : x_left;
     nb::object x_shape = x.attr("shape"), A_shape = A.attr("shape");
-    nb::object shape_Ax = names::_matmul_shape()(right ? A_shape : x_shape,
-                                                 right ? x_shape : A_shape, "do_raise"_a = true);
+    nb::object shape_Ax = product_shape(right ? A_shape : x_shape, right ? x_shape : A_shape);
     nb::object own = own_constant(np, b, shape_Ax);
     return compact_product(cls, A, x, x_shape, right ? Side::right : Side::left, own);
 }
@@ -143,11 +138,11 @@ nb::object _from_mvar(nb::handle cls, nb::handle fromobj, nb::handle force_full)
 nb::object _from_mvar_compact(nb::handle cls, nb::handle x) {
     nb::object shape = x.attr("shape");
     nb::object vararr = x.attr("_vararr");
-    Py_ssize_t size = nb::cast<Py_ssize_t>(nb::object(vararr.attr("size")));
+    Py_ssize_t size = size_of(vararr);
     if (size == 0) return zeros(shape);
     if (!allows_compact(shape)) fail_assertion();
     nb::list parts;
-    parts.append(nb::make_tuple(sparse::identity(size), flat_mvar(x)));
+    parts.append(nb::make_tuple(sparse::identity(size), mvar::flat(x)));
     return new_compact(cls, parts, import_numpy().attr("zeros")(shape));
 }
 

@@ -14,8 +14,7 @@ namespace taviropy::mlinexpr {
 
 using namespace nb::literals;
 
-// The class that this module makes; lives as long as the module does.
-static PyTypeObject* own_class = nullptr;
+static OwnClass own_class;
 
 static bool is_one(nb::handle value) {
     if (PyLong_CheckExact(value.ptr())) return PyLong_AsLong(value.ptr()) == 1;
@@ -118,25 +117,18 @@ static nb::object init(nb::handle self, nb::handle wraponly, nb::handle matmulpa
     return nb::none();
 }
 
-/// A new instance of the class without a call of it.
-static nb::object new_instance() {
-    static PyObject* no_arguments = PyTuple_New(0);
-    return checked(PyBaseObject_Type.tp_new(own_class, no_arguments, nullptr));
-}
-
 nb::object new_full(nb::handle cls, nb::handle learr) {
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class)) return cls(learr);
-    nb::object self = new_instance();
+    if (!own_class.is(cls)) return cls(learr);
+    nb::object self = own_class.make();
     set_fields(self, plain(learr), nb::none(), nb::none());
     return self;
 }
 
 nb::object new_compact(nb::handle cls, nb::handle parts, nb::handle b) {
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class))
-        return cls("matmulparts"_a = parts, "b"_a = b);
+    if (!own_class.is(cls)) return cls("matmulparts"_a = parts, "b"_a = b);
     // Parts that this module has made are as the constructor wants them.
     if (nb::len(parts) != 0) PY_ASSERT(truth(b.attr("size")));
-    nb::object self = new_instance();
+    nb::object self = own_class.make();
     set_fields(self, nb::none(), parts, b);
     return self;
 }
@@ -374,7 +366,7 @@ nb::object clear(nb::handle self) {
 // ---- The table ------------------------------------------------------------------------------
 
 void add_form_methods(ClassBody& body) {
-    own_class = reinterpret_cast<PyTypeObject*>(names::MLinExpr().ptr());
+    own_class = names::MLinExpr();
     body.method<&init>("__init__(self, wraponly=None, matmulparts=None, b=None)",
                        "Wraps an object array of LinExpr, or parts (A, x) and a constant array b, "
                        "without copying.")

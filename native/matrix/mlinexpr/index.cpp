@@ -160,7 +160,7 @@ static nb::object _setitem_iaddable(nb::handle self, nb::handle key, nb::handle 
                                                          : nb::make_tuple(key, ellipsis);
     nb::object selected = new_full(learr_of(self)[array_key]);
     clear(selected);
-    checked(PyNumber_InPlaceAdd(selected.ptr(), value.ptr()));
+    selected += value;
     return nb::none();
 }
 

@@ -47,6 +47,11 @@ inline nb::object new_compact(nb::handle parts, nb::handle b) {
     return new_compact(names::MLinExpr(), parts, b);
 }
 
+/// `MNLExpr._from_mlinexpr(self)`, for what leaves the linear and quadratic world.
+inline nb::object as_nonlinear(nb::handle self) {
+    return names::MNLExpr().attr("_from_mlinexpr")(self);
+}
+
 /// The one part of an expression, `self._matmulparts[0]`, after its parts were merged.
 struct Part {
     nb::object A, x;

@@ -5,6 +5,7 @@
 #include "support/axes.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/solution_values.hpp"
 #include "support/vectorize.hpp"
 
@@ -115,8 +116,7 @@ nb::object getValue(nb::handle self) {
     nb::object result = const_of(self).attr("copy")();
     Part part = merged_part(self);
     if (part.A.is_valid()) {
-        nb::object products =
-            checked(PyNumber_MatrixMultiply(part.A.ptr(), nb::object(part.x.attr("X")).ptr()));
+        nb::object products = matrix_product(part.A, nb::object(part.x.attr("X")));
         result += products.attr("reshape")(nb::getattr(result, "shape"));
     }
     return result;

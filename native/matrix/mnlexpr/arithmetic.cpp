@@ -3,6 +3,7 @@
 #include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mnlexpr {
@@ -101,18 +102,9 @@ static nb::object neg(nb::handle self) {
     return self.attr("_dispatch_unary_op")(factory("_from_uminus"));
 }
 
-/// value == 2.0
-static bool is_two(nb::handle value) { return value.equal(nb::float_(2.0)); }
-
-/// An array of one number, which is 2.
-static bool is_array_of_two(nb::handle np, nb::handle value) {
-    return is_ndarray(np, value) && nb::cast<Py_ssize_t>(value.attr("size")) == 1 &&
-           is_two(value.attr("item")());
-}
-
 static nb::object pow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
-    if (is_array_of_two(np, other)) {
+    if (is_ndarray(np, other) && is_array_of_two(other)) {
         nb::object shape =
             names::_broadcast_shapes()(nb::getattr(self, "shape"), nb::getattr(other, "shape"));
         nb::object base = make(self.attr("_nlearr").attr("reshape")(shape));

@@ -8,6 +8,7 @@
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
 #include "support/object_product.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
@@ -16,14 +17,6 @@ using namespace nb::literals;
 
 namespace {
 
-nb::object matmul(nb::handle left, nb::handle right) {
-    return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr()));
-}
-
-nb::object matmul_shape(nb::handle left, nb::handle right) {
-    return names::_matmul_shape()(left, right, "do_raise"_a = true);
-}
-
 bool may_be_compact(nb::handle cls, nb::handle shape) {
     return keeps_compact(cls) && truth(cls.attr("_allows_compact")(shape));
 }
@@ -31,11 +24,6 @@ bool may_be_compact(nb::handle cls, nb::handle shape) {
 /// numpy.prod(shape) == numpy.max(shape): one dimension above 1 at most, or nothing in it at all.
 bool flattens_to_vector(nb::handle np, nb::handle shape) {
     return np.attr("prod")(shape).equal(np.attr("max")(shape));
-}
-
-/// One variable as a vector.
-nb::object vector_of(nb::handle mvar) {
-    return mvar::new_mvar(mvar.attr("_vararr").attr("reshape")(nb::make_tuple(1)));
 }
 
 }  // namespace
@@ -90,9 +78,9 @@ static nb::object _from_mvar_times_mvar(nb::handle cls, nb::handle mvar_left, nb
         return full_product(mvar_left, mvar_right, shape);
     nb::object ndle = names::MLinExpr().attr("zeros")(shape);
     nb::list quadparts;
-    if (nb::cast<Py_ssize_t>(ndle.attr("size")) > 0) {
+    if (size_of(ndle) > 0) {
         nb::object Q = sparse::to_coo(sparse::identity(1), /*copy=*/false);
-        quadparts.append(nb::make_tuple(vector_of(mvar_left), Q, vector_of(mvar_right)));
+        quadparts.append(nb::make_tuple(mvar::flat(mvar_left), Q, mvar::flat(mvar_right)));
     }
     return new_compact(quadparts, ndle);
 }
@@ -110,11 +98,11 @@ nb::object _from_quad_expr(nb::handle cls, nb::handle qe) {
 /// x @ Q @ y + c @ z + d.
 static nb::object _from_quadfun(nb::handle cls, nb::handle x, nb::handle Q, nb::handle y,
                                 nb::handle c, nb::handle z, nb::handle d) {
-    nb::object left_shape = matmul_shape(x.attr("shape"), Q.attr("shape"));
-    nb::object quad_shape = matmul_shape(left_shape, y.attr("shape"));
+    nb::object left_shape = product_shape(x.attr("shape"), Q.attr("shape"));
+    nb::object quad_shape = product_shape(left_shape, y.attr("shape"));
     nb::object mlinexpr = names::MLinExpr();
     nb::object ndle = mlinexpr.attr("zeros")(quad_shape);
-    if (!c.is_none()) ndle = ndle + matmul(c, z);
+    if (!c.is_none()) ndle = ndle + matrix_product(c, z);
     if (!d.is_none()) ndle = ndle + d;
     nb::object shape = names::_broadcast_shapes()(quad_shape, nb::getattr(ndle, "shape"));
     ndle = ndle + mlinexpr.attr("zeros")(shape);  // widens the linear part to the common shape

@@ -13,6 +13,7 @@
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
@@ -21,8 +22,7 @@ using namespace nb::literals;
 
 namespace {
 
-// The class that this module makes; lives as long as the module does.
-PyTypeObject* own_class = nullptr;
+OwnClass own_class;
 
 /// Calls a method without arguments on every element.
 void for_each(const WalkFlags& flags, nb::handle qearr, const char* method) {
@@ -61,8 +61,6 @@ void assert_valid_parts(nb::handle np, nb::handle quadparts) {
         PY_ASSERT(is_mvar_of(part.y, nb::object(shape[1])));
     }
 }
-
-Py_ssize_t size_of(nb::handle expr) { return nb::cast<Py_ssize_t>(expr.attr("size")); }
 
 }  // namespace
 
@@ -128,9 +126,9 @@ static nb::object init(nb::handle self, nb::handle qearr, nb::handle quadparts, 
 /// call.
 static nb::object new_mquadexpr(nb::handle cls, nb::handle qearr, nb::handle quadparts,
                                 nb::handle ndle) {
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class))
+    if (!own_class.is(cls))
         return cls("qearr"_a = qearr, "quadparts"_a = quadparts, "ndle"_a = ndle);
-    nb::object self = checked(PyBaseObject_Type.tp_new(own_class, nb::tuple().ptr(), nullptr));
+    nb::object self = own_class.make();
     init(self, qearr, quadparts, ndle);
     return self;
 }
@@ -301,7 +299,7 @@ nb::object _clear_quad_array(nb::handle qearr) {
 }
 
 void add_form_methods(ClassBody& body) {
-    own_class = reinterpret_cast<PyTypeObject*>(names::MQuadExpr().ptr());
+    own_class = names::MQuadExpr();
     body.method<&init>("__init__(self, qearr=None, quadparts=None, ndle=None)")
         .property<&shape>("shape", "The shape of the expression, as a tuple of ints")
         .property<&ndim>("ndim", "The number of dimensions of this expression")

@@ -6,6 +6,7 @@
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/solution_values.hpp"
 
 namespace taviropy::mquadexpr {
@@ -85,9 +86,9 @@ static nb::object getValue(nb::handle self) {
     QuadPart part(_extract_xQy(self));
     if (!part.Q.is_none()) {
         nb::object left = part.x.attr("X");
-        nb::object row = checked(PyNumber_MatrixMultiply(left.ptr(), part.Q.ptr()));
+        nb::object row = matrix_product(left, part.Q);
         nb::object right = part.y.attr("X");
-        result += checked(PyNumber_MatrixMultiply(row.ptr(), right.ptr()));
+        result += matrix_product(row, right);
     }
     return result;
 }

@@ -10,6 +10,7 @@
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mvar {
@@ -18,21 +19,11 @@ using namespace nb::literals;
 
 namespace {
 
-nb::object nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mvar")(self); }
-
-nb::object power(nb::handle base, nb::handle exponent) {
-    return checked(PyNumber_Power(base.ptr(), exponent.ptr(), Py_None));
-}
-
-bool is_two(nb::handle number) {
-    nb::object equal = checked(PyObject_RichCompare(number.ptr(), nb::float_(2.0).ptr(), Py_EQ));
-    return truth(equal);
-}
-
 /// A fresh expression of the variables, scaled in place.
 nb::object scaled(nb::handle self, nb::handle factor) {
     nb::object expr = toexpr(self);
-    return checked(PyNumber_InPlaceMultiply(expr.ptr(), factor.ptr()));
+    expr *= factor;
+    return expr;
 }
 
 bool is_small(nb::handle self, nb::handle array) {
@@ -76,19 +67,18 @@ nb::object pow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     if (is_ndarray(np, other)) {
         // The square of a variable stays quadratic, in the shape that broadcasting gives.
-        bool is_one = other.attr("size").equal(nb::int_(1));
-        if (is_one && is_two(other.attr("item")())) {
+        if (is_array_of_two(other)) {
             nb::object shape =
                 names::_broadcast_shapes()(nb::getattr(self, "shape"), nb::getattr(other, "shape"));
             nb::object base = self.attr("reshape")(shape);
             return base * base;
         }
-        return power(nonlinear(self), other);
+        return power(as_nonlinear(self), other);
     }
-    if (is_scalar(other)) return is_two(other) ? self * self : power(nonlinear(self), other);
+    if (is_scalar(other)) return is_two(other) ? self * self : power(as_nonlinear(self), other);
     if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
         is_a(other, names::NLExpr, names::MVar, names::MLinExpr, names::MQuadExpr))
-        return power(nonlinear(self), other);
+        return power(as_nonlinear(self), other);
     return not_implemented();
 }
 
@@ -96,7 +86,7 @@ nb::object rpow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
         is_a(other, names::NLExpr) || is_ndarray(np, other) || is_scalar(other))
-        return power(other, nonlinear(self));
+        return power(other, as_nonlinear(self));
     return not_implemented();
 }
 
@@ -141,9 +131,9 @@ nb::object rtruediv(nb::handle self, nb::handle other) {
     nb::object sp = import_sparse();
     if (is_scalar(other) || is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
         is_quadexpr(other) || is_a(other, names::NLExpr))
-        return other / nonlinear(self);
+        return other / as_nonlinear(self);
     if (is_sparse(sp, other)) {
-        nb::object denominator = nonlinear(self);
+        nb::object denominator = as_nonlinear(self);
         return sparse::to_array(other) / denominator;
     }
     return not_implemented();

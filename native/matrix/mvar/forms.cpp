@@ -48,8 +48,7 @@ nb::object init(nb::handle self, nb::handle arr) {
     return nb::none();
 }
 
-// The class that this module makes; lives as long as the module does.
-PyTypeObject* own_class = nullptr;
+OwnClass own_class;
 
 /// What `__setattr__` does with a private name.
 void store_private(nb::handle self, PyObject* name, nb::handle value) {
@@ -57,10 +56,9 @@ void store_private(nb::handle self, PyObject* name, nb::handle value) {
 }
 
 nb::object of_fields(const Fields& fields) {
-    static PyObject* no_arguments = PyTuple_New(0);
     static PyObject* vararr = PyUnicode_InternFromString("_vararr");
     static PyObject* cmodel = PyUnicode_InternFromString("_cmodel");
-    nb::object self = checked(PyBaseObject_Type.tp_new(own_class, no_arguments, nullptr));
+    nb::object self = own_class.make();
     store_private(self, vararr, fields.vararr);
     store_private(self, cmodel, fields.cmodel);
     return self;
@@ -78,7 +76,7 @@ RETURN VALUE:
 EXAMPLE:
   expr = x.nl ** 3)";
 
-nb::object nl(nb::handle self) { return names::MNLExpr().attr("_from_mvar")(self); }
+nb::object nl(nb::handle self) { return as_nonlinear(self); }
 
 nb::object _toexpr(nb::handle self) { return names::MLinExpr().attr("_from_mvar")(self); }
 
@@ -86,12 +84,14 @@ nb::object _toexpr(nb::handle self) { return names::MLinExpr().attr("_from_mvar"
 
 nb::object new_mvar(nb::handle array) {
     nb::object cls = names::MVar();
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class)) return cls(array);
+    if (!own_class.is(cls)) return cls(array);
     return of_fields(Fields(array));
 }
 
+nb::object flat(nb::handle x) { return new_mvar(x.attr("_vararr").attr("reshape")(-1)); }
+
 void add_form_methods(ClassBody& body) {
-    own_class = reinterpret_cast<PyTypeObject*>(names::MVar().ptr());
+    own_class = names::MVar();
     body.method<&init>("__init__(self, arr)")
         .property<&Methods::shape>("shape", kShapeDoc)
         .property<&Methods::ndim>("ndim", kNdimDoc)

@@ -4,6 +4,7 @@
 #include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
+#include "support/operators.hpp"
 
 namespace taviropy::mvar {
 
@@ -18,8 +19,7 @@ nb::object matmul(nb::handle self, nb::handle other) {
     nb::object sp = import_sparse();
     if (is_ndarray(np, other) || is_sparse(sp, other))
         return names::MLinExpr().attr("_from_matmul_left")(self, other);
-    if (is_a(other, names::MVar))
-        return checked(PyNumber_MatrixMultiply(toexpr(self).ptr(), other.ptr()));
+    if (is_a(other, names::MVar)) return matrix_product(toexpr(self), other);
     if (is_scalar(other)) refuse_scalar();
     return not_implemented();
 }

@@ -9,8 +9,16 @@ namespace taviropy::mvar {
 /// A new handle on the array, of the class that the name `MVar` stands for.
 nb::object new_mvar(nb::handle array);
 
+/// The variables in C order, along one axis.
+nb::object flat(nb::handle x);
+
 /// The variables as a fresh linear expression, `self._toexpr()`.
 inline nb::object toexpr(nb::handle self) { return self.attr("_toexpr")(); }
+
+/// `MNLExpr._from_mvar(self)`
+inline nb::object as_nonlinear(nb::handle self) {
+    return names::MNLExpr().attr("_from_mvar")(self);
+}
 
 // ---- The families' methods, added to the class by define_mvar -----------------------------------
 
