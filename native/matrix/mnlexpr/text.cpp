@@ -9,8 +9,8 @@ namespace taviropy::mnlexpr {
 static nb::object repr(nb::handle self) {
     nb::object np = import_numpy();
     nb::object nlearr = self.attr("_nlearr");
-    std::string text = "<MNLExpr " + text_of(nlearr.attr("shape")) + ">\n" + array_text(np, nlearr);
-    return nb::str(text.c_str(), text.size());
+    nb::object shape = nlearr.attr("shape");
+    return block_text("MNLExpr", shape, "", array_text(np, nlearr, /*lead=*/""));
 }
 
 void add_text_methods(ClassBody& body) { body.method<&repr>("__repr__(self)"); }

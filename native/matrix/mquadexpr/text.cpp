@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "mquadexpr/mquadexpr.hpp"
-#include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/printing.hpp"
 
@@ -20,9 +19,8 @@ static nb::object repr(nb::handle self) {
     nb::object ndle = target.attr("_ndle");
     if (truth(ndle.attr("_is_compact"))) ndle = ndle.attr("_to_full")();
     nb::object elements = np.attr("asarray")(target.attr("_qearr") + ndle.attr("_learr"));
-    std::string text = "<MQuadExpr " + text_of(target.attr("shape")) + form + ">\n" +
-                       array_text(np, elements, /*lead=*/" ");
-    return nb::str(text.c_str(), text.size());
+    nb::object shape = target.attr("shape");
+    return block_text("MQuadExpr", shape, form, array_text(np, elements, /*lead=*/" "));
 }
 
 void add_text_methods(ClassBody& body) { body.method<&repr>("__repr__(self)"); }

@@ -1,9 +1,9 @@
 // MVar as text.
 
 #include "mvar/mvar.hpp"
-#include "support/errors.hpp"
 #include "support/handles.hpp"
 #include "support/imports.hpp"
+#include "support/printing.hpp"
 
 namespace taviropy::mvar {
 
@@ -11,18 +11,12 @@ namespace {
 
 nb::object repr(nb::handle self) {
     import_numpy();
-    nb::object head =
-        checked(PyUnicode_FromFormat("<MVar %S", nb::object(self.attr("shape")).ptr()));
+    nb::object shape = self.attr("shape");
     handles::Places places = handles::look_at_places(self.attr("_idxarr")());
-    // NumPy's text ends in the element type, behind the last comma.
-    nb::object array = checked(PyObject_Repr(nb::object(self.attr("_vararr")).ptr()));
-    Py_ssize_t length = PyUnicode_GET_LENGTH(array.ptr());
-    Py_ssize_t end = PyUnicode_FindChar(array.ptr(), ',', 0, length, -1);
-    if (end == -1) end = length > 0 ? length - 1 : 0;
-    nb::object variables = checked(PyUnicode_Substring(array.ptr(), 0, end));
-    return checked(PyUnicode_FromFormat("%U%s%s>\n%U)", head.ptr(),
-                                        places.waiting ? " *awaiting update*" : "",
-                                        places.removed ? " (some removed)" : "", variables.ptr()));
+    std::string marks;
+    if (places.waiting) marks += " *awaiting update*";
+    if (places.removed) marks += " (some removed)";
+    return block_text("MVar", shape, marks, array_text(nb::object(self.attr("_vararr"))));
 }
 
 }  // namespace
