@@ -237,42 +237,40 @@ static nb::object iadd_compact(nb::handle self, nb::handle other) {
 // ---- In place, full ----------------------------------------------------------------------------
 
 static nb::object _iadd_full_scalar(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::readwrite}};
     const double value = as_double(real_float(other));
     if (value == 0.0) return nb::borrow(self);
     nb::object learr = learr_of(self);
-    walk<1>(flags, {learr}, [&](const std::array<Chunk, 1>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) as_linexpr(chunks[0][k])->constant += value;
-    });
+    walk<1>(flags, {learr},
+            [&](const auto& chunks, Py_ssize_t k) { as_linexpr(chunks[0][k])->constant += value; });
     return nb::borrow(self);
 }
 
 nb::object _iadd_full_ndarray(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered zerosize_ok",
-                                    {"readwrite no_broadcast", "readonly copy"},
-                                    "Od"};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::zerosize_ok,
+        {flag::readwrite | flag::no_broadcast, flag::readonly | flag::copy},
+        "Od"};
     nb::object learr = learr_of(self), numbers = number_array(import_numpy(), other);
-    walk<2>(flags, {learr, numbers}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            as_linexpr(chunks[0][k])->constant += chunks[1].number(k);
+    walk<2>(flags, {learr, numbers}, [&](const auto& chunks, Py_ssize_t k) {
+        as_linexpr(chunks[0][k])->constant += chunks[1].number(k);
     });
     return nb::borrow(self);
 }
 
 nb::object _iadd_full_mlinexpr(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered reduce_ok zerosize_ok",
-                                    {"readwrite no_broadcast", "readwrite updateifcopy"},
-                                    "OO"};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+        {flag::readwrite | flag::no_broadcast, flag::readwrite | flag::updateifcopy},
+        "OO"};
     nb::object learr = learr_of(self), other_learr = learr_of(other);
-    walk<2>(flags, {learr, other_learr}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            LinExprObject* lhs = as_linexpr(chunks[0][k]);
-            LinExprObject* rhs = as_linexpr(chunks[1][k]);
-            if (rhs->cont_ref == Py_None)
-                extend_linexpr(lhs, rhs);
-            else
-                chunks[0].element(k).attr("add")(chunks[1].element(k));
-        }
+    walk<2>(flags, {learr, other_learr}, [&](const auto& chunks, Py_ssize_t k) {
+        LinExprObject* lhs = as_linexpr(chunks[0][k]);
+        LinExprObject* rhs = as_linexpr(chunks[1][k]);
+        if (rhs->cont_ref == Py_None)
+            extend_linexpr(lhs, rhs);
+        else
+            chunks[0].element(k).attr("add")(chunks[1].element(k));
     });
     return nb::borrow(self);
 }

@@ -47,15 +47,14 @@ nb::object zeros(nb::handle cls, nb::handle shape) {
     return _zeros_full(cls, full_shape);
 }
 
-static const WalkFlags kZerosFlags = {"refs_ok external_loop zerosize_ok", {"writeonly"}, nullptr};
+constexpr WalkFlags kZerosFlags = {flag::zerosize_ok, {flag::writeonly}};
 
 nb::object _zeros_full(nb::handle cls, nb::handle shape) {
     nb::object np = import_numpy();
     nb::object out = empty_object_array(np, names::_broadcast_shapes()(shape));
     GcPause pause;
-    walk<1>(kZerosFlags, {out}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[0].store(k, make_linexpr(0.0, nb::list(), nb::list()));
+    walk<1>(kZerosFlags, {out}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[0].store(k, make_linexpr(0.0, nb::list(), nb::list()));
     });
     return new_full(cls, out);
 }
@@ -146,8 +145,7 @@ nb::object _from_mvar_compact(nb::handle cls, nb::handle x) {
     return new_compact(cls, parts, import_numpy().attr("zeros")(shape));
 }
 
-static const WalkFlags kFromMvarFlags = {
-    "refs_ok external_loop zerosize_ok", {"readwrite", "writeonly"}, nullptr};
+constexpr WalkFlags kFromMvarFlags = {flag::zerosize_ok, {flag::readwrite, flag::writeonly}};
 
 /// LinExpr(1.0, variable)
 static nb::object single_term(nb::handle var_type, nb::handle variable) {
@@ -163,9 +161,8 @@ nb::object _from_mvar_full(nb::handle cls, nb::handle fromobj) {
     nb::object out = empty_object_array(np, fromobj.attr("shape"));
     nb::object vararr = fromobj.attr("_vararr"), var_type = names::Var();
     GcPause pause;
-    walk<2>(kFromMvarFlags, {vararr, out}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[1].store(k, single_term(var_type, chunks[0].element(k)));
+    walk<2>(kFromMvarFlags, {vararr, out}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[1].store(k, single_term(var_type, chunks[0].element(k)));
     });
     return new_full(cls, out);
 }
@@ -223,9 +220,9 @@ static nb::object _copy_compact(nb::handle self) {
     return new_compact(parts, const_of(self).attr("copy")());
 }
 
-static const WalkFlags kCopyFlags = {"refs_ok external_loop buffered zerosize_ok",
-                                     {"readwrite no_broadcast", "writeonly no_broadcast"},
-                                     nullptr};
+constexpr WalkFlags kCopyFlags = {
+    flag::buffered | flag::zerosize_ok,
+    {flag::readwrite | flag::no_broadcast, flag::writeonly | flag::no_broadcast}};
 
 static nb::object copy_element(nb::handle element) {
     LinExprObject* le = as_linexpr(element.ptr());
@@ -239,9 +236,8 @@ static nb::object _copy_full(nb::handle self) {
     nb::object learr = learr_of(self);
     nb::object copied = empty_object_array(np, learr.attr("shape"));
     GcPause pause;
-    walk<2>(kCopyFlags, {learr, copied}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[1].store(k, copy_element(chunks[0].element(k)));
+    walk<2>(kCopyFlags, {learr, copied}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[1].store(k, copy_element(chunks[0].element(k)));
     });
     return new_full(copied);
 }

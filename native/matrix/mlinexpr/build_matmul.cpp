@@ -59,9 +59,6 @@ nb::object _from_matmul_left(nb::handle cls, nb::handle x, nb::handle A) {
 
 // ---- Operands of the full products ----------------------------------------------------------
 
-static const WalkFlags kToDoubles = {
-    "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
-
 /// The coefficients as doubles, taken as LinExpr takes them; what isn't real is a TypeError.
 static nb::object as_doubles(nb::handle np, nb::handle A) {
     if (is_instance(A, np.attr("matrix")))
@@ -74,12 +71,7 @@ static nb::object as_doubles(nb::handle np, nb::handle A) {
         raise(PyExc_TypeError,
               "coefficients must be real numbers, not of dtype " + text_of(plain.attr("dtype")));
     if (kind != "O") return np.attr("require")(plain, nb::getattr(np, "float64"), "A");
-    nb::object doubles = np.attr("empty")(nb::getattr(plain, "shape"));
-    walk<2>(kToDoubles, {plain, doubles}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[1].number(k) = as_double(as_float(chunks[0].element(k)));
-    });
-    return doubles;
+    return doubles_of(np, plain, [](nb::object element) { return as_double(as_float(element)); });
 }
 
 /// A two-dimensional array by native strides.

@@ -288,32 +288,27 @@ nb::object _convert_to_full(nb::handle self) {
 
 // ---- Terms folded and merged ------------------------------------------------------------------
 
-static const WalkFlags kFlattenFlags = {
-    "refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+constexpr WalkFlags kFlattenFlags = {flag::zerosize_ok, {flag::readwrite}};
 
 nb::object _flatten(nb::handle self) {
     if (is_compact(self)) return nb::none();
-    walk<1>(kFlattenFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            if (is_plain_linexpr(chunks[0][k])) continue;
-            nb::object le = chunks[0].element(k);
-            as_linexpr(le.ptr());
-            le.attr("_flatten")();
-        }
+    walk<1>(kFlattenFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t k) {
+        if (is_plain_linexpr(chunks[0][k])) return;
+        nb::object le = chunks[0].element(k);
+        as_linexpr(le.ptr());
+        le.attr("_flatten")();
     });
     return nb::none();
 }
 
-static const WalkFlags kNormalizeFlags = {"buffered refs_ok external_loop", {"readwrite"}, nullptr};
+constexpr WalkFlags kNormalizeFlags = {flag::buffered, {flag::readwrite}};
 
 nb::object _normalize(nb::handle self) {
     if (is_compact(self)) return nb::none();
-    walk<1>(kNormalizeFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object le = chunks[0].element(k);
-            as_linexpr(le.ptr());
-            le.attr("_normalize")();
-        }
+    walk<1>(kNormalizeFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object le = chunks[0].element(k);
+        as_linexpr(le.ptr());
+        le.attr("_normalize")();
     });
     return nb::none();
 }
@@ -346,15 +341,13 @@ static nb::object _clear_compact(nb::handle self) {
     return nb::none();
 }
 
-static const WalkFlags kClearFlags = {"refs_ok external_loop", {"readwrite"}, nullptr};
+constexpr WalkFlags kClearFlags = {flag::none, {flag::readwrite}};
 
 static nb::object _clear_full(nb::handle self) {
-    walk<1>(kClearFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object le = chunks[0].element(k);
-            as_linexpr(le.ptr());
-            le.attr("clear")();
-        }
+    walk<1>(kClearFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object le = chunks[0].element(k);
+        as_linexpr(le.ptr());
+        le.attr("clear")();
     });
     return nb::none();
 }

@@ -87,24 +87,11 @@ NOTES:
     reading their attribute X: a TaviroError.
 )";
 
-static const WalkFlags kReadElements = {
-    "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
-
-/// An array of a double for each element of an object array: `body(element)`.
-template <class Body>
-static nb::object map_to_doubles(nb::handle np, nb::handle learr, Body&& body) {
-    nb::object result = np.attr("empty")(nb::getattr(learr, "shape"));
-    walk<2>(kReadElements, {learr, result}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) chunks[1].number(k) = body(chunks[0].element(k));
-    });
-    return result;
-}
-
 nb::object getConstant(nb::handle self) {
     nb::object np = import_numpy();
     if (is_compact(self)) return const_of(self).attr("copy")();
     refuse_empty(learr_of(self));
-    return map_to_doubles(np, learr_of(self), [](nb::object element) {
+    return doubles_of(np, learr_of(self), [](nb::object element) {
         if (is_plain_linexpr(element.ptr())) return as_linexpr(element.ptr())->constant;
         return as_double(element.attr("getConstant")());
     });

@@ -91,25 +91,23 @@ static nb::object _imul_compact_spmatrix(nb::handle self, nb::handle spmat) {
 }
 
 static nb::object _imul_scalar(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::readwrite}};
     const double value = as_double(other);
     if (value == 1.0) return nb::borrow(self);
     nb::object learr = learr_of(self);
-    walk<1>(flags, {learr}, [&](const std::array<Chunk, 1>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) scale_element(chunks[0].element(k), value);
-    });
+    walk<1>(flags, {learr},
+            [&](const auto& chunks, Py_ssize_t k) { scale_element(chunks[0].element(k), value); });
     return nb::borrow(self);
 }
 
 static nb::object _imul_ndarray(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered", {"readwrite no_broadcast", "readonly copy"}, "Od"};
+    constexpr WalkFlags flags = {
+        flag::buffered, {flag::readwrite | flag::no_broadcast, flag::readonly | flag::copy}, "Od"};
     auto np = import_numpy();
     refuse_masked(np, other);
     nb::object learr = learr_of(self), numbers = number_array(np, other);
-    walk<2>(flags, {learr, numbers}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            scale_element(chunks[0].element(k), chunks[1].number(k));
+    walk<2>(flags, {learr, numbers}, [&](const auto& chunks, Py_ssize_t k) {
+        scale_element(chunks[0].element(k), chunks[1].number(k));
     });
     return nb::borrow(self);
 }
@@ -172,9 +170,9 @@ static nb::object _mul_compact_ndarray(nb::handle self, nb::handle other) {
 }
 
 static nb::object _mul_ndarray_numpy(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"external_loop refs_ok buffered reduce_ok",
-                                    {"readwrite", "readonly copy", "writeonly"},
-                                    "OdO"};
+    constexpr WalkFlags flags = {flag::buffered | flag::reduce_ok,
+                                 {flag::readwrite, flag::readonly | flag::copy, flag::writeonly},
+                                 "OdO"};
     auto np = import_numpy();
     refuse_masked(np, other);
     nb::object learr = learr_of(self), numbers = number_array(np, other);
@@ -182,9 +180,8 @@ static nb::object _mul_ndarray_numpy(nb::handle self, nb::handle other) {
         names::_broadcast_shapes()(nb::getattr(learr, "shape"), nb::getattr(numbers, "shape"));
     nb::object out = empty_object_array(np, shape);
     GcPause pause;
-    walk<3>(flags, {learr, numbers, out}, [&](const std::array<Chunk, 3>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[2].store(k, scaled_copy(chunks[0].element(k), chunks[1].number(k)));
+    walk<3>(flags, {learr, numbers, out}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[2].store(k, scaled_copy(chunks[0].element(k), chunks[1].number(k)));
     });
     return new_full(out);
 }
@@ -207,23 +204,20 @@ static nb::object _mul_full_mlinexpr_mvar(nb::handle self, nb::handle other) {
 }
 
 nb::object _split_lin_quad(nb::handle mixarr) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered", {"readwrite", "readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::buffered, {flag::readwrite, flag::readwrite}};
     nb::object learr = empty_object_array(import_numpy(), mixarr.attr("shape"));
-    walk<2>(flags, {mixarr, learr}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object element = chunks[0].element(k);
-            if (is_quadexpr(element)) {
-                element.attr("_normalize")();
-                PyObject*& linear = as_quadexpr(element.ptr())->linear;
-                chunks[1].store(k, nb::borrow(linear));
-                set_field(linear, new_linexpr());
-            } else {
-                as_linexpr(element.ptr());
-                element.attr("_normalize")();
-                chunks[1].store(k, element);
-                chunks[0].store(k, new_quadexpr());
-            }
+    walk<2>(flags, {mixarr, learr}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object element = chunks[0].element(k);
+        if (is_quadexpr(element)) {
+            element.attr("_normalize")();
+            PyObject*& linear = as_quadexpr(element.ptr())->linear;
+            chunks[1].store(k, nb::borrow(linear));
+            set_field(linear, new_linexpr());
+        } else {
+            as_linexpr(element.ptr());
+            element.attr("_normalize")();
+            chunks[1].store(k, element);
+            chunks[0].store(k, new_quadexpr());
         }
     });
     return learr;

@@ -20,11 +20,9 @@ static nb::object _dispatch_unary_op(nb::handle self, nb::handle func) {
 static nb::object _idispatch_unary_op(nb::handle self, nb::handle func) {
     GcPause pause;
     nb::object nlearr = self.attr("_nlearr");
-    walk<1>(kRewriteAlone, {nlearr}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object nle = chunks[0].element(k);
-            set_root(nle, call(func, get_root(nle)));
-        }
+    walk<1>(kRewriteAlone, {nlearr}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object nle = chunks[0].element(k);
+        set_root(nle, call(func, get_root(nle)));
     });
     return nb::borrow(self);
 }

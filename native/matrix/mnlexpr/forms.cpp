@@ -7,10 +7,6 @@
 
 namespace taviropy::mnlexpr {
 
-const WalkFlags kRewriteAlone = {"refs_ok external_loop buffered", {"readonly no_broadcast"}, "O"};
-const WalkFlags kRewriteWithTrees = {
-    "refs_ok external_loop buffered", {"readonly no_broadcast", "readonly copy"}, "OO"};
-
 PyObject* root_name() {
     static PyObject* name = PyUnicode_InternFromString("_root");
     return name;

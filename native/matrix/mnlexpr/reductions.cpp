@@ -8,13 +8,13 @@
 
 namespace taviropy::mnlexpr {
 
-static const WalkFlags kEachList = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+constexpr WalkFlags kEachList = {flag::zerosize_ok, {flag::readwrite}};
 
 /// Replaces each element of `lists` by what the function gives for it.
 template <class Function>
 static void replace_each(nb::handle lists, Function&& function) {
-    walk<1>(kEachList, {lists}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) chunks[0].store(k, function(chunks[0].element(k)));
+    walk<1>(kEachList, {lists}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[0].store(k, function(chunks[0].element(k)));
     });
 }
 

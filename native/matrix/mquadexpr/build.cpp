@@ -36,14 +36,13 @@ nb::object zeros(nb::handle cls, nb::handle shape) {
 }
 
 static nb::object _zeros_full(nb::handle cls, nb::handle shape) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"writeonly"}, nullptr};
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::writeonly}};
     auto np = import_numpy();
     nb::object extents = names::_broadcast_shapes()(shape);
     nb::object out = empty_object_array(np, extents);
     GcPause pause;
-    walk<1>(flags, {out}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) chunks[0].store(k, new_quadexpr());
-    });
+    walk<1>(flags, {out},
+            [](const auto& chunks, Py_ssize_t k) { chunks[0].store(k, new_quadexpr()); });
     return new_full(cls, out, names::MLinExpr().attr("zeros")(extents));
 }
 
@@ -55,17 +54,15 @@ static nb::list list_of_one(nb::object item) {
 
 /// The full form of an element-wise product: one term an element.
 static nb::object full_product(nb::handle left, nb::handle right, nb::handle shape) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok reduce_ok",
-                                    {"readwrite", "readwrite", "writeonly"},
-                                    nullptr};
+    constexpr WalkFlags flags = {flag::reduce_ok | flag::zerosize_ok,
+                                 {flag::readwrite, flag::readwrite, flag::writeonly}};
     nb::object xs = left.attr("_vararr"), ys = right.attr("_vararr");
     nb::object qearr = empty_object_array(import_numpy(), shape);
     nb::float_ one(1.0);
     GcPause pause;
-    walk<3>(flags, {xs, ys, qearr}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[2].store(k, make_quadexpr(list_of_one(one), list_of_one(chunks[0].element(k)),
-                                             list_of_one(chunks[1].element(k))));
+    walk<3>(flags, {xs, ys, qearr}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[2].store(k, make_quadexpr(list_of_one(one), list_of_one(chunks[0].element(k)),
+                                         list_of_one(chunks[1].element(k))));
     });
     return new_full(qearr, names::MLinExpr().attr("zeros")(shape));
 }
@@ -182,16 +179,15 @@ nb::object _copy_quadparts(nb::handle self) {
 }
 
 static nb::object _copy_full(nb::handle self) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered zerosize_ok",
-                                    {"readwrite no_broadcast", "writeonly no_broadcast"},
-                                    nullptr};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::zerosize_ok,
+        {flag::readwrite | flag::no_broadcast, flag::writeonly | flag::no_broadcast}};
     auto np = import_numpy();
     nb::object ndle = self.attr("_ndle").attr("copy")();
     nb::object qearr = self.attr("_qearr"), copies = empty_object_array(np, self.attr("shape"));
     GcPause pause;
-    walk<2>(flags, {qearr, copies}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[1].store(k, chunks[0].element(k).attr("copy")());
+    walk<2>(flags, {qearr, copies}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[1].store(k, chunks[0].element(k).attr("copy")());
     });
     return new_full(copies, ndle);
 }

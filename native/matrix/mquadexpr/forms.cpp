@@ -27,11 +27,9 @@ OwnClass own_class;
 /// Calls a method without arguments on every element.
 void for_each(const WalkFlags& flags, nb::handle qearr, const char* method) {
     nb::object name = checked(PyUnicode_InternFromString(method));
-    walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object element = chunks[0].element(k);
-            checked(PyObject_CallMethodNoArgs(element.ptr(), name.ptr()));
-        }
+    walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object element = chunks[0].element(k);
+        checked(PyObject_CallMethodNoArgs(element.ptr(), name.ptr()));
     });
 }
 
@@ -249,7 +247,7 @@ nb::object _convert_to_full(nb::handle self) {
 
 /// Merges equal terms, in place.
 nb::object _normalize(nb::handle self) {
-    static const WalkFlags flags = {"buffered refs_ok external_loop", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::buffered, {flag::readwrite}};
     self.attr("_ndle").attr("_normalize")();
     if (!is_compact(self)) for_each(flags, self.attr("_qearr"), "_normalize");
     return nb::none();
@@ -257,7 +255,7 @@ nb::object _normalize(nb::handle self) {
 
 /// Afterwards the term lists of each element of a full expression hold all its terms.
 nb::object _flatten(nb::handle self) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::readwrite}};
     if (!is_compact(self)) for_each(flags, self.attr("_qearr"), "_flatten");
     return nb::none();
 }
@@ -293,7 +291,7 @@ static nb::object clear(nb::handle self) {
 }
 
 nb::object _clear_quad_array(nb::handle qearr) {
-    static const WalkFlags flags = {"refs_ok external_loop", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::none, {flag::readwrite}};
     for_each(flags, qearr, "clear");
     return nb::none();
 }

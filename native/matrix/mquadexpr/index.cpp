@@ -62,8 +62,8 @@ static nb::object _setitem_linear(nb::handle self, nb::handle obj, nb::handle va
 
 /// The elements stay the same objects, so that views of `self` see the new terms.
 static nb::object _setitem_mquadexpr(nb::handle self, nb::handle obj, nb::handle value) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered", {"readwrite", "readonly copy"}, "OO"};
+    constexpr WalkFlags flags = {
+        flag::buffered, {flag::readwrite, flag::readonly | flag::copy}, "OO"};
     auto np = import_numpy();
     self.attr("_ndle")[obj] = nb::getattr(value, "_ndle");  // checks the shape as well
     nb::object old = np.attr("asarray")(nb::object(self.attr("_qearr")[obj]));
@@ -71,15 +71,13 @@ static nb::object _setitem_mquadexpr(nb::handle self, nb::handle obj, nb::handle
     nb::object source = value.attr("copy")();  // the operands may overlap in part
     nb::object sub = self.attr("_qearr")[obj];
     if (is_quadexpr(sub)) sub = array_of_one(np, sub);
-    walk<2>(flags, {sub, source.attr("_qearr")}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object from = chunks[1].element(k), to = chunks[0].element(k);
-            from.attr("_flatten")();
-            QuadExprObject *right = as_quadexpr(from.ptr()), *left = as_quadexpr(to.ptr());
-            set_field(left->coeffs, copy_list(right->coeffs));
-            set_field(left->vars1, copy_list(right->vars1));
-            set_field(left->vars2, copy_list(right->vars2));
-        }
+    walk<2>(flags, {sub, source.attr("_qearr")}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object from = chunks[1].element(k), to = chunks[0].element(k);
+        from.attr("_flatten")();
+        QuadExprObject *right = as_quadexpr(from.ptr()), *left = as_quadexpr(to.ptr());
+        set_field(left->coeffs, copy_list(right->coeffs));
+        set_field(left->vars1, copy_list(right->vars1));
+        set_field(left->vars2, copy_list(right->vars2));
     });
     return nb::none();
 }

@@ -52,26 +52,25 @@ static nb::object _imul_compact_ndarray(nb::handle self, nb::handle other) {
 }
 
 static nb::object _imul_full_scalar(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered reduce_ok zerosize_ok", {"readwrite no_broadcast"}, "O"};
+    constexpr WalkFlags flags = {flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+                                 {flag::readwrite | flag::no_broadcast},
+                                 "O"};
     nb::object value = real_float(other);
     self.attr("_ndle") *= value;
     nb::object qearr = self.attr("_qearr");
-    walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) chunks[0].element(k).attr("_mul")(value);
-    });
+    walk<1>(flags, {qearr},
+            [&](const auto& chunks, Py_ssize_t k) { chunks[0].element(k).attr("_mul")(value); });
     return nb::none();
 }
 
 static nb::object _imul_full_ndarray(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered reduce_ok zerosize_ok",
-                                    {"readwrite no_broadcast", "readonly"},
-                                    "Od"};
+    constexpr WalkFlags flags = {flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+                                 {flag::readwrite | flag::no_broadcast, flag::readonly},
+                                 "Od"};
     self.attr("_ndle") *= other;
     nb::object qearr = self.attr("_qearr"), numbers = number_array(import_numpy(), other);
-    walk<2>(flags, {qearr, numbers}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[0].element(k).attr("_mul")(chunks[1].number(k));
+    walk<2>(flags, {qearr, numbers}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[0].element(k).attr("_mul")(chunks[1].number(k));
     });
     return nb::none();
 }
