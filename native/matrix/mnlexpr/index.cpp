@@ -1,25 +1,10 @@
-// MNLExpr: text, shape, indexing and assignment.
+// Reading and assigning elements of an MNLExpr.
 
-#include "mnlexpr/methods.hpp"
-#include "mnlexpr/trees.hpp"
+#include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
-#include "support/printing.hpp"
 
 namespace taviropy::mnlexpr {
-
-static nb::object repr(nb::handle self) {
-    nb::object np = import_numpy();
-    nb::object nlearr = self.attr("_nlearr");
-    std::string text = "<MNLExpr " + text_of(nlearr.attr("shape")) + ">\n" + array_text(np, nlearr);
-    return nb::str(text.c_str(), text.size());
-}
-
-static nb::object shape(nb::handle self) { return self.attr("_nlearr").attr("shape"); }
-
-static nb::object size(nb::handle self) { return self.attr("_nlearr").attr("size"); }
-
-static nb::object ndim(nb::handle self) { return self.attr("_nlearr").attr("ndim"); }
 
 static nb::object getitem(nb::handle self, nb::handle obj) {
     nb::object np = import_numpy();
@@ -49,45 +34,6 @@ static nb::object item(nb::handle self) {
     return self.attr("_nlearr").attr("item")().attr("copy")();
 }
 
-static constexpr const char* kShapeDoc = R"(PROPERTY:
-  shape
-
-PURPOSE:
-  The shape of this MNLExpr, a tuple of int.
-
-RETURN VALUE:
-  The lengths of the dimensions, () for a single expression without dimensions.
-
-EXAMPLE:
-  nl = x.nl
-  print(nl.shape))";
-
-static constexpr const char* kSizeDoc = R"(PROPERTY:
-  size
-
-PURPOSE:
-  The number of expressions in this MNLExpr, an int.
-
-RETURN VALUE:
-  The product of the lengths of the dimensions.
-
-EXAMPLE:
-  nl = x.nl
-  print(nl.size))";
-
-static constexpr const char* kNdimDoc = R"(PROPERTY:
-  ndim
-
-PURPOSE:
-  The number of dimensions of this MNLExpr, an int.
-
-RETURN VALUE:
-  The length of the shape.
-
-EXAMPLE:
-  nl = x.nl
-  print(nl.ndim))";
-
 static constexpr const char* kItemDoc = R"(ROUTINE:
   item()
 
@@ -108,11 +54,7 @@ NOTES:
   Raises ValueError if this MNLExpr holds none or more than one expression.)";
 
 void add_index_methods(ClassBody& body) {
-    body.method<&repr>("__repr__(self)")
-        .property<&shape>("shape", kShapeDoc)
-        .property<&size>("size", kSizeDoc)
-        .property<&ndim>("ndim", kNdimDoc)
-        .method<&getitem>("__getitem__(self, obj)",
+    body.method<&getitem>("__getitem__(self, obj)",
                           "The elements under a NumPy key, always an MNLExpr. A slice shares its "
                           "elements with this object; an index of integer or boolean arrays copies "
                           "them.")

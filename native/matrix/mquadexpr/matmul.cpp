@@ -6,6 +6,7 @@
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_product.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
@@ -19,23 +20,11 @@ struct Operands {
     nb::object left, right;
     Operands(nb::handle self, nb::handle other, bool self_left)
         : left(nb::borrow(self_left ? self : other)), right(nb::borrow(self_left ? other : self)) {}
-    nb::object product() const { return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr())); }
+    nb::object product() const { return matrix_product(left, right); }
 };
-
-bool is_zero(nb::handle extent) { return extent.equal(nb::int_(0)); }
-
-bool has_zero(nb::handle shape) {
-    int found = PySequence_Contains(shape.ptr(), nb::int_(0).ptr());
-    check(found);
-    return found == 1;
-}
 
 bool is_matrix(nb::handle np, nb::handle sp, nb::handle other) {
     return is_ndarray(np, other) || is_sparse(sp, other);
-}
-
-nb::object dense(nb::handle sp, nb::handle other) {
-    return is_sparse(sp, other) ? sparse::to_array(other) : nb::borrow(other);
 }
 
 nb::object full_product(nb::handle self, nb::handle other, bool self_left) {
@@ -44,9 +33,9 @@ nb::object full_product(nb::handle self, nb::handle other, bool self_left) {
     Operands operands(self, other, self_left);
     nb::object left_shape = operands.left.attr("shape");
     nb::object right_shape = operands.right.attr("shape");
-    nb::object shape = names::_matmul_shape()(left_shape, right_shape, "do_raise"_a = true);
+    nb::object shape = product_shape(left_shape, right_shape);
     // What is empty, or a sum of nothing, goes past NumPy's object products.
-    if (is_zero(left_shape[-1]) || is_zero(right_shape[0]) || has_zero(shape))
+    if (is_empty_product(left_shape, right_shape, shape))
         return names::MQuadExpr().attr("zeros")(shape);
     nb::object ndle = Operands(self.attr("_ndle"), other, self_left).product();
     Operands factors(self.attr("_qearr"), dense(sp, other), self_left);

@@ -6,6 +6,7 @@
 #include "support/handles.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
 
 namespace taviropy::attributes {
@@ -123,8 +124,6 @@ nb::object repeated(nb::handle np, nb::handle self, nb::object value) {
     if (plain) return checked(PySequence_Repeat(list.ptr(), count));
     return list * np.attr("prod")(shape, "dtype"_a = "i");
 }
-
-nb::object as_float(nb::handle value) { return checked(PyNumber_Float(value.ptr())); }
 
 [[noreturn]] void refuse_shape(Site site = Site::current()) {
     raise(PyExc_AttributeError, "Shape mismatch", site);

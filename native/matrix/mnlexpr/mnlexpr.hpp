@@ -1,8 +1,9 @@
-// Elements of an `MNLExpr`, operands and their trees: what all its methods share.
+// MNLExpr: what its files call of each other in C++: its elements, operands and their trees.
 #pragma once
 
 #include <nanobind/nanobind.h>
 
+#include "support/classes.hpp"
 #include "support/errors.hpp"
 #include "support/object_arrays.hpp"
 #include "support/vectorize.hpp"
@@ -48,7 +49,9 @@ struct Operand {
 Operand take_operand(nb::handle np, nb::handle value);
 
 /// Flags of the passes that rewrite the elements of an array and never the array itself.
-extern const WalkFlags kRewriteAlone, kRewriteWithTrees;
+constexpr WalkFlags kRewriteAlone = {flag::buffered, {flag::readonly | flag::no_broadcast}, "O"};
+constexpr WalkFlags kRewriteWithTrees = {
+    flag::buffered, {flag::readonly | flag::no_broadcast, flag::readonly | flag::copy}, "OO"};
 
 /// Visits the elements of `targets`, each with the tree of the operand that goes to its place:
 /// `body(element, tree)`. The operand may broadcast, the targets may not.
@@ -56,14 +59,25 @@ template <class Body>
 void walk_with_trees(nb::handle targets, const Operand& operand, Body&& body) {
     GcPause pause;
     if (operand.tree.is_valid()) {
-        walk<1>(kRewriteAlone, {targets}, [&](const auto& chunks, Py_ssize_t size) {
-            for (Py_ssize_t k = 0; k < size; ++k) body(chunks[0].element(k), operand.tree);
+        walk<1>(kRewriteAlone, {targets}, [&](const auto& chunks, Py_ssize_t k) {
+            body(chunks[0].element(k), operand.tree);
         });
         return;
     }
-    walk<2>(kRewriteWithTrees, {targets, operand.trees}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) body(chunks[0].element(k), chunks[1].element(k));
+    walk<2>(kRewriteWithTrees, {targets, operand.trees}, [&](const auto& chunks, Py_ssize_t k) {
+        body(chunks[0].element(k), chunks[1].element(k));
     });
 }
+
+// ---- The families' methods, added to the class by define_mnlexpr --------------------------------
+
+void add_form_methods(ClassBody& body);
+void add_build_methods(ClassBody& body);
+void add_index_methods(ClassBody& body);
+void add_text_methods(ClassBody& body);
+void add_arithmetic_methods(ClassBody& body);
+void add_matmul_methods(ClassBody& body);
+void add_reduction_methods(ClassBody& body);
+void add_comparison_methods(ClassBody& body);
 
 }  // namespace taviropy::mnlexpr

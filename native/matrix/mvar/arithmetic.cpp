@@ -1,4 +1,4 @@
-// Operators and comparisons of MVar.
+// MVar: sums, products, quotients and powers.
 //
 // A variable array does no arithmetic of its own. The type of the other operand decides what the
 // result is, the first test that fires wins, and the class of the result does the work: MLinExpr
@@ -6,10 +6,11 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mvar {
@@ -18,23 +19,11 @@ using namespace nb::literals;
 
 namespace {
 
-nb::object toexpr(nb::handle self) { return self.attr("_toexpr")(); }
-
-nb::object nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mvar")(self); }
-
-nb::object power(nb::handle base, nb::handle exponent) {
-    return checked(PyNumber_Power(base.ptr(), exponent.ptr(), Py_None));
-}
-
-bool is_two(nb::handle number) {
-    nb::object equal = checked(PyObject_RichCompare(number.ptr(), nb::float_(2.0).ptr(), Py_EQ));
-    return truth(equal);
-}
-
 /// A fresh expression of the variables, scaled in place.
 nb::object scaled(nb::handle self, nb::handle factor) {
     nb::object expr = toexpr(self);
-    return checked(PyNumber_InPlaceMultiply(expr.ptr(), factor.ptr()));
+    expr *= factor;
+    return expr;
 }
 
 bool is_small(nb::handle self, nb::handle array) {
@@ -78,19 +67,18 @@ nb::object pow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     if (is_ndarray(np, other)) {
         // The square of a variable stays quadratic, in the shape that broadcasting gives.
-        bool is_one = other.attr("size").equal(nb::int_(1));
-        if (is_one && is_two(other.attr("item")())) {
+        if (is_array_of_two(other)) {
             nb::object shape =
                 names::_broadcast_shapes()(nb::getattr(self, "shape"), nb::getattr(other, "shape"));
             nb::object base = self.attr("reshape")(shape);
             return base * base;
         }
-        return power(nonlinear(self), other);
+        return power(as_nonlinear(self), other);
     }
-    if (is_scalar(other)) return is_two(other) ? self * self : power(nonlinear(self), other);
+    if (is_scalar(other)) return is_two(other) ? self * self : power(as_nonlinear(self), other);
     if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
         is_a(other, names::NLExpr, names::MVar, names::MLinExpr, names::MQuadExpr))
-        return power(nonlinear(self), other);
+        return power(as_nonlinear(self), other);
     return not_implemented();
 }
 
@@ -98,31 +86,7 @@ nb::object rpow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
         is_a(other, names::NLExpr) || is_ndarray(np, other) || is_scalar(other))
-        return power(other, nonlinear(self));
-    return not_implemented();
-}
-
-[[noreturn]] void refuse_scalar(Site site = Site::current()) {
-    raise(PyExc_ValueError, "Input operand does not have enough dimensions", site);
-}
-
-nb::object matmul(nb::handle self, nb::handle other) {
-    nb::object np = import_numpy();
-    nb::object sp = import_sparse();
-    if (is_ndarray(np, other) || is_sparse(sp, other))
-        return names::MLinExpr().attr("_from_matmul_left")(self, other);
-    if (is_a(other, names::MVar))
-        return checked(PyNumber_MatrixMultiply(toexpr(self).ptr(), other.ptr()));
-    if (is_scalar(other)) refuse_scalar();
-    return not_implemented();
-}
-
-nb::object rmatmul(nb::handle self, nb::handle other) {
-    nb::object np = import_numpy();
-    nb::object sp = import_sparse();
-    if (is_ndarray(np, other) || is_sparse(sp, other))
-        return names::MLinExpr().attr("_from_matmul_right")(other, self);
-    if (is_scalar(other)) refuse_scalar();
+        return power(other, as_nonlinear(self));
     return not_implemented();
 }
 
@@ -167,36 +131,21 @@ nb::object rtruediv(nb::handle self, nb::handle other) {
     nb::object sp = import_sparse();
     if (is_scalar(other) || is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
         is_quadexpr(other) || is_a(other, names::NLExpr))
-        return other / nonlinear(self);
+        return other / as_nonlinear(self);
     if (is_sparse(sp, other)) {
-        nb::object denominator = nonlinear(self);
+        nb::object denominator = as_nonlinear(self);
         return sparse::to_array(other) / denominator;
     }
     return not_implemented();
 }
 
-nb::object compare(nb::handle self, const char* sense, nb::handle rhs) {
-    nb::object TempConstr = names::TempConstr();
-    return TempConstr(self, nb::getattr(names::TVO(), sense), rhs);
-}
-
-nb::object le(nb::handle self, nb::handle rhs) { return compare(self, "LESS_EQUAL", rhs); }
-nb::object ge(nb::handle self, nb::handle rhs) { return compare(self, "GREATER_EQUAL", rhs); }
-nb::object eq(nb::handle self, nb::handle rhs) { return compare(self, "EQUAL", rhs); }
-
-nb::object ne(nb::handle, nb::handle) {
-    raise_taviro_error(-1, "Inequality constraints not supported");
-}
-
 }  // namespace
 
-void add_operators(ClassBody& body) {
+void add_arithmetic_methods(ClassBody& body) {
     body.method<&mul>("__mul__(self, other)")
         .method<&rmul>("__rmul__(self, other)")
         .method<&pow>("__pow__(self, other)")
         .method<&rpow>("__rpow__(self, other)")
-        .method<&matmul>("__matmul__(self, other)")
-        .method<&rmatmul>("__rmatmul__(self, other)")
         .method<&add>("__add__(self, other)")
         .method<&radd>("__radd__(self, other)")
         .method<&sub>("__sub__(self, other)")
@@ -204,11 +153,7 @@ void add_operators(ClassBody& body) {
         .method<&neg>("__neg__(self)")
         .method<&pos>("__pos__(self)")
         .method<&truediv>("__truediv__(self, other)")
-        .method<&rtruediv>("__rtruediv__(self, other)")
-        .method<&le>("__le__(self, rhs)")
-        .method<&ge>("__ge__(self, rhs)")
-        .method<&eq>("__eq__(self, rhs)")
-        .method<&ne>("__ne__(self, rhs)");
+        .method<&rtruediv>("__rtruediv__(self, other)");
 }
 
 }  // namespace taviropy::mvar

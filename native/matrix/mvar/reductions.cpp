@@ -1,10 +1,10 @@
-// Sums and diagonals of MVar.
+// What an MVar comes to: sums along axes.
 
 #include <utility>
 #include <vector>
 
 #include "core_interface/scalars.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/axes.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
@@ -87,35 +87,8 @@ nb::object sum(nb::handle self, nb::handle axis) {
     return out;
 }
 
-constexpr const char* kDiagonalDoc = R"(ROUTINE:
-  diagonal(offset=0, axis1=0, axis2=1)
-
-PURPOSE:
-  Give the variables on a diagonal.
-
-ARGUMENTS:
-  offset: 0 for the main diagonal, above 0 for one above it, below 0 for one
-    below it.
-  axis1, axis2: the axes of the matrices, for more than two dimensions.
-
-RETURN VALUE:
-  An MVar with the diagonal as its last axis in place of the two. ValueError
-  where there are fewer than two axes, or no such ones.
-
-EXAMPLE:
-  x.diagonal()
-  x.diagonal(1)           # next above the main diagonal
-  x[:, ::-1].diagonal()   # the anti-diagonal)";
-
-nb::object diagonal(nb::handle self, nb::handle offset, nb::handle axis1, nb::handle axis2) {
-    return new_mvar(self.attr("_vararr").attr("diagonal")(offset, axis1, axis2));
-}
-
 }  // namespace
 
-void add_reductions(ClassBody& body) {
-    body.method<&sum>("sum(self, axis=None)", kSumDoc)
-        .method<&diagonal>("diagonal(self, offset=0, axis1=0, axis2=1)", kDiagonalDoc);
-}
+void add_reduction_methods(ClassBody& body) { body.method<&sum>("sum(self, axis=None)", kSumDoc); }
 
 }  // namespace taviropy::mvar

@@ -5,7 +5,9 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "support/imports.hpp"
+#include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 #include "support/sparse_views.hpp"
 
@@ -29,17 +31,11 @@ static nb::object shape_of_matrix(nb::handle A) {
     return nb::steal(shape);
 }
 
-static bool has_zero(nb::handle shape) {
-    for (nb::handle extent : shape)
-        if (!truth(extent)) return true;
-    return false;
-}
-
 nb::object _from_matmul_right(nb::handle cls, nb::handle A, nb::handle x) {
     nb::object np = import_numpy(), sp = import_sparse();
     if (!is_a(x, names::MVar)) refuse_operand(x);
     nb::object shape_right = x.attr("shape"), shape_left = shape_of_matrix(A);
-    nb::object shape_result = names::_matmul_shape()(shape_left, shape_right, "do_raise"_a = true);
+    nb::object shape_result = product_shape(shape_left, shape_right);
     if (has_zero(shape_result)) return zeros(cls, shape_result);
     if (keeps_compact(cls) && allows_compact(shape_result) && allows_compact(shape_right))
         return compact_product(cls, A, x, shape_right, Side::right, np.attr("zeros")(shape_result));
@@ -52,9 +48,8 @@ nb::object _from_matmul_left(nb::handle cls, nb::handle x, nb::handle A) {
     nb::object np = import_numpy(), sp = import_sparse();
     if (!is_a(x, names::MVar)) refuse_operand(x);
     nb::object shape_left = x.attr("shape"), shape_right = shape_of_matrix(A);
-    nb::object shape_result = names::_matmul_shape()(shape_left, shape_right, "do_raise"_a = true);
-    if (!truth(shape_left[nb::int_(-1)]) || !truth(shape_right[0]) || has_zero(shape_result))
-        return zeros(cls, shape_result);
+    nb::object shape_result = product_shape(shape_left, shape_right);
+    if (is_empty_product(shape_left, shape_right, shape_result)) return zeros(cls, shape_result);
     if (keeps_compact(cls) && allows_compact(shape_result) && allows_compact(shape_left))
         return compact_product(cls, A, x, shape_left, Side::left, np.attr("zeros")(shape_result));
     if (is_ndarray(np, A)) return _from_matmul_left_ndarray(cls, x, A);
@@ -63,15 +58,6 @@ nb::object _from_matmul_left(nb::handle cls, nb::handle x, nb::handle A) {
 }
 
 // ---- Operands of the full products ----------------------------------------------------------
-
-static const WalkFlags kToDoubles = {
-    "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
-
-/// float(object), as a double
-static double to_double(nb::handle object) {
-    nb::object number = checked(PyNumber_Float(object.ptr()));
-    return PyFloat_AS_DOUBLE(number.ptr());
-}
 
 /// The coefficients as doubles, taken as LinExpr takes them; what isn't real is a TypeError.
 static nb::object as_doubles(nb::handle np, nb::handle A) {
@@ -85,11 +71,7 @@ static nb::object as_doubles(nb::handle np, nb::handle A) {
         raise(PyExc_TypeError,
               "coefficients must be real numbers, not of dtype " + text_of(plain.attr("dtype")));
     if (kind != "O") return np.attr("require")(plain, nb::getattr(np, "float64"), "A");
-    nb::object doubles = np.attr("empty")(nb::getattr(plain, "shape"));
-    walk<2>(kToDoubles, {plain, doubles}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) chunks[1].number(k) = to_double(chunks[0].element(k));
-    });
-    return doubles;
+    return doubles_of(np, plain, [](nb::object element) { return as_double(as_float(element)); });
 }
 
 /// A two-dimensional array by native strides.
@@ -265,7 +247,7 @@ nb::object _from_matmul_left_spmatrix(nb::handle, nb::handle x, nb::handle A) {
 
 // ---- The table ------------------------------------------------------------------------------
 
-void add_product_methods(ClassBody& body) {
+void add_build_matmul_methods(ClassBody& body) {
     body.class_method<&_from_matmul_right>(
             "_from_matmul_right(cls, A, x)",
             "A @ x for an MVar x, compact where the shapes allow it.")

@@ -1,9 +1,9 @@
 // MNLExpr: arithmetic. Each operator is a dispatcher and a node factory of `_ExprTree`.
 
-#include "mnlexpr/methods.hpp"
-#include "mnlexpr/trees.hpp"
+#include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mnlexpr {
@@ -20,11 +20,9 @@ static nb::object _dispatch_unary_op(nb::handle self, nb::handle func) {
 static nb::object _idispatch_unary_op(nb::handle self, nb::handle func) {
     GcPause pause;
     nb::object nlearr = self.attr("_nlearr");
-    walk<1>(kRewriteAlone, {nlearr}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object nle = chunks[0].element(k);
-            set_root(nle, call(func, get_root(nle)));
-        }
+    walk<1>(kRewriteAlone, {nlearr}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object nle = chunks[0].element(k);
+        set_root(nle, call(func, get_root(nle)));
     });
     return nb::borrow(self);
 }
@@ -102,18 +100,9 @@ static nb::object neg(nb::handle self) {
     return self.attr("_dispatch_unary_op")(factory("_from_uminus"));
 }
 
-/// value == 2.0
-static bool is_two(nb::handle value) { return value.equal(nb::float_(2.0)); }
-
-/// An array of one number, which is 2.
-static bool is_array_of_two(nb::handle np, nb::handle value) {
-    return is_ndarray(np, value) && nb::cast<Py_ssize_t>(value.attr("size")) == 1 &&
-           is_two(value.attr("item")());
-}
-
 static nb::object pow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
-    if (is_array_of_two(np, other)) {
+    if (is_ndarray(np, other) && is_array_of_two(other)) {
         nb::object shape =
             names::_broadcast_shapes()(nb::getattr(self, "shape"), nb::getattr(other, "shape"));
         nb::object base = make(self.attr("_nlearr").attr("reshape")(shape));
@@ -130,7 +119,7 @@ static nb::object ipow(nb::handle self, nb::handle other) {
     return self.attr("_idispatch_binary_op")(other, factory("_from_pow"));
 }
 
-void add_operator_methods(ClassBody& body) {
+void add_arithmetic_methods(ClassBody& body) {
     body.method<&_dispatch_unary_op>("_dispatch_unary_op(self, func)",
                                      "New MNLExpr of func(node) for each element.")
         .method<&_idispatch_unary_op>("_idispatch_unary_op(self, func)",
