@@ -569,7 +569,8 @@ class Batch:
             # What it replaces, NumPy frees before it takes it out of the array.
             with self.quiet():
                 self.random.choice(
-                    [lambda: victim.fill(number), lambda: victim.fill(None), lambda: victim.resize(2),
+                    [lambda: victim.fill(number), lambda: victim.fill(None),
+                     lambda: victim.size == 2 or victim.resize(2),
                      lambda: victim.__setitem__(Ellipsis, self.any())]
                 )()  # fmt: skip
         elif sp.issparse(victim):
