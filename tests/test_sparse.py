@@ -126,6 +126,11 @@ def test_malformed_matrices_are_refused_where_they_are_only_data(A, message):
     # No operand of a nonlinear expression, but SciPy's own operator would come next.
     with pytest.raises(ValueError, match=f"malformed.*{message}"):
         X.nl * A
+    # Lists of values: an iteration over A would be SciPy's.
+    with pytest.raises(ValueError, match=message):
+        X[0].UB = A
+    with pytest.raises(TypeError, match=r"no list of values; its toarray\(\) is one"):
+        tv.LinExpr(A, X[0].tolist())
 
 
 def test_negative_extents_are_refused():
