@@ -110,11 +110,9 @@ class Elements:
                 raise ValueError(f"{name}: {column.dtype} {column.shape}, not {needed} ({size},)")
             self._arrays[name] = column if takes_arrays else column.copy()
         live = state["live_ids"]
-        if live is None and state["next_id"] != size:
-            raise ValueError(f"{size} entries for {state['next_id']} elements")
-        live = np.arange(size, dtype=np.int32) if live is None else live
-        if len(live) != size:
-            raise ValueError(f"{size} entries for {len(live)} elements")
+        count = state["next_id"] if live is None else len(live)
+        if count != size:
+            raise ValueError(f"{size} entries for {count} elements")
         self.numbering.restore(state["next_id"], state["count"], live)
         self.numbering.discard(state["discarded_ids"])
         self.names.restore(state["names"])
