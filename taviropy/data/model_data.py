@@ -44,6 +44,7 @@ from .values import (
     convert,
     cut_binaries,
     invalid,
+    rising,
     scalar_column,
     type_codes,
 )
@@ -412,7 +413,7 @@ class ModelData(ModelCore):
                     f"{type(item).__name__}"
                 )
         for kind, arrays in found.items():
-            self.numbering(kind).discard(np.unique(np.concatenate(arrays)))
+            self.numbering(kind).discard(rising(arrays))
 
     @_changing
     def update(self) -> None:
