@@ -499,6 +499,8 @@ class ModelData(ModelCore):
         """What an engine has to catch up with."""
         changes = self.changes.changes()
         entries = changes.entries
+        if not len(entries.values):
+            return changes
         linear, variables = self.linear.numbering, self.variables.numbering
         rows, columns = linear.numbers(entries.rows), variables.numbers(entries.variables)
         entries = Entries(rows, columns, entries.values).take((rows >= 0) & (columns >= 0))
