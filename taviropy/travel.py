@@ -111,7 +111,7 @@ def _restored(state: State, trusted: bool) -> ModelData:
     data.session.options.restore(state["options"])
     for kind in KIND_NAMES:
         elements = data.elements_of(kind)
-        elements.restore(state["elements"][kind])
+        elements.restore(state["elements"][kind], takes_arrays=trusted)
         if not trusted:
             _check_columns(elements)
     lines = _Lines(data.variables.numbering.next_id(), trusted)

@@ -44,6 +44,7 @@ from .values import (
     convert,
     cut_binaries,
     invalid,
+    rising,
     scalar_column,
     type_codes,
 )
@@ -362,7 +363,7 @@ class ModelData(ModelCore):
         for kind, handles in handles_in(obj):
             found.setdefault(kind, []).append(self.ids(kind, handles, True))
         for kind, arrays in found.items():
-            self.numbering(kind).discard(np.unique(np.concatenate(arrays)))
+            self.numbering(kind).discard(rising(arrays))
 
     @changing
     def update(self) -> None:
@@ -448,6 +449,8 @@ class ModelData(ModelCore):
         """What an engine has to catch up with."""
         changes = self.changes.changes()
         entries = changes.entries
+        if not len(entries.values):
+            return changes
         linear, variables = self.linear.numbering, self.variables.numbering
         rows, columns = linear.numbers(entries.rows), variables.numbers(entries.variables)
         entries = Entries(rows, columns, entries.values).take((rows >= 0) & (columns >= 0))

@@ -109,6 +109,26 @@ class View:
         _refuse_infinite(variables, at, lower, upper, "variable")
         return ColumnData(variables.placed_part("Obj")[at], lower, upper, is_integer)
 
+    @property
+    def has_crossed_bounds(self) -> bool:
+        """Whether the bounds of a column cross; what is infinite on the wrong side is refused."""
+        if self.has_integers:
+            columns = self.columns()
+            return bool((columns.lower > columns.upper).any())
+        variables = self._data.variables
+        lower, upper = variables.placed_part("LB"), variables.placed_part("UB")
+        _refuse_infinite(variables, _ALL, lower, upper, "variable")
+        return bool((lower > upper).any())
+
+    @property
+    def has_crossed_sides(self) -> bool:
+        """The same of the sides of the linear rows."""
+        linear = self._data.linear
+        if not linear.has("Low") and np.isfinite(linear.placed_part("RHS")).all():
+            return False  # a row has one side, or twice the same
+        lower, upper = self.sides()
+        return bool((lower > upper).any())
+
     def costs(self, at: Any) -> Floats:
         """The costs of the columns at a slice or index array."""
         costs: Floats = self._data.variables.placed_part("Obj")[at]

@@ -37,6 +37,12 @@ _STATUSES = {
     HighsModelStatus.kObjectiveBound: TVO.Status.INTERRUPTED,
     HighsModelStatus.kObjectiveTarget: TVO.Status.INTERRUPTED,
 }
+_CLAIMS = (  # that may not hold
+    TVO.Status.FAILED,
+    TVO.Status.INFEASIBLE,
+    TVO.Status.UNBOUNDED,
+    TVO.Status.INFEASIBLE_OR_UNBOUNDED,
+)
 _WITH_SOLUTION = (TVO.Status.OPTIMAL, TVO.Status.TIME_LIMIT, TVO.Status.INTERRUPTED)
 _OPTION_TYPES = {
     HighsOptionType.kBool: bool,
@@ -174,6 +180,9 @@ class HighsEngine(LiveHighs):
         From a basis of an earlier run it ends some models with an open status; its presolve has
         called models infeasible that are unbounded.
         """
+        status = self._status()
+        if status not in _CLAIMS:
+            return status
         claims = self._claims(view, run, deadline)
         for presolve in ("choose", "off", None):
             if run.stop:
@@ -363,22 +372,24 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
         except BaseException as error:
             raised.append(error)
 
-    highs.setCallback(answer, None)
-    if is_loud and not log.is_process_output:
-        highs.startCallback(_LOGGING)
+    kinds = [_LOGGING] if is_loud and not log.is_process_output else []
     size = highs.getNumCol() + highs.getNumRow() + highs.getNumNz()
     if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
-        for kind in _INTERRUPTS:
-            highs.startCallback(kind)
+        kinds.extend(_INTERRUPTS)
     if run.reporter and not silent:
-        highs.startCallback(_IMPROVING)
+        kinds.append(_IMPROVING)
+    if kinds:
+        highs.setCallback(answer, None)
+    for kind in kinds:
+        highs.startCallback(kind)
     try:
         if has_integers:
             in_thread(highs.run, stop, is_over.request, run.reporter.pump)
         else:
             highs.run()
     finally:
-        highs.setCallback(None, None)
+        if kinds:
+            highs.setCallback(None, None)
         if is_loud:
             highs.setOptionValue("output_flag", False)
             highs.setOptionValue("log_to_console", True)

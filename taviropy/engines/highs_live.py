@@ -56,10 +56,13 @@ class LiveHighs:
             self._pass_whole(view)
         else:
             self._remove(changes)
-            is_new = changes.entries.variables >= self._columns
             self._push(view, changes)
-            self._change_coefficients(view, changes.entries.take(~is_new))
-            self._add_columns(view, changes.entries.take(is_new))
+            entries = changes.entries
+            if len(entries.values):
+                is_new = entries.variables >= self._columns
+                self._change_coefficients(view, entries.take(~is_new))
+                entries = entries.take(is_new)
+            self._add_columns(view, entries)
             self._add_rows(view)
         self._push_objective(view)
 

@@ -93,8 +93,13 @@ nb::object list_of_indices(nb::handle indices) {
     return list;
 }
 
-/// The indices of all elements, in C order.
-nb::object indices_of(const HandleClass& type, nb::handle self) {
+/// Whether a function is one of the package's own, which take arrays as well as lists.
+bool takes_arrays(nb::handle function) {
+    return PyFunction_Check(function.ptr()) && nb::hasattr(function, "takes_arrays");
+}
+
+/// The indices of all elements, in C order: a list, or an array for who takes it.
+nb::object indices_of(const HandleClass& type, nb::handle self, bool as_array) {
     nb::object indices = self.attr("_idxarr")();
     if (type.checks_indices) {
         handles::Places places = handles::look_at_places(indices);
@@ -105,7 +110,7 @@ nb::object indices_of(const HandleClass& type, nb::handle self) {
             raise_taviro_error(names::TVO().attr("Error").attr("NOT_IN_MODEL"),
                                std::string("GenConstr") + problem);
     }
-    return list_of_indices(indices);
+    return as_array ? indices.attr("reshape")(-1) : list_of_indices(indices);
 }
 
 /// [value] * np.prod(self.shape, dtype='i')
@@ -130,13 +135,25 @@ nb::object repeated(nb::handle np, nb::handle self, nb::object value) {
     raise(PyExc_AttributeError, "Shape mismatch", site);
 }
 
-nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::handle datatype) {
+/// Whether an attribute of numbers can take the entries of an array as they are.
+bool holds_numbers(nb::handle np, nb::handle value, nb::handle datatype) {
+    if (holds_texts(datatype) ||
+        !nb::borrow((PyObject*)Py_TYPE(value.ptr())).is(np.attr("ndarray")))
+        return false;
+    nb::object kind = value.attr("dtype").attr("kind");
+    const Py_UCS4 letter = PyUnicode_READ_CHAR(kind.ptr(), 0);
+    return letter == 'f' || letter == 'i' || letter == 'u' || letter == 'b';
+}
+
+nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::handle datatype,
+                      bool as_array) {
     if (equal(value.attr("size"), 1)) {
         nb::object item = value.attr("item")();
         const bool text = PyUnicode_Check(item.ptr()) && holds_texts(datatype);
         return repeated(np, self, text ? item : as_float(item));
     }
     if (!equal(value.attr("shape"), self.attr("shape"))) refuse_shape();
+    if (as_array && holds_numbers(np, value, datatype)) return value.attr("reshape")(-1);
     return checked(PySequence_List(nb::object(value.attr("flat")).ptr()));
 }
 
@@ -158,16 +175,16 @@ nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self
 }
 
 /// The value of each element, from a value as users give it to `setAttr`; `datatype` is the
-/// attribute's.
+/// attribute's. A list, or an array for who takes it.
 nb::object flat_values(const HandleClass& type, nb::handle np, nb::handle self, nb::handle value,
-                       nb::handle datatype) {
+                       nb::handle datatype, bool as_array) {
     if (truth(names::_isstr()(value))) {
         if (type.repeats_by_product) return repeated(np, self, nb::borrow(value));
         nb::list list;
         list.append(value);
         return list * self.attr("size");
     }
-    if (is_ndarray(np, value)) return flat_array(np, self, value, datatype);
+    if (is_ndarray(np, value)) return flat_array(np, self, value, datatype, as_array);
     if (is_scalar(value)) return repeated(np, self, as_float(value));
     if (is_a(value, names::Iterable)) return flat_iterable(type, np, self, value);
     raise(PyExc_AttributeError, "Use scalar or ndarray to set attribute");
@@ -231,8 +248,9 @@ nb::object getAttr(const HandleClass& type, nb::handle self, nb::handle attrname
     if (!found.is_valid()) return found;
     Info info = unpacked(found);
     if (!equal(info.kind, type.kind)) refuse(type.refused_get, attrname, "'");
-    nb::object values =
-        names::_gettypedattrlist()(self, attrname, info.type, indices_of(type, self));
+    nb::object read = names::_gettypedattrlist();
+    nb::object indices = indices_of(type, self, takes_arrays(read));
+    nb::object values = read(self, attrname, info.type, indices);
     nb::object dtype = result_dtype(np, info.type);
     if (!dtype.is_valid())
         raise(PyExc_UnboundLocalError,
@@ -250,8 +268,10 @@ nb::object setAttr(const HandleClass& type, nb::handle self, nb::handle attrname
     Info info = unpacked(found);
     if (!equal(info.kind, type.kind)) refuse(type.refused_set, attrname, "'");
     if (equal(info.settable, 0)) refuse("Attribute '", attrname, "' cannot be set");
-    nb::object values = flat_values(type, np, self, value, info.type);
-    names::_settypedattrlist()(self, attrname, info.type, indices_of(type, self), values);
+    nb::object write = names::_settypedattrlist();
+    const bool as_array = takes_arrays(write);
+    nb::object values = flat_values(type, np, self, value, info.type, as_array);
+    write(self, attrname, info.type, indices_of(type, self, as_array), values);
     return nb::none();
 }
 
