@@ -138,7 +138,5 @@ def test_random_models(kind, engine, count):
 
 
 if __name__ == "__main__":
-    found = 0
-    for found, text in enumerate(complaints(*sys.argv[1:3], *map(int, sys.argv[3:])), 1):
-        print(text)
-    print(f"{sys.argv[1]} on {sys.argv[2]}: {found} wrong of {2 * int(sys.argv[3])} answers")
+    found = list(complaints(*sys.argv[1:3], *map(int, sys.argv[3:])))
+    print(*found, f"{len(found)} wrong of {2 * int(sys.argv[3])} answers", sep="\n")
