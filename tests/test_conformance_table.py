@@ -87,6 +87,7 @@ class Operands:
             "array": lambda: array, "ints": lambda: (4 * array).astype(int),
             "float32": lambda: array.astype("f4"),
             "fortran": lambda: np.asfortranarray(array), "bools": lambda: array > 0,
+            "swapped": lambda: array.astype(">f8"),
             "strided": lambda: np.repeat(array, 2, axis=-1)[..., ::2] if shape else array,
             "csr": lambda: sp.csr_matrix(array), "coo": lambda: sp.coo_matrix(array),
             "csc_array": lambda: sp.csc_array(array), "lil": lambda: sp.lil_matrix(array),
@@ -122,7 +123,7 @@ class Operands:
 SCALARS = ["int", "float", "bool", "float64", "int32", "Fraction", "Decimal", "longdouble", "bool_",
            "Var", "LinExpr", "QuadExpr", "NLExpr"]  # fmt: skip
 EVERYWHERE = ["array", "MVar", "MLinExpr", "MLinExpr full"]
-SOMEWHERE = ["ints", "float32", "fortran", "bools", "strided", "MQuadExpr", "MNLExpr"]
+SOMEWHERE = ["ints", "float32", "fortran", "swapped", "bools", "strided", "MQuadExpr", "MNLExpr"]
 SPARSE = ["csr", "coo", "csc_array", "lil"]
 TABLE = (
     [(kind, None) for kind in SCALARS]
@@ -225,8 +226,10 @@ def test_operators_with_every_operand(world, form, shape_form):
         operand = world.operand(kind, shape)
         before = world.value(operand)
         cases = [(op, reflected) for op in BINARY for reflected in (False, True)]
-        if isinstance(operand, np.matrix):
-            cases = cases[:-2]  # it would make the result one
+        if isinstance(operand, np.matrix) or kind == "swapped":
+            cases = cases[
+                :-2
+            ]  # of a matrix it would be one, and SciPy's kron takes no swapped bytes
         for operation, reflected in cases + [(op, False) for op in IN_PLACE]:
             expr = world.expression(*shape_form)
             pair = (operand, expr) if reflected else (expr, operand)
