@@ -131,26 +131,6 @@ def test_the_switch_turns_operands_full(x, monkeypatch):
     assert not expr._is_compact
 
 
-def test_quadratic_operands_give_quadratic_sums(x, form):
-    expr = kept = 2 * x
-    v = x[0].item()
-    expr += v * v
-    assert isinstance(expr, tv.MQuadExpr) and isinstance(v * v - kept, tv.MQuadExpr)
-    assert kept._is_compact == bool(form)
-    assert isinstance(kept + v * v, tv.MQuadExpr)
-    assert kept.__add__(x * x) is NotImplemented
-    assert isinstance(kept + x * x, tv.MQuadExpr)
-
-
-def test_sparse_operands_are_added_but_not_subtracted(x, form):
-    expr, S = 2 * x.reshape(3, 1), sp.csr_matrix([[1.0], [0.0], [2.0]])
-    assert [le.constant for le in elements(expr + S)] == [1, 0, 2]
-    assert expr.__sub__(S) is NotImplemented
-    assert [le.constant for le in elements(S - expr)] == [1, 0, 2]
-    expr += S
-    assert [le.constant for le in elements(expr)] == [1, 0, 2]
-
-
 def test_elements_that_are_no_linear_expressions(x):
     expr = (2 * x)._to_full()
     expr._learr[1] = 5.0

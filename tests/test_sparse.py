@@ -10,6 +10,7 @@ from hypothesis import strategies as st
 from linear import content
 
 import taviropy as tv
+from taviropy._util import _sparse_left_matmul_kernel, _sparse_right_matmul_kernel
 
 M = tv.Model()
 VARIABLES = M.addMVar(12)
@@ -131,6 +132,14 @@ def test_malformed_matrices_are_refused_where_they_are_only_data(A, message):
         X[0].UB = A
     with pytest.raises(TypeError, match=r"no list of values; its toarray\(\) is one"):
         tv.LinExpr(A, X[0].tolist())
+    q, objects = X[0] * X[0], np.array([1, 2, 3], dtype=object)
+    for product in (
+        lambda: q * A, lambda: q @ A, lambda: tv.MQuadExpr._from_quadfun(X[0], A, X[1]),
+        lambda: _sparse_right_matmul_kernel(objects, A, operator.mul, sum),
+        lambda: _sparse_left_matmul_kernel(A, objects, operator.mul, sum),
+    ):  # fmt: skip
+        with pytest.raises(ValueError, match="malformed|exceeds matrix"):  # SciPy's own for dok
+            product()
 
 
 def test_negative_extents_are_refused():

@@ -94,6 +94,12 @@ class View:
         self.column_count = data.variables.placed
         self.row_count = data.linear.placed
 
+    def __reduce__(self) -> tuple[Any, ...]:
+        """A view travels with the model's data, without the engine and the public Model."""
+        from ..travel import packed
+
+        return _view_of, (packed(self._data),)
+
     # Columns
 
     def columns(self, at: Any = _ALL) -> ColumnData:
@@ -366,6 +372,12 @@ class View:
         if self.quadratic_objective is not None:
             value += self.quadratic_objective.value(x)
         return value
+
+
+def _view_of(state: object) -> View:
+    from ..travel import unpacked
+
+    return View(unpacked(state))
 
 
 def _sides(rhs: Floats, sense: NDArray[Any], below: Floats | None = None) -> tuple[Floats, Floats]:

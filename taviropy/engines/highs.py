@@ -16,13 +16,14 @@ from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.values import Floats
 from ..data.view import View
+from .apart import call_apart
 from .certificates import has_ray
 from .convexity import is_convex
 from .highs_claims import Claims
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Run
-from .running import News, Stop, as_type, in_thread
+from .running import Log, News, Stop, as_type, in_thread
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -75,6 +76,11 @@ _scheduled = threading.local()  # the number of threads that HiGHS has for this 
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5
 _TRIES = ((1.0, None), (1e-3, None), (1.0, 0.0), (1e-6, None), (1e-3, 0.0), (1.0, 1e-5))
 _QUADRATIC_LIMIT = "qp_iteration_limit"
+# Nothing stops HiGHS's quadratic solver, and it starts anew each time. In this process a program
+# may take so many seconds, about what a process costs; one of more coefficients than these doesn't
+# begin here, since the solver would take longer before it first looks at its clock.
+_PATIENCE = 0.75
+_LONG = 1_000_000
 
 
 class HighsEngine(LiveHighs):
@@ -82,8 +88,9 @@ class HighsEngine(LiveHighs):
 
     title = "HiGHS"
 
-    def __init__(self) -> None:
+    def __init__(self, patience: float = _PATIENCE) -> None:
         super().__init__()
+        self.patience = patience  # seconds that nothing can interrupt
         self._applied: object = None  # what the options were last set from
 
     @classmethod
@@ -158,10 +165,10 @@ class HighsEngine(LiveHighs):
 
     def solve(self, view: View, run: Run) -> Answer:
         """Solve what is loaded."""
-        self._apply(self._highs, run, run.time_limit)
-        self._pass_start(view)
         if view.quadratic_objective is not None:
             return self._solve_quadratic(view, run)
+        self._apply(self._highs, run, run.time_limit)
+        self._pass_start(view)
         deadline = perf_counter() + run.time_limit
         _run(self._highs, run, has_integers=view.has_integers)
         return self._answer(view, run, self._settled(view, run, deadline))
@@ -243,8 +250,29 @@ class HighsEngine(LiveHighs):
     # Quadratic programs
 
     def _solve_quadratic(self, view: View, run: Run) -> Answer:
-        """Solve a model with a quadratic objective; no answer is taken on trust."""
-        deadline = perf_counter() + run.time_limit
+        """Solve a model with a quadratic objective; what takes long, where it can be ended."""
+        deadline = perf_counter() + min(run.time_limit, run.options.get("time_limit", np.inf))
+        end = min(deadline, perf_counter() + self.patience)
+        answer = Answer(TVO.Status.TIME_LIMIT)
+        if self.patience == np.inf or _size(self._highs) <= _LONG:
+            answer = self._quadratic_answer(view, run, end)
+            is_over = end == deadline or perf_counter() < end
+            if is_over or run.stop or answer.status == TVO.Status.OPTIMAL:
+                return answer
+        run.log.line("This takes long: solving it in a process that can be interrupted.")
+        try:
+            found = _apart(view, run, deadline)
+        except ProcessLookupError as error:
+            run.log.line(f"Solving it here after all, and nothing can interrupt it: {error}.")
+            return self._quadratic_answer(view, run, deadline)
+        if found is not None:
+            return found
+        answer.status = TVO.Status.INTERRUPTED if run.stop else TVO.Status.TIME_LIMIT
+        return answer
+
+    def _quadratic_answer(self, view: View, run: Run, deadline: float) -> Answer:
+        """The answer to a model with a quadratic objective; none is taken on trust."""
+        self._apply(self._highs, run, max(deadline - perf_counter(), 0.0))
         _run(self._highs, run)
         answer = self._answer(view, run, self._status())
         claims = self._claims(view, run, deadline)
@@ -307,6 +335,32 @@ class HighsEngine(LiveHighs):
         return program.answer(*point, status)
 
 
+def _apart(view: View, run: Run, deadline: float) -> Answer | None:
+    """The answer from another process, None where the user or the deadline ended that."""
+    choices = run.gap, run.threads, run.seed, dict(run.options)
+    outcome = call_apart(_answer_apart, (view, run.log.is_on, deadline, *choices), run, deadline)
+    if outcome is None:
+        return None
+    if outcome.error is not None:
+        raise outcome.error
+    answer: Answer = outcome.value
+    return answer
+
+
+def _answer_apart(view: View, is_loud: bool, deadline: float, *choices: Any) -> Answer:
+    """What the other process does; its answer holds arrays alone."""
+    engine = HighsEngine(patience=np.inf)
+    engine.load(view, None)
+    with Log(is_loud, None) as log:
+        answer = engine.solve(view, Run(log, Stop(), deadline - perf_counter(), *choices))
+    if answer.row_values is not None:
+        answer.row_values = answer.row_values().copy
+    for name in ("reduced_costs", "row_duals"):
+        values = getattr(answer, name)
+        setattr(answer, name, values() if callable(values) else values)
+    return answer
+
+
 @cache
 def _option_names() -> list[str]:
     highs = new_highs()
@@ -341,6 +395,12 @@ def _news(kind: Any, told: Any) -> News:
     return News(iterations=iterations)
 
 
+def _size(highs: Any) -> int:
+    """How many numbers make up the model."""
+    size: int = highs.getNumCol() + highs.getNumRow() + highs.getNumNz() + highs.getHessianNumNz()
+    return size
+
+
 def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False) -> None:
     """Run HiGHS, its log going where that of the run goes.
 
@@ -373,8 +433,7 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
             raised.append(error)
 
     kinds = [_LOGGING] if is_loud and not log.is_process_output else []
-    size = highs.getNumCol() + highs.getNumRow() + highs.getNumNz()
-    if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
+    if has_integers or _size(highs) > _BRIEF or highs.getHessianNumNz() or run.reporter:
         kinds.extend(_INTERRUPTS)
     if run.reporter and not silent:
         kinds.append(_IMPROVING)

@@ -271,6 +271,7 @@ def test_integers_between_fractional_bounds(model, solve):
     model.addConstr(np.array([[-1.0, 1.0], [3.0, 2.0]]) @ x <= [-1, 4])
     assert solve(model) == Status.OPTIMAL
     assert model.Objective == pytest.approx(-2) and x.UB.tolist() == [1.75, 1.5]
+    np.testing.assert_allclose(x.X, [1, 0], atol=1e-6)
     x.LB, x.UB = 0.2, 0.8  # no whole number between them
     assert solve(model) == Status.INFEASIBLE
 
