@@ -133,6 +133,9 @@ class MVar(_LinearOperators):
     VarName: _Names
     X: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[NDArray[np.float64]]
+    ObjRange: _ReadOnly[NDArray[np.float64]]
+    LBRange: _ReadOnly[NDArray[np.float64]]
+    UBRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, arr: NDArray[np.object_]) -> None: ...
     @staticmethod
     def fromlist(varlist: Iterable[Any]) -> MVar: ...
@@ -281,6 +284,7 @@ class MConstr:
     ConstrName: _Names
     Dual: _ReadOnly[NDArray[np.float64]]
     Slack: _ReadOnly[NDArray[np.float64]]
+    RHSRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, constrarr: NDArray[np.object_]) -> None: ...
     @classmethod
     def fromlist(cls, constrlist: Iterable[Any]) -> Self: ...

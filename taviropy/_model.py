@@ -33,6 +33,7 @@ if TYPE_CHECKING:
     )
     from ._tvo import _Code
     from .conflict import Conflict
+    from .data.basis import Basis
     from .data.check import Check
     from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
@@ -633,6 +634,59 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         data.session.solve(data, callback, lazy, progress)
+
+    def basis(self) -> Basis:
+        """
+        ROUTINE:
+          basis()
+
+        PURPOSE:
+          The basis that the simplex method of HiGHS ended with, to begin a later solve from.
+
+        RETURN VALUE:
+          A named tuple: variables (array of shape (NumVars,)) and constrs (of shape
+          (NumConstrs,)), of characters: "B" basic, "L" at the lower bound or side, "U" at the upper
+          one, "F" free and at zero. basis.of(x) gives the part of variables or constraints in
+          their shape.
+
+        EXAMPLE:
+          before = m.basis()
+          m.setBasis(before)
+
+        NOTES:
+          That of the last solve, also where the model changed since. TaviroError where there is
+          none: before a solve, for models with integers or quadratic parts, and of other engines.
+        """
+        data = data_of(self)
+        data.check_open()
+        found: Basis = data.session.basis(data)
+        return found
+
+    def setBasis(self, basis: Basis | tuple[types.Names, types.Names]) -> None:
+        """
+        ROUTINE:
+          setBasis(basis)
+
+        PURPOSE:
+          Let the next solve begin from a basis, as that of a model with other data.
+
+        ARGUMENTS:
+          basis (Basis or pair of arrays): what basis() gave, here or for another model of as many
+            variables and linear constraints, or the two arrays of its characters.
+
+        EXAMPLE:
+          second.setBasis(first.basis())
+
+        NOTES:
+          Takes effect in the engine at once, which is HiGHS; what is added to the model afterwards
+          is nonbasic (variables) or basic (constraints). A singular basis is mended. Solves of one
+          model begin from its last basis without this. ValueError or TaviroError for arrays that
+          don't fit, TaviroError for models with integers or a quadratic objective and where
+          another engine is asked for.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.set_basis(data, basis)
 
     def check(self, tolerance: float = 1e-5) -> Check:
         """

@@ -173,6 +173,9 @@ class Var(_LinearOperators, _Handle):
     Start: _Settable[float, Number]
     X: _ReadOnly[float]
     ReducedCost: _ReadOnly[float]
+    ObjRange: _ReadOnly[NDArray[np.float64]]
+    LBRange: _ReadOnly[NDArray[np.float64]]
+    UBRange: _ReadOnly[NDArray[np.float64]]
     @property
     def _colno(self) -> int: ...
 
@@ -183,6 +186,7 @@ class Constr(_Handle):
     ConstrName: str
     Dual: _ReadOnly[float]
     Slack: _ReadOnly[float]
+    RHSRange: _ReadOnly[NDArray[np.float64]]
     @property
     def _rowno(self) -> int: ...
 

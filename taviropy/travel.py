@@ -20,7 +20,9 @@ from .data.attributes import (
     DOUBLE,
     KIND_NAMES,
     OF_SOLUTION,
+    ON_DEMAND,
 )
+from .data.basis import Basis
 from .data.elements import Elements
 from .data.model_data import CHANGING, SOLVING, ModelData
 from .data.quadratic import QuadraticTerms
@@ -30,7 +32,7 @@ from .data.trees import CONSTANT, OPERATIONS, Trees
 from .data.trees import VARIABLE as VARIABLE_NODE
 from .session import Session
 
-FORMAT = 1  # grows with each change of what `packed` gives
+FORMAT = 2  # grows with each change of what `packed` gives
 State = dict[str, Any]
 _STATUSES = {int(code): code for code in vars(TVO.Status).values() if isinstance(code, int)}
 _BINARY = np.isin(OPERATIONS, ("plus", "minus", "multiply", "divide", "pow"))
@@ -269,7 +271,8 @@ def _solution_state(solution: Solution) -> State:
         "status": int(solution.status),
         "objective": solution.objective,
         "bound": solution.bound,
-        "values": {name: solution.array(name) for name in solution.values},
+        "values": {n: solution.array(n) for n in solution.values if n not in ON_DEMAND},
+        "basis": None if solution.basis is None else ["".join(part) for part in solution.basis],
         "missing": dict(solution.missing),
         "seconds": solution.seconds,
         "engine": solution.engine,
@@ -290,6 +293,8 @@ def _restored_solution(state: State) -> Solution:
         dict(state["values"]),
         dict(state["missing"]),
     )
+    if state["basis"] is not None:
+        solution.basis = Basis(*(np.array(list(_text(part)), "U1") for part in state["basis"]))
     solution.seconds = float(state["seconds"])
     solution.engine = _text(state["engine"])
     solution.nodes, solution.iterations = int(state["nodes"]), int(state["iterations"])

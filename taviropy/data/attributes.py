@@ -30,11 +30,15 @@ ATTRIBUTES = {
     "Start": Attribute(DOUBLE, VARIABLE, 1),
     "X": Attribute(DOUBLE, VARIABLE, 0),
     "ReducedCost": Attribute(DOUBLE, VARIABLE, 0),
+    "ObjRange": Attribute(DOUBLE, VARIABLE, 0),
+    "LBRange": Attribute(DOUBLE, VARIABLE, 0),
+    "UBRange": Attribute(DOUBLE, VARIABLE, 0),
     "RHS": Attribute(DOUBLE, LINEAR, 1),
     "Sense": Attribute(CHAR, LINEAR, 1),
     "ConstrName": Attribute(STRING, LINEAR, 1),
     "Dual": Attribute(DOUBLE, LINEAR, 0),
     "Slack": Attribute(DOUBLE, LINEAR, 0),
+    "RHSRange": Attribute(DOUBLE, LINEAR, 0),
     "QRHS": Attribute(DOUBLE, QUADRATIC, 1),
     "QSense": Attribute(CHAR, QUADRATIC, 1),
     "QName": Attribute(STRING, QUADRATIC, 1),
@@ -66,6 +70,11 @@ OF_SOLUTION = frozenset(
     for name, (_, kind, settable) in ATTRIBUTES.items()
     if kind != MODEL and not settable and name != "GenKind"
 )
+# Those with two values an element, on an axis in front: the least and the largest value of a datum
+# with which the basis stays optimal.
+RANGES = frozenset({"ObjRange", "LBRange", "UBRange", "RHSRange"})
+# Those that are found out when they are first asked for.
+ON_DEMAND = RANGES
 COUNTS = {
     "NumVars": VARIABLE,
     "NumConstrs": LINEAR,

@@ -22,6 +22,7 @@ from .attributes import (
     KIND_NAMES,
     LINEAR,
     OF_SOLUTION,
+    ON_DEMAND,
     QUADRATIC,
     STRING,
     VARIABLE,
@@ -442,6 +443,8 @@ class ModelData(ModelCore):
         self.check_open()
         datatype, kind, _ = ATTRIBUTES[attrname]
         if attrname in OF_SOLUTION:
+            if attrname in ON_DEMAND and attrname not in self.solution.values and not self.lock:
+                self.session.find(self, attrname)
             return self.solution.read(attrname, positions, self.elements_of(kind))
         elements = self.elements_of(kind)
         if datatype == STRING:

@@ -219,6 +219,8 @@ class HighsEngine(LiveHighs):
         is_feasible = highs.getInfoValue("primal_solution_status")[1] == _FEASIBLE
         if status not in _WITH_SOLUTION or not (is_feasible or empty):
             return answer
+        if not view.has_integers and view.quadratic_objective is None:
+            answer.basis = self.basis()
         found = highs.getSolution()  # a copy, which gives lists: they become arrays when asked for
         answer.x = np.array(found.col_value)
         answer.row_values = lambda: np.array(found.row_value)

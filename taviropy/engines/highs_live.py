@@ -7,11 +7,21 @@ from collections.abc import Callable
 from typing import Any
 
 import numpy as np
-from highspy import HessianFormat, Highs, HighsHessian, HighsStatus, MatrixFormat, ObjSense
+from highspy import (
+    HessianFormat,
+    Highs,
+    HighsBasis,
+    HighsBasisStatus,
+    HighsHessian,
+    HighsStatus,
+    MatrixFormat,
+    ObjSense,
+)
 from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._tvo import TVO
+from ..data.basis import AT_LOWER, AT_UPPER, BASIC, FREE, Basis
 from ..data.changes import Changes
 from ..data.entries import Entries
 from ..data.view import ColumnData, View
@@ -29,6 +39,13 @@ _THRESHOLDS = {
     "infinite_bound": np.inf,
     "infinite_cost": np.inf,
 }
+_BASIS_STATUSES = {
+    AT_LOWER: HighsBasisStatus.kLower,
+    BASIC: HighsBasisStatus.kBasic,
+    AT_UPPER: HighsBasisStatus.kUpper,
+    FREE: HighsBasisStatus.kZero,
+}
+_BASIS_CHARACTERS = np.array(list(_BASIS_STATUSES))  # by HiGHS's numbers
 
 
 class LiveHighs:
@@ -214,6 +231,20 @@ class LiveHighs:
             values,
         )
 
+    def basis(self) -> Callable[[], Basis] | None:
+        """What gives the basis that HiGHS has now, None where it has none."""
+        found = self._highs.getBasis()  # a copy
+        if not found.valid:
+            return None
+        return lambda: Basis(_characters(found.col_status), _characters(found.row_status))
+
+    def set_basis(self, basis: Basis) -> None:
+        """Give HiGHS a basis to begin from; it mends one that is singular."""
+        given = HighsBasis()
+        given.col_status, given.row_status = map(_basis_statuses, basis)
+        given.valid = given.alien = True
+        self._do(self._highs.setBasis, given)
+
     def _do(self, call: Callable[..., Any], *args: Any) -> None:
         """Call HiGHS; where it refuses, ask again for its words and raise them."""
         if call(*args) == HighsStatus.kError:
@@ -222,6 +253,14 @@ class LiveHighs:
                 TVO.Error.ENGINE_FAILED,
                 f"HiGHS refused the model's data in {call.__name__}: {words}",
             )
+
+
+def _characters(statuses: Any) -> NDArray[np.str_]:
+    return _BASIS_CHARACTERS[np.fromiter(map(int, statuses), np.intp, len(statuses))]
+
+
+def _basis_statuses(characters: NDArray[np.str_]) -> list[HighsBasisStatus]:
+    return [_BASIS_STATUSES[character] for character in characters.tolist()]
 
 
 def words_of(highs: Any, call: Callable[..., Any], *args: Any) -> str | None:

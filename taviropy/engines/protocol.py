@@ -6,6 +6,7 @@ from collections.abc import Callable, Mapping
 from dataclasses import dataclass, field
 from typing import Any, ClassVar, Protocol
 
+from ..data.basis import Basis
 from ..data.changes import Changes
 from ..data.values import Floats
 from ..data.view import View
@@ -43,6 +44,7 @@ class Answer:
     optimal point stands for its own value. Values go by numbers of columns and rows, None where
     there are none; those that are wanted seldom may be functions that give them. Dual values say
     by how much the objective rises as a right-hand side does, whether it is minimized or not.
+    ``basis`` gives the basis that a simplex method ended with.
     ``missing`` says why attributes aren't there, as part of a sentence. ``nodes`` of the search
     tree and ``iterations`` of the algorithm are what the solve took.
     """
@@ -54,6 +56,7 @@ class Answer:
     reduced_costs: Floats | Callable[[], Floats] | None = None
     row_duals: Floats | Callable[[], Floats] | None = None
     quadratic_duals: Floats | None = None
+    basis: Callable[[], Basis] | None = None
     missing: Mapping[str, str] = field(default_factory=dict)
     nodes: int = 0
     iterations: int = 0
@@ -96,4 +99,12 @@ class Engine(Protocol):
 
     def close(self) -> None:
         """Release the solver's memory."""
+        ...
+
+
+class WithBasis(Engine, Protocol):
+    """One of those that `engines.ABILITIES` lists for "basis"."""
+
+    def set_basis(self, basis: Basis) -> None:
+        """Begin the next solve of what is loaded from a basis."""
         ...
