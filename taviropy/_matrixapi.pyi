@@ -133,6 +133,7 @@ class MVar(_LinearOperators):
     VarName: _Names
     X: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[NDArray[np.float64]]
+    Ray: _ReadOnly[NDArray[np.float64]]
     ObjRange: _ReadOnly[NDArray[np.float64]]
     LBRange: _ReadOnly[NDArray[np.float64]]
     UBRange: _ReadOnly[NDArray[np.float64]]
@@ -284,6 +285,7 @@ class MConstr:
     ConstrName: _Names
     Dual: _ReadOnly[NDArray[np.float64]]
     Slack: _ReadOnly[NDArray[np.float64]]
+    Certificate: _ReadOnly[NDArray[np.float64]]
     RHSRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, constrarr: NDArray[np.object_]) -> None: ...
     @classmethod

@@ -173,6 +173,7 @@ class Var(_LinearOperators, _Handle):
     Start: _Settable[float, Number]
     X: _ReadOnly[float]
     ReducedCost: _ReadOnly[float]
+    Ray: _ReadOnly[float]
     ObjRange: _ReadOnly[NDArray[np.float64]]
     LBRange: _ReadOnly[NDArray[np.float64]]
     UBRange: _ReadOnly[NDArray[np.float64]]
@@ -186,6 +187,7 @@ class Constr(_Handle):
     ConstrName: str
     Dual: _ReadOnly[float]
     Slack: _ReadOnly[float]
+    Certificate: _ReadOnly[float]
     RHSRange: _ReadOnly[NDArray[np.float64]]
     @property
     def _rowno(self) -> int: ...

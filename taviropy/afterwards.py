@@ -14,6 +14,8 @@ def find(data: ModelData, attrname: str) -> None:
     """Enter an attribute among the values of the solution; TaviroError where there is none."""
     if attrname in RANGES:
         _find_ranges(data, attrname)
+    else:
+        _find_proof(data, attrname)
 
 
 def _find_ranges(data: ModelData, attrname: str) -> None:
@@ -32,6 +34,37 @@ def _find_ranges(data: ModelData, attrname: str) -> None:
     if found is None:
         raise _none(attrname, "the model was changed since its last solve: call optimize() again")
     solution.values.update(found)
+
+
+_PROOFS = {"Ray": "unbounded", "Certificate": "infeasible"}
+_PROVEN = {"Ray": TVO.Status.UNBOUNDED, "Certificate": TVO.Status.INFEASIBLE}
+
+
+def _find_proof(data: ModelData, attrname: str) -> None:
+    """A ray or a certificate, of the model as it is now."""
+    from .engines.proofs import certificate, ray
+
+    status = data.solution.status
+    if status not in (_PROVEN[attrname], TVO.Status.INFEASIBLE_OR_UNBOUNDED):
+        raise _none(attrname, f"only a model that was solved and is {_PROOFS[attrname]} has one")
+    view = View(data)
+    columns = view.columns()
+    crossed = columns.lower > columns.upper
+    if crossed.any():
+        name = view.column_name(int(crossed.argmax()))
+        raise _none(attrname, f"nothing lies between the bounds of the variable '{name}'")
+    found = (ray if attrname == "Ray" else certificate)(view)
+    if found is None:
+        raise _none(attrname, _WHY_UNPROVEN[attrname])
+    data.solution.values[attrname] = found
+
+
+_WHY_UNPROVEN = {
+    "Ray": "no direction was found along which all constraints hold for ever",
+    "Certificate": "the linear constraints can hold together within the bounds, as long as "
+    "variables need not be integer and other constraints don't count: m.conflict() tells what "
+    "can't",
+}
 
 
 def _none(attrname: str, why: str) -> TaviroError:

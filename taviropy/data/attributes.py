@@ -30,6 +30,7 @@ ATTRIBUTES = {
     "Start": Attribute(DOUBLE, VARIABLE, 1),
     "X": Attribute(DOUBLE, VARIABLE, 0),
     "ReducedCost": Attribute(DOUBLE, VARIABLE, 0),
+    "Ray": Attribute(DOUBLE, VARIABLE, 0),
     "ObjRange": Attribute(DOUBLE, VARIABLE, 0),
     "LBRange": Attribute(DOUBLE, VARIABLE, 0),
     "UBRange": Attribute(DOUBLE, VARIABLE, 0),
@@ -38,6 +39,7 @@ ATTRIBUTES = {
     "ConstrName": Attribute(STRING, LINEAR, 1),
     "Dual": Attribute(DOUBLE, LINEAR, 0),
     "Slack": Attribute(DOUBLE, LINEAR, 0),
+    "Certificate": Attribute(DOUBLE, LINEAR, 0),
     "RHSRange": Attribute(DOUBLE, LINEAR, 0),
     "QRHS": Attribute(DOUBLE, QUADRATIC, 1),
     "QSense": Attribute(CHAR, QUADRATIC, 1),
@@ -74,7 +76,7 @@ OF_SOLUTION = frozenset(
 # with which the basis stays optimal.
 RANGES = frozenset({"ObjRange", "LBRange", "UBRange", "RHSRange"})
 # Those that are found out when they are first asked for.
-ON_DEMAND = RANGES
+ON_DEMAND = RANGES | {"Ray", "Certificate"}
 COUNTS = {
     "NumVars": VARIABLE,
     "NumConstrs": LINEAR,
