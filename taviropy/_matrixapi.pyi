@@ -132,6 +132,7 @@ class MVar(_LinearOperators):
     VType: _VTypes
     VarName: _Names
     X: _ReadOnly[NDArray[np.float64]]
+    Pool: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[NDArray[np.float64]]
     Ray: _ReadOnly[NDArray[np.float64]]
     ObjRange: _ReadOnly[NDArray[np.float64]]

@@ -94,6 +94,7 @@ class Model(ModelShell):
         Gap: _ReadOnly[float]
         Nodes: _ReadOnly[int]
         Iterations: _ReadOnly[int]
+        NumSolutions: _ReadOnly[int]
         SolveTime: _ReadOnly[float]
 
     def __init__(self, name: str = "", engine: types.EngineName = "auto") -> None:
@@ -523,7 +524,8 @@ class Model(ModelShell):
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
           Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
-          engine's algorithm), SolveTime (seconds), Engine (who answered).
+          engine's algorithm), SolveTime (seconds), Engine (who answered), NumSolutions (how many
+          points x.Pool has).
 
         NOTES:
           AttributeError for another name; TaviroError for Objective, Bound and Gap where there

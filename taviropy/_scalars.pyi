@@ -172,6 +172,7 @@ class Var(_LinearOperators, _Handle):
     VarName: str
     Start: _Settable[float, Number]
     X: _ReadOnly[float]
+    Pool: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[float]
     Ray: _ReadOnly[float]
     ObjRange: _ReadOnly[NDArray[np.float64]]

@@ -14,8 +14,17 @@ def find(data: ModelData, attrname: str) -> None:
     """Enter an attribute among the values of the solution; TaviroError where there is none."""
     if attrname in RANGES:
         _find_ranges(data, attrname)
+    elif attrname == "Pool":
+        _find_pool(data)
     else:
         _find_proof(data, attrname)
+
+
+def _find_pool(data: ModelData) -> None:
+    """The pool of a copied solution: its point alone."""
+    x = data.solution.array("X")
+    if x is not None:
+        data.solution.values["Pool"] = x[:, None]
 
 
 def _find_ranges(data: ModelData, attrname: str) -> None:

@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Callable
+from collections import deque
+from collections.abc import Callable, Iterable
 from time import perf_counter
 from typing import Any, cast
 
@@ -19,7 +20,8 @@ from .data.values import Floats
 from .data.view import View
 from .engines import check_name, choose, engine_class, own_errors
 from .engines.decided import decided
-from .engines.protocol import Answer, Engine, Run, WithBasis
+from .engines.pool import pooled, room_for
+from .engines.protocol import Answer, Engine, Found, Run, WithBasis
 from .engines.running import Log, Reporter, Row, Stop
 from .options import Options
 from .progress import Guard, Point, Progress, Watch, check_callable, lazy_rows
@@ -104,7 +106,9 @@ class Session:
         assert self._engine is not None
         try:
             with own_errors(self._name):
-                answer = self._engine.solve(view, self._run(self._name, log, stop))
+                answer = self._engine.solve(
+                    view, self._run(self._name, view.column_count, log, stop)
+                )
         except BaseException:
             self._drop_engine(data)
             raise
@@ -120,7 +124,7 @@ class Session:
             try:
                 with own_errors(name):
                     other.load(view, None)
-                    answer = other.solve(view, self._run(name, log, stop))
+                    answer = other.solve(view, self._run(name, view.column_count, log, stop))
             finally:
                 other.close()
         return answer, asked[-1]
@@ -130,7 +134,7 @@ class Session:
         """What the engine must be able to do, beyond solving the model."""
         return "lazy" if self._lazy else ""
 
-    def _run(self, name: str, log: Log, stop: Stop) -> Run:
+    def _run(self, name: str, columns: int, log: Log, stop: Stop) -> Run:
         options = self.options
         return Run(
             log,
@@ -143,6 +147,7 @@ class Session:
             options.version,
             self._reporter,
             self._lazy,
+            deque(maxlen=room_for(columns)),
         )
 
     def _in_step(
@@ -227,8 +232,10 @@ def _solution_of(answer: Answer, view: View) -> Solution:
     solution.basis = answer.basis
     if answer.x is None:
         return solution
-    x = answer.x
-    solution.objective = view.objective_at(x)
+    x, sense = answer.x, view.sense
+    best = Found(view.objective_at(x), x)
+    points: Callable[[], Iterable[Found]] = answer.pool or tuple
+    solution.objective = best.objective
     if solution.bound is None and answer.status == TVO.Status.OPTIMAL:
         solution.bound = solution.objective
     values: dict[str, Any] = {
@@ -236,6 +243,7 @@ def _solution_of(answer: Answer, view: View) -> Solution:
         "ReducedCost": answer.reduced_costs,
         "Dual": answer.row_duals,
         "QDual": answer.quadratic_duals,
+        "Pool": lambda: pooled(best, sense, points()),
     }
     rhs, activity = view.rhs, answer.row_values
     if activity is not None:

@@ -29,6 +29,7 @@ ATTRIBUTES = {
     "VarName": Attribute(STRING, VARIABLE, 1),
     "Start": Attribute(DOUBLE, VARIABLE, 1),
     "X": Attribute(DOUBLE, VARIABLE, 0),
+    "Pool": Attribute(DOUBLE, VARIABLE, 0),
     "ReducedCost": Attribute(DOUBLE, VARIABLE, 0),
     "Ray": Attribute(DOUBLE, VARIABLE, 0),
     "ObjRange": Attribute(DOUBLE, VARIABLE, 0),
@@ -63,6 +64,7 @@ ATTRIBUTES = {
     "Gap": Attribute(DOUBLE, MODEL, 0),
     "Nodes": Attribute(INTEGER, MODEL, 0),
     "Iterations": Attribute(INTEGER, MODEL, 0),
+    "NumSolutions": Attribute(INTEGER, MODEL, 0),
     "SolveTime": Attribute(DOUBLE, MODEL, 0),
 }
 
@@ -75,8 +77,8 @@ OF_SOLUTION = frozenset(
 # Those with two values an element, on an axis in front: the least and the largest value of a datum
 # with which the basis stays optimal.
 RANGES = frozenset({"ObjRange", "LBRange", "UBRange", "RHSRange"})
-# Those that are found out when they are first asked for.
-ON_DEMAND = RANGES | {"Ray", "Certificate"}
+# Those that are found out when they are first asked for; copies of a model are without them.
+ON_DEMAND = RANGES | {"Pool", "Ray", "Certificate"}
 COUNTS = {
     "NumVars": VARIABLE,
     "NumConstrs": LINEAR,

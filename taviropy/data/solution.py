@@ -106,6 +106,9 @@ class Solution:
             return self.seconds
         if attrname == "Engine":
             return self.engine
+        if attrname == "NumSolutions":
+            pool = self.array("Pool")
+            return int("X" in self.values) if pool is None else pool.shape[1]
         if attrname == "Nodes":
             return self.nodes
         if attrname == "Iterations":

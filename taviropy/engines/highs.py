@@ -21,7 +21,7 @@ from .convexity import is_convex
 from .highs_claims import Claims
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
-from .protocol import Answer, Run
+from .protocol import Answer, Found, Run
 from .running import News, Stop, as_type, in_thread
 
 _STATUSES = {
@@ -213,6 +213,7 @@ class HighsEngine(LiveHighs):
             bound = highs.getInfoValue("mip_dual_bound")[1]
             if np.isfinite(bound):
                 answer.bound = bound
+            answer.pool = run.found.copy
             text = "a model with integer variables has no dual values"
             answer.missing = dict.fromkeys(("ReducedCost", "Dual"), text)
         empty = highs.getModelStatus() == HighsModelStatus.kModelEmpty
@@ -357,7 +358,9 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
             if kind == _IMPROVING:
                 x = np.array(data_out.mip_solution)
                 value, nodes = data_out.objective_function_value, data_out.mip_node_count
-                run.reporter.tell(News(value, nodes=nodes, x=x))
+                run.found.append(Found(value, x))
+                if run.reporter:
+                    run.reporter.tell(News(value, nodes=nodes, x=x))
             elif run.reporter.is_due and not silent:
                 run.reporter.tell(_news(kind, data_out))
             if stop or is_over or raised:
@@ -372,7 +375,7 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
     if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
         for kind in _INTERRUPTS:
             highs.startCallback(kind)
-    if run.reporter and not silent:
+    if has_integers and not silent:
         highs.startCallback(_IMPROVING)
     try:
         if has_integers:

@@ -2,15 +2,23 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Mapping
+from collections import deque
+from collections.abc import Callable, Iterable, Mapping
 from dataclasses import dataclass, field
-from typing import Any, ClassVar, Protocol
+from typing import Any, ClassVar, NamedTuple, Protocol
 
 from ..data.basis import Basis
 from ..data.changes import Changes
 from ..data.values import Floats
 from ..data.view import View
 from .running import Log, Reporter, Row, Stop
+
+
+class Found(NamedTuple):
+    """A point that an engine came upon, and its objective."""
+
+    objective: float
+    x: Floats
 
 
 @dataclass
@@ -34,6 +42,8 @@ class Run:
     # Gives the rows that shall hold at a point beside those of the model. Only engines that
     # `engines.ABILITIES` lists for "lazy" are given one.
     lazy: Callable[[Floats], list[Row]] | None = None
+    # Where an engine may put the points of integer models that it comes upon, worst first.
+    found: deque[Found] = field(default_factory=deque)
 
 
 @dataclass
@@ -45,6 +55,7 @@ class Answer:
     there are none; those that are wanted seldom may be functions that give them. Dual values say
     by how much the objective rises as a right-hand side does, whether it is minimized or not.
     ``basis`` gives the basis that a simplex method ended with.
+    ``pool`` gives feasible points, `x` perhaps among them.
     ``missing`` says why attributes aren't there, as part of a sentence. ``nodes`` of the search
     tree and ``iterations`` of the algorithm are what the solve took.
     """
@@ -57,6 +68,7 @@ class Answer:
     row_duals: Floats | Callable[[], Floats] | None = None
     quadratic_duals: Floats | None = None
     basis: Callable[[], Basis] | None = None
+    pool: Callable[[], Iterable[Found]] | None = None
     missing: Mapping[str, str] = field(default_factory=dict)
     nodes: int = 0
     iterations: int = 0

@@ -22,7 +22,7 @@ from ..data.values import Floats
 from ..data.view import View
 from .certificates import has_ray
 from .optimality import ConvexProgram
-from .protocol import Answer, Run
+from .protocol import Answer, Found, Run
 from .reach import coefficients, refuse_large, smallest, warn_of_open, warn_of_small
 from .running import as_type, in_thread, silent
 from .scip_plugins import Plugins
@@ -374,8 +374,14 @@ class ScipEngine:
             answer.bound = bound
         if status in _WITH_SOLUTION and scip.getNSols():
             best = scip.getBestSol()
-            answer.x = np.array([scip.getSolVal(best, v) for v in self._variables], np.float64)
+            answer.x = self._point(scip, best)
+            answer.pool = lambda: [
+                Found(scip.getSolObjVal(each), self._point(scip, each)) for each in scip.getSols()
+            ]
         return answer
+
+    def _point(self, scip: Any, solution: Any) -> Floats:
+        return np.array([scip.getSolVal(solution, v) for v in self._variables], np.float64)
 
 
 @cache
