@@ -137,7 +137,8 @@ class Model(ModelShell):
           lb, ub (float): bounds, which may be infinite. Those of a binary variable are cut to
             [0, 1].
           obj (float): cost, its coefficient in the objective.
-          vtype (str): "C" continuous, "B" binary, "I" integer.
+          vtype (str): "C" continuous, "B" binary, "I" integer, "S" semi-continuous (zero, or
+            between the bounds), "N" semi-integer (the same, and whole).
           name (str): name; unnamed variables are "C0", "C1", ... by order of creation.
 
         RETURN VALUE:

@@ -8,8 +8,8 @@ CHAR, INTEGER, DOUBLE, STRING = 0, 1, 2, 3
 MODEL, VARIABLE, LINEAR, QUADRATIC, GENERAL = 0, 1, 2, 4, 5
 
 # An element's data hold the place of a character in these texts.
-CHARACTERS = {"VType": "CBI", "Sense": "<=>", "QSense": "<=>"}
-CONTINUOUS, BINARY, WHOLE = range(3)
+CHARACTERS = {"VType": "CBISN", "Sense": "<=>", "QSense": "<=>"}
+CONTINUOUS, BINARY, WHOLE, SEMI, SEMI_WHOLE = range(5)
 LESS, EQUAL, GREATER = range(3)
 
 

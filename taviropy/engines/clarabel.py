@@ -51,7 +51,7 @@ class ClarabelEngine:
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
         if view.has_integers:
-            return f"the variable '{view.first_integer()}' is integer"
+            return view.first_integer()
         if view.quadratic_objective is not None and not is_convex(view, final):
             return "its quadratic objective is not convex"
         if final and view.quadratic_count:

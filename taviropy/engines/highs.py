@@ -45,6 +45,7 @@ _OPTION_TYPES = {
     HighsOptionType.kString: str,
 }
 _OF_THE_LOG = ("output_flag", "log_to_console", "log_file")  # what the package's own options say
+_MOST_SEMI = 1e5  # upper bound that HiGHS takes from a semi-continuous variable
 _FEASIBLE = 2  # of HiGHS's solution statuses
 _ITERATIONS = (
     "simplex_iteration_count",
@@ -91,11 +92,18 @@ class HighsEngine(LiveHighs):
             return f"'{view.quadratic_name(0)}' is a quadratic constraint"
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
+        semi = view.columns().semi if view.is_semi.any() else None
+        if semi is not None:
+            bad = (semi.lower < 0.0) | (semi.upper > _MOST_SEMI)
+            if bad.any():
+                name = view.column_name(int(semi.at[bad.argmax()]))
+                return (
+                    f"the semi-continuous variable '{name}' has bounds beyond [0, {_MOST_SEMI:g}]"
+                )
         if view.quadratic_objective is None:
             return ""
         if view.has_integers:
-            name = view.first_integer()
-            return f"its objective is quadratic and the variable '{name}' is integer"
+            return f"its objective is quadratic and {view.first_integer()}"
         return "" if is_convex(view, final) else "its quadratic objective is not convex"
 
     # Options

@@ -97,12 +97,13 @@ class LiveHighs:
 
     def _push(self, view: View, changes: Changes) -> None:
         """Hand over changed data of columns and rows that HiGHS has."""
-        if len(changes.types):
-            at = changes.types
+        # Whether zero lies apart from the others depends on the bounds.
+        at = changes.bounds if view.is_semi.any() else changes.types
+        if len(at):
             self._do(self._highs.changeColsIntegrality, len(at), at, _types(view.columns(at)))
         if len(changes.bounds):
             at, columns = changes.bounds, view.columns(changes.bounds)
-            self._do(self._highs.changeColsBounds, len(at), at, columns.lower, columns.upper)
+            self._do(self._highs.changeColsBounds, len(at), at, *columns.own_bounds())
         if len(changes.costs):
             at = changes.costs
             self._do(self._highs.changeColsCost, len(at), at, view.costs(at))
@@ -122,11 +123,10 @@ class LiveHighs:
             view.sense,
             view.offset,
             columns.costs,
-            columns.lower,
-            columns.upper,
+            *columns.own_bounds(),
             *view.sides(),
             *arrays,
-            columns.is_integer.astype(np.int32),
+            _types(columns).astype(np.int32),
         )
         self._columns, self._rows = view.column_count, view.row_count
         if not view.has_integers:
@@ -173,15 +173,12 @@ class LiveHighs:
         warn_of_small(_TITLE, _SMALLEST, [of_entries(view, entries)])
         starts = np.searchsorted(entries.variables, np.arange(self._columns, view.column_count))
         arrays = len(entries.values), starts.astype(np.int32), entries.rows, entries.values
-        self._do(self._highs.addCols, count, columns.costs, columns.lower, columns.upper, *arrays)
-        integers = np.flatnonzero(columns.is_integer) + self._columns
-        if len(integers):
-            self._do(
-                self._highs.changeColsIntegrality,
-                len(integers),
-                integers.astype(np.int32),
-                np.ones(len(integers), np.uint8),
-            )
+        self._do(self._highs.addCols, count, columns.costs, *columns.own_bounds(), *arrays)
+        types = _types(columns)
+        at = np.flatnonzero(types)
+        if len(at):
+            numbers = (at + self._columns).astype(np.int32)
+            self._do(self._highs.changeColsIntegrality, len(at), numbers, types[at])
         self._columns = view.column_count
 
     def _add_rows(self, view: View) -> None:
@@ -316,4 +313,8 @@ def forget_types(highs: Any) -> None:
 
 
 def _types(columns: ColumnData) -> NDArray[np.uint8]:
-    return columns.is_integer.astype(np.uint8)
+    """HiGHS's numbers: 1 for integer, 2 for semi-continuous, 3 for both."""
+    types = columns.is_integer.astype(np.uint8)
+    if columns.semi is not None:
+        types[columns.semi.at] += 2
+    return types

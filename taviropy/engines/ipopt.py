@@ -93,7 +93,7 @@ class IpoptEngine:
     def refuses(cls, view: View, final: bool) -> str:
         """Why Ipopt can't take a model."""
         if view.has_integers:
-            return f"the variable '{view.first_integer()}' is integer"
+            return view.first_integer()
         indicators = view.indicators
         if indicators is not None:
             name = view.general_name(int(indicators.places[0]))

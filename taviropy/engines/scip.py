@@ -97,6 +97,7 @@ class ScipEngine:
         try:
             self._set_epsilon(view)
             self._add_variables(view)
+            self._add_semi(view)
             self._add_linear(view)
             self._add_objective(view)
             self._add_quadratic(view)
@@ -133,6 +134,21 @@ class ScipEngine:
                 names, types, lower, upper, data.costs.tolist(), strict=True
             )
         ]
+
+    def _add_semi(self, view: View) -> None:
+        """Columns that are zero where a binary variable is, and else between their own bounds."""
+        semi = view.columns().semi if view.is_semi.any() else None
+        if semi is None:
+            return
+        for at, *bounds in zip(*(part.tolist() for part in semi), strict=True):
+            value, is_on = self._variables[at], self._scip.addVar(f"on{at}", "B")
+            low, high = (None, 0.0) if bounds[0] > 0.0 else (0.0, None)
+            zero = ExprCons(Expr({Term(value): 1.0}), low, high)
+            self._scip.addConsIndicator(zero, is_on, False)
+            for bound, low, high in ((bounds[0], 0.0, None), (bounds[1], None, 0.0)):
+                if abs(bound) < _INFINITY:
+                    expr = Expr({Term(value): 1.0, Term(is_on): -bound})
+                    self._scip.addCons(ExprCons(expr, low, high))
 
     def _finite(self, values: Floats, noun: str, name: Callable[[int], str]) -> list[float | None]:
         """Bounds or sides as SCIP takes them, None for an open one."""
