@@ -41,7 +41,9 @@ if TYPE_CHECKING:
     from .relaxation import Relaxation
     from .typing import Array, Names, Number, Numbers, Sparse
 
-    type _Objective = Number | Var | LinExpr | QuadExpr | MVar | MLinExpr | MQuadExpr
+    type _Objective = (
+        Number | Var | LinExpr | QuadExpr | NLExpr | MVar | MLinExpr | MQuadExpr | MNLExpr
+    )
     type _Scalar = Number | Var | LinExpr | QuadExpr | NLExpr
     type _Matrix = Array | MVar | MLinExpr | MQuadExpr | MNLExpr
     type _Element = Var | Constr | QConstr | GenConstr | MVar | MConstr | MQConstr | MGenConstr
@@ -334,15 +336,20 @@ class Model(ModelShell):
           addVar and addMVar gave, and the offset.
 
         ARGUMENTS:
-          expr: a number, or a linear or quadratic expression, scalar or matrix with one element.
+          expr: a number, or an expression of any kind, scalar or matrix with one element.
           sense (str): "min" or "max"; TVO.MINIMIZE and TVO.MAXIMIZE are accepted as well. None
             keeps the model's sense, which is "min" at first.
 
         EXAMPLE:
           m.setObjective(c @ x + 10, "max")
           m.setObjective(x @ Q @ x)
+          m.setObjective(tv.exp(x).sum() - y)
 
         NOTES:
+          A nonlinear objective needs no variable of yours: engines add what they need. Obj of
+          variables holds the costs of a linear or quadratic one; what is set there afterwards is
+          added to a nonlinear one.
+
           ValueError for an array of several elements or an unknown sense, TaviroError as for
           addConstr; the objective stays as it was then.
         """
@@ -420,6 +427,9 @@ class Model(ModelShell):
         RETURN VALUE:
           A named tuple: costs (float64 array of shape (NumVars,)), quadratic (csr_array of shape
           (NumVars, NumVars), an upper triangle, or None), offset (float). Copies.
+
+        NOTES:
+          TaviroError for a nonlinear objective.
         """
         from .data.coefficients import read_objective
 

@@ -96,7 +96,7 @@ class _Duals(NamedTuple):
     @classmethod
     def of(cls, data: ModelData, view: View) -> _Duals | None:
         """Those of the solution, None where it doesn't have all."""
-        if view.general_count:
+        if view.general_count or view.nonlinear_objective is not None:
             return None
         counts = {"Dual": view.row_count, "QDual": view.quadratic_count}
         found = []

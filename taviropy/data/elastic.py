@@ -11,6 +11,7 @@ from numpy.typing import NDArray
 from .model_data import ModelData
 from .quadratic import QuadraticTerms
 from .rows import Columns, Rows
+from .trees import Trees
 from .values import Floats
 from .view import ColumnData, SemiColumns, View
 
@@ -175,6 +176,11 @@ class Elastic(View):
 
     @property
     def quadratic_objective(self) -> QuadraticTerms | None:
+        """None."""
+        return None
+
+    @property
+    def nonlinear_objective(self) -> Trees | None:
         """None."""
         return None
 

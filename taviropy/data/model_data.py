@@ -373,7 +373,7 @@ class ModelData(ModelCore):
         costs = self._costs(parsed.ids, parsed.costs)
         changed = np.flatnonzero(self.variables["Obj"] != costs)
         self.variables["Obj"][:] = costs
-        self.objective.replace(wanted, parsed.offset, parsed.quadratic)
+        self.objective.replace(wanted, parsed.offset, parsed.quadratic, parsed.nonlinear)
         self.changes.note("Obj", changed[changed < self.variables.placed])
 
     def _costs(self, ids: Ids, coefficients: Floats) -> Floats:

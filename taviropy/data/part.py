@@ -12,6 +12,7 @@ from .attributes import BINARY, GENERAL, LINEAR, QUADRATIC, SEMI
 from .model_data import ModelData
 from .quadratic import QuadraticTerms
 from .rows import Columns, Rows
+from .trees import Trees
 from .values import Floats
 from .view import ColumnData, Indicators, NonlinearRows, QuadraticRows, View
 
@@ -101,6 +102,11 @@ class Part(View):
 
     @property
     def quadratic_objective(self) -> QuadraticTerms | None:
+        """None."""
+        return None
+
+    @property
+    def nonlinear_objective(self) -> Trees | None:
         """None."""
         return None
 

@@ -242,9 +242,25 @@ class View:
             return None
         return QuadraticTerms(ids1[stays], ids2[stays], terms.data[stays])
 
+    @cached_property
+    def nonlinear_objective(self) -> Trees | None:
+        """Trees that are part of the objective, None without any."""
+        trees = self._data.objective.nonlinear
+        if trees is None:
+            return None
+        at = trees.variables()
+        numbers = self._data.column_numbers(trees.first[at])
+        if (numbers < 0).any():
+            raise TaviroError(
+                TVO.Error.NOT_IN_MODEL,
+                "The nonlinear objective uses a variable that isn't in the model any more: set "
+                "another objective",
+            )
+        return trees.renumbered(at, numbers)
+
     @property
     def quadratic_version(self) -> object:
-        """Something that differs where `quadratic_objective` does."""
+        """Something that differs where `quadratic_objective` or `nonlinear_objective` does."""
         data = self._data
         return data.objective.version, data.variables.numbering.next_id(), self.column_count
 
@@ -384,6 +400,8 @@ class View:
         value = float(self._data.variables.placed_part("Obj") @ x) + self.offset
         if self.quadratic_objective is not None:
             value += self.quadratic_objective.value(x)
+        if self.nonlinear_objective is not None:
+            value += float(self.nonlinear_objective.values(x).sum())
         return value
 
 

@@ -17,9 +17,9 @@ _TOLERANCE = 1e-6  # what a side may be missed by, relative to its size where th
 
 
 def decided(view: View) -> Answer | None:
-    """The answer to such a model, None for any other; TaviroError where a general constraint has
-    a variable that was removed."""
-    _ = view.nonlinear, view.indicators
+    """The answer to such a model, None for any other; TaviroError where a general constraint or a
+    nonlinear objective has a variable that was removed."""
+    _ = view.nonlinear, view.indicators, view.nonlinear_objective
     columns, (lower, upper) = view.columns(), view.sides()
     if (columns.lower > columns.upper).any() or (lower > upper).any():
         return Answer(TVO.Status.INFEASIBLE)
@@ -41,7 +41,7 @@ def _without_variables(view: View) -> Answer:
     return Answer(
         TVO.Status.OPTIMAL,
         x,
-        view.offset,
+        view.objective_at(x),
         reduced_costs=np.empty(0),
         row_duals=np.zeros(view.row_count),
         quadratic_duals=np.zeros(view.quadratic_count),
@@ -56,6 +56,7 @@ def _holds(values: Floats, lower: Floats, upper: Floats) -> bool:
 def _without_rows(view: View, columns: ColumnData) -> Answer | None:
     if (
         view.quadratic_objective is not None
+        or view.nonlinear_objective is not None
         or view.has_integers
         or not np.array_equal(columns.lower, columns.upper)
         or not np.isfinite(columns.lower).all()

@@ -90,6 +90,8 @@ class HighsEngine(LiveHighs):
         """
         if view.quadratic_count:
             return f"'{view.quadratic_name(0)}' is a quadratic constraint"
+        if view.nonlinear_objective is not None:
+            return "its objective is nonlinear"
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
         semi = view.columns().semi if view.is_semi.any() else None

@@ -304,7 +304,7 @@ class _Attempt:
     def _is_convex(self) -> bool:
         """Whether what is locally optimal is optimal; quadratic rows aren't looked into."""
         view = self._view
-        if view.general_count or view.quadratic_count:
+        if view.general_count or view.quadratic_count or view.nonlinear_objective is not None:
             return False
         return view.quadratic_objective is None or is_convex(view, True)
 

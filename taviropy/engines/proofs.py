@@ -15,7 +15,6 @@ import scipy.sparse as sp
 from highspy import HighsModelStatus, MatrixFormat
 
 from ..data.quadratic import QuadraticTerms
-from ..data.trees import VARIABLE
 from ..data.values import Floats
 from ..data.view import View
 from .certificates import is_ray, proves_no_point
@@ -32,7 +31,7 @@ def ray(view: View) -> Floats | None:
     point of the model's relaxation without integers; None where none was found.
 
     Along it linear rows and bounds stay satisfied, and nothing that is quadratic has curvature.
-    Variables of general constraints stay where they are.
+    Variables of general constraints and of a nonlinear objective stay where they are.
     """
     program = ConvexProgram(view)
     lower, upper = (np.where(np.isfinite(b), 0.0, np.sign(b)) for b in program.column_bounds)
@@ -153,11 +152,13 @@ def _symmetric(terms: QuadraticTerms, size: int) -> Any:
 
 
 def _in_general_constraints(view: View) -> Any:
-    """The columns that general constraints look at."""
+    """The columns that general constraints look at, and a nonlinear objective."""
     found = [np.empty(0, np.intp)]
+    if view.nonlinear_objective is not None:
+        found.append(view.nonlinear_objective.first[view.nonlinear_objective.variables()])
     if view.nonlinear is not None:
         trees, columns = view.nonlinear.trees, view.nonlinear.columns
-        found += [trees.first[trees.codes == VARIABLE], columns[columns >= 0]]
+        found += [trees.first[trees.variables()], columns[columns >= 0]]
     if view.indicators is not None:
         found += [view.indicators.columns, view.indicators.rows.ids]
     return np.unique(np.concatenate(found)).astype(np.intp)

@@ -180,10 +180,22 @@ class ScipEngine:
             value = scip.addVar("objective", "C", None, None, 1.0)
             expr = Expr(self._pair_terms(view.quadratic_objective) | {Term(value): -1.0})
             scip.addCons(ExprCons(expr, None if minimizing else 0.0, 0.0 if minimizing else None))
+        self._add_nonlinear_objective(view)
         if minimizing:
             scip.setMinimize()
         else:
             scip.setMaximize()
+
+    def _add_nonlinear_objective(self, view: View) -> None:
+        """A variable for each addend, which the objective pushes against it."""
+        trees, scip = view.nonlinear_objective, self._scip
+        if trees is None:
+            return
+        translator = TreeTranslator(scip, trees, self._variables, lambda k: "objective")
+        sides = (None, 0.0) if view.sense == TVO.MINIMIZE else (0.0, None)
+        for k in range(trees.count):
+            value = scip.addVar(f"objective{k}", "C", None, None, 1.0)
+            scip.addCons(ExprCons(translator.translate(k) - value, *sides))
 
     def _add_quadratic(self, view: View) -> None:
         quadratic = view.quadratic_rows
@@ -279,7 +291,8 @@ class ScipEngine:
             return TVO.Status.INFEASIBLE
         if status != "optimal":
             return TVO.Status.INFEASIBLE_OR_UNBOUNDED
-        if view.quadratic_objective or view.quadratic_count or view.general_count:
+        is_linear = view.quadratic_objective is None and view.nonlinear_objective is None
+        if not is_linear or view.quadratic_count or view.general_count:
             return TVO.Status.UNBOUNDED
         if has_ray(ConvexProgram(view), deadline - perf_counter()):
             return TVO.Status.UNBOUNDED
