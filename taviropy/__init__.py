@@ -116,7 +116,7 @@ def read(path: "str | PathLike[str]") -> Model:
 
       FileNotFoundError for a missing file, another OSError for one that can't be opened, and
       TaviroError, with the number and the text of the line, for what can't be understood or what
-      a model can't hold: semi-continuous variables, special ordered sets. Texts are UTF-8, or
+      a model can't hold: special ordered sets. Texts are UTF-8, or
       Latin-1 where they aren't.
     """
     from ._scalars import data_of

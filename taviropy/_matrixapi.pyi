@@ -132,7 +132,12 @@ class MVar(_LinearOperators):
     VType: _VTypes
     VarName: _Names
     X: _ReadOnly[NDArray[np.float64]]
+    Pool: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[NDArray[np.float64]]
+    Ray: _ReadOnly[NDArray[np.float64]]
+    ObjRange: _ReadOnly[NDArray[np.float64]]
+    LBRange: _ReadOnly[NDArray[np.float64]]
+    UBRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, arr: NDArray[np.object_]) -> None: ...
     @staticmethod
     def fromlist(varlist: Iterable[Any]) -> MVar: ...
@@ -281,6 +286,8 @@ class MConstr:
     ConstrName: _Names
     Dual: _ReadOnly[NDArray[np.float64]]
     Slack: _ReadOnly[NDArray[np.float64]]
+    Certificate: _ReadOnly[NDArray[np.float64]]
+    RHSRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, constrarr: NDArray[np.object_]) -> None: ...
     @classmethod
     def fromlist(cls, constrlist: Iterable[Any]) -> Self: ...

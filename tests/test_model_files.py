@@ -467,7 +467,6 @@ LP = "min\n obj: x + y\nst\n c: x + y >= 1\nbounds\n 2 <= x <= 8\nend\n"
         (MPS, "y c 1", "y c nan", 7, "'nan' is no finite number"),
         (MPS, " L c", " L c\n G c", 5, "a row 'c' already"),
         (MPS, "UP b x", "UQ b x", 11, "'UQ' is no type of bound"),
-        (MPS, "UP b x", "SC b x", 11, "'x' is semi-continuous"),
         (MPS, "UP b x", "UP b q", 11, "no column 'q'"),
         (MPS, "r c 3", "r c 3\n s c 4", 10, "two sets of data, 'r' and 's'"),
         (MPS, "BOUNDS", "SOS1\n S1 s\nBOUNDS", 10, "'SOS1' is no section"),
@@ -480,7 +479,6 @@ LP = "min\n obj: x + y\nst\n c: x + y >= 1\nbounds\n 2 <= x <= 8\nend\n"
         (LP, "x + y >= 1", "b = 2 -> x >= 1", 4, "an indicator is a variable"),
         (LP, "x + y\n", "x + [ y^2 ]\n", 2, "'\\[ ... \\] / 2'"),
         (LP, "2 <= x", "2 <= 3 x", 6, "a bound is '1 <= x <= 2'"),
-        (LP, "end", "semi-continuous\n x\nend", 8, "'x' is semi-continuous"),
         (LP, "end", "sos\n s1: S1:: x:1\nend", 8, "section 'sos' can't be read"),
     ],
 )

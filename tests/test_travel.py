@@ -220,7 +220,7 @@ def test_closed_and_foreign_models_are_refused(m, monkeypatch):
     x = m.addMVar(2)
     stream = pickle.dumps(m)
     monkeypatch.setattr(travel, "FORMAT", 7)
-    with pytest.raises(pickle.UnpicklingError, match="format 1, but .* reads format 7"):
+    with pytest.raises(pickle.UnpicklingError, match="format 2, but .* reads format 7"):
         pickle.loads(stream)
     monkeypatch.undo()
     state = travel.packed(data_of(m))

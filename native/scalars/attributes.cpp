@@ -108,6 +108,8 @@ Ref read_attribute(HandleObject* handle, PyObject* name) {
     PyList_SET_ITEM(indices.get(), 0, index.release());
     Ref values = call_attrutil("_gettypedattrlist",
                                {as_object(handle), name, info.datatype.get(), indices.get()});
+    if (is_ndarray(values.get()) && dimensions(values.get()) == 2)  // several values an element
+        return checked(PyObject_CallMethod(values.get(), "ravel", nullptr));
     Ref value = checked(PySequence_GetItem(values.get(), 0));
     return plain_value(info.type, value.get());
 }

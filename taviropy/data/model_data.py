@@ -20,6 +20,7 @@ from .attributes import (
     KIND_NAMES,
     LINEAR,
     OF_SOLUTION,
+    ON_DEMAND,
     QUADRATIC,
     STRING,
     VARIABLE,
@@ -340,7 +341,7 @@ class ModelData(ModelCore):
         costs = self._costs(parsed.ids, parsed.costs)
         changed = np.flatnonzero(self.variables["Obj"] != costs)
         self.variables["Obj"][:] = costs
-        self.objective.replace(wanted, parsed.offset, parsed.quadratic)
+        self.objective.replace(wanted, parsed.offset, parsed.quadratic, parsed.nonlinear)
         self.changes.note("Obj", changed[changed < self.variables.placed])
 
     def _costs(self, ids: Ids, coefficients: Floats) -> Floats:
@@ -393,6 +394,8 @@ class ModelData(ModelCore):
         self.check_open()
         datatype, kind, _ = ATTRIBUTES[attrname]
         if attrname in OF_SOLUTION:
+            if attrname in ON_DEMAND and attrname not in self.solution.values and not self.lock:
+                self.session.find(self, attrname)
             return self.solution.read(attrname, positions, self.elements_of(kind))
         elements = self.elements_of(kind)
         if datatype == STRING:

@@ -11,6 +11,7 @@ from numpy.typing import NDArray
 from .._exception import TaviroError
 from .._tvo import TVO
 from .attributes import ATTRIBUTES, KIND_NAMES
+from .basis import Basis
 from .elements import Elements
 from .values import Floats
 
@@ -53,6 +54,7 @@ class Solution:
         self.seconds = 0.0
         self.engine = ""  # who answered
         self.nodes = self.iterations = 0  # what that took
+        self._basis: Basis | Callable[[], Basis] | None = None
 
     def array(self, attrname: str) -> Floats | None:
         """The values of a solution attribute, None where there are none."""
@@ -60,6 +62,17 @@ class Solution:
         if callable(values):
             values = self.values[attrname] = values()
         return values
+
+    @property
+    def basis(self) -> Basis | None:
+        """The basis that the solve ended with, None where there is none."""
+        if callable(self._basis):
+            self._basis = self._basis()
+        return self._basis
+
+    @basis.setter
+    def basis(self, basis: Basis | Callable[[], Basis] | None) -> None:
+        self._basis = basis
 
     def keep(self, kind: int, kept: NDArray[Any]) -> None:
         """Follow the removal of elements: `kept` are the old indices that stay."""
@@ -82,7 +95,7 @@ class Solution:
                 f"There is no '{attrname}' of {noun} '{elements.name_of(where)}': it was added "
                 f"after the last solve; call optimize() again",
             )
-        values: Floats = array[positions]
+        values: Floats = array[positions].T  # several values an element have an axis in front
         return values
 
     def result(self, attrname: str) -> Any:
@@ -93,6 +106,9 @@ class Solution:
             return self.seconds
         if attrname == "Engine":
             return self.engine
+        if attrname == "NumSolutions":
+            pool = self.array("Pool")
+            return int("X" in self.values) if pool is None else pool.shape[1]
         if attrname == "Nodes":
             return self.nodes
         if attrname == "Iterations":

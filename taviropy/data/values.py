@@ -191,8 +191,8 @@ def type_codes(vtype: object, shape: Shape) -> int | Codes:
 
 def _unknown_type(vtype: object) -> TaviroError:
     return invalid(
-        f"There is no variable type {shortened(vtype)}: use 'C' (continuous), 'B' (binary) or "
-        f"'I' (integer)"
+        f"There is no variable type {shortened(vtype)}: use 'C' (continuous), 'B' (binary), "
+        f"'I' (integer), 'S' (semi-continuous) or 'N' (semi-integer)"
     )
 
 

@@ -17,10 +17,11 @@ _TOLERANCE = 1e-6  # what a side may be missed by, relative to its size where th
 
 
 def decided(view: View) -> Answer | None:
-    """The answer to such a model, None for any other; TaviroError where a general constraint has
-    a variable that was removed."""
+    """The answer to such a model, None for any other; TaviroError where a general constraint or a
+    nonlinear objective has a variable that was removed."""
     if view.general_count:
         _ = view.nonlinear, view.indicators
+    _ = view.nonlinear_objective
     if any((view.has_crossed_bounds, view.has_crossed_sides)):  # both look for infinite ones
         return Answer(TVO.Status.INFEASIBLE)
     if not view.column_count:
@@ -41,7 +42,7 @@ def _without_variables(view: View) -> Answer:
     return Answer(
         TVO.Status.OPTIMAL,
         x,
-        view.offset,
+        view.objective_at(x),
         reduced_costs=np.empty(0),
         row_duals=np.zeros(view.row_count),
         quadratic_duals=np.zeros(view.quadratic_count),
@@ -57,6 +58,7 @@ def _without_rows(view: View) -> Answer | None:
     columns = view.columns()
     if (
         view.quadratic_objective is not None
+        or view.nonlinear_objective is not None
         or view.has_integers
         or not np.array_equal(columns.lower, columns.upper)
         or not np.isfinite(columns.lower).all()

@@ -22,7 +22,7 @@ from .convexity import is_convex
 from .highs_claims import Claims
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
 from .highs_quadratic import Multiplied, QuadraticProgram
-from .protocol import Answer, Run
+from .protocol import Answer, Found, Run
 from .running import Log, News, Stop, as_type, in_thread
 
 _STATUSES = {
@@ -52,6 +52,7 @@ _OPTION_TYPES = {
     HighsOptionType.kString: str,
 }
 _OF_THE_LOG = ("output_flag", "log_to_console", "log_file")  # what the package's own options say
+_MOST_SEMI = 1e5  # upper bound that HiGHS takes from a semi-continuous variable
 _FEASIBLE = 2  # of HiGHS's solution statuses
 _ITERATIONS = (
     "simplex_iteration_count",
@@ -102,13 +103,22 @@ class HighsEngine(LiveHighs):
         """
         if view.quadratic_count:
             return f"'{view.quadratic_name(0)}' is a quadratic constraint"
+        if view.nonlinear_objective is not None:
+            return "its objective is nonlinear"
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
+        semi = view.columns().semi if view.is_semi.any() else None
+        if semi is not None:
+            bad = (semi.lower < 0.0) | (semi.upper > _MOST_SEMI)
+            if bad.any():
+                name = view.column_name(int(semi.at[bad.argmax()]))
+                return (
+                    f"the semi-continuous variable '{name}' has bounds beyond [0, {_MOST_SEMI:g}]"
+                )
         if view.quadratic_objective is None:
             return ""
         if view.has_integers:
-            name = view.first_integer()
-            return f"its objective is quadratic and the variable '{name}' is integer"
+            return f"its objective is quadratic and {view.first_integer()}"
         return "" if is_convex(view, final) else "its quadratic objective is not convex"
 
     # Options
@@ -229,12 +239,15 @@ class HighsEngine(LiveHighs):
             bound = highs.getInfoValue("mip_dual_bound")[1]
             if np.isfinite(bound):
                 answer.bound = bound
+            answer.pool = run.found.copy
             text = "a model with integer variables has no dual values"
             answer.missing = dict.fromkeys(("ReducedCost", "Dual"), text)
         empty = highs.getModelStatus() == HighsModelStatus.kModelEmpty
         is_feasible = highs.getInfoValue("primal_solution_status")[1] == _FEASIBLE
         if status not in _WITH_SOLUTION or not (is_feasible or empty):
             return answer
+        if not view.has_integers and view.quadratic_objective is None:
+            answer.basis = self.basis()
         found = highs.getSolution()  # a copy, which gives lists: they become arrays when asked for
         answer.x = np.array(found.col_value)
         answer.row_values = lambda: np.array(found.row_value)
@@ -424,7 +437,9 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
             if kind == _IMPROVING:
                 x = np.array(data_out.mip_solution)
                 value, nodes = data_out.objective_function_value, data_out.mip_node_count
-                run.reporter.tell(News(value, nodes=nodes, x=x))
+                run.found.append(Found(value, x))
+                if run.reporter:
+                    run.reporter.tell(News(value, nodes=nodes, x=x))
             elif run.reporter.is_due and not silent:
                 run.reporter.tell(_news(kind, data_out))
             if stop or is_over or raised:
@@ -435,7 +450,7 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
     kinds = [_LOGGING] if is_loud and not log.is_process_output else []
     if has_integers or _size(highs) > _BRIEF or highs.getHessianNumNz() or run.reporter:
         kinds.extend(_INTERRUPTS)
-    if run.reporter and not silent:
+    if has_integers and not silent:
         kinds.append(_IMPROVING)
     if kinds:
         highs.setCallback(answer, None)

@@ -256,7 +256,12 @@ nb::object getAttr(const HandleClass& type, nb::handle self, nb::handle attrname
         raise(PyExc_UnboundLocalError,
               "cannot access local variable 'dtype' where it is not "
               "associated with a value");
-    return np.attr("array")(values, "dtype"_a = dtype).attr("reshape")(nb::getattr(self, "shape"));
+    nb::object array = np.attr("array")(values, "dtype"_a = dtype);
+    nb::object shape = nb::getattr(self, "shape");
+    // An attribute with several values an element has an axis for them in front.
+    if (nb::cast<int>(array.attr("ndim")) == 2)
+        shape = nb::make_tuple(nb::len(array)) + nb::tuple(shape);
+    return array.attr("reshape")(shape);
 }
 
 nb::object setAttr(const HandleClass& type, nb::handle self, nb::handle attrname,
