@@ -41,6 +41,7 @@ from ._matrixapi import (
 )
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
+from .showing import attach as _attach_showing
 from .solve_all import solveAll
 
 TYPE_CHECKING = False
@@ -85,6 +86,7 @@ __all__ = [
 ]
 
 _attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
+_attach_showing()
 
 _pickling.register()
 

@@ -18,6 +18,8 @@ if TYPE_CHECKING:
     from os import PathLike
     from typing import Any, Literal, NoReturn, Self
 
+    from matplotlib.axes import Axes
+
     from . import typing as types
     from ._matrixapi import MConstr, MGenConstr, MLinExpr, MNLExpr, MQConstr, MQuadExpr, MVar
     from ._scalars import (
@@ -38,6 +40,7 @@ if TYPE_CHECKING:
     from .data.model_data import ModelData
     from .progress import Point, Progress
     from .relaxation import Relaxation
+    from .showing.summary import Summary
     from .typing import Array, Names, Number, Numbers, Sparse
 
     type _Objective = Number | Var | LinExpr | QuadExpr | MVar | MLinExpr | MQuadExpr
@@ -106,7 +109,14 @@ class Model(ModelShell):
         attach(self, data)
 
     def __repr__(self) -> str:
-        return data_of(self).text()
+        from .showing.summary import short_text
+
+        return short_text(data_of(self))
+
+    def _repr_html_(self) -> str:
+        from .showing.html import model_html
+
+        return model_html(data_of(self))
 
     def __enter__(self) -> Self:
         return self
@@ -423,6 +433,60 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         return read_objective(data)
+
+    # To look at
+
+    def summary(self) -> Summary:
+        """
+        ROUTINE:
+          summary()
+
+        PURPOSE:
+          The model at a glance: how many elements of each kind, the ranges of its coefficients,
+          costs, bounds and right-hand sides, what may give trouble, engine and status.
+
+        RETURN VALUE:
+          A Summary: printed as a table; counts and ranges (dictionaries), nonzeros, engine, status
+          and warnings (texts that name elements and say what helps).
+
+        EXAMPLE:
+          print(m.summary())
+
+        NOTES:
+          As of the last update(); a warning tells of what waits.
+        """
+        from .showing.summary import summary_of
+
+        data = data_of(self)
+        data.check_open()
+        return summary_of(data)
+
+    def spy(self, ax: Axes | None = None) -> Axes:
+        """
+        ROUTINE:
+          spy(ax=None)
+
+        PURPOSE:
+          Draw where the linear constraints have coefficients: the pattern of the matrix.
+
+        ARGUMENTS:
+          ax (matplotlib Axes): where to draw; None for a new figure.
+
+        RETURN VALUE:
+          The Axes. Above 100,000 nonzeros the colour of an area tells how many there are.
+
+        EXAMPLE:
+          m.spy().figure.savefig("matrix.png")
+
+        NOTES:
+          As of the last update(). ImportError without matplotlib
+          (pip install 'taviropy[notebook]').
+        """
+        from .showing.drawing import draw_matrix
+
+        data = data_of(self)
+        data.check_open()
+        return draw_matrix(data, ax)
 
     # Removal
 

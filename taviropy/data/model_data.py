@@ -148,17 +148,6 @@ class ModelData(ModelCore):
             if name != "lock":
                 del self.__dict__[name]
 
-    def text(self) -> str:
-        """The model in a line."""
-        if self.lock is CLOSED:
-            return "<taviropy.Model (closed)>"
-        counts = ", ".join(
-            f"{self.numbering(kind).count()} {name[3:]}" for name, kind in COUNTS.items()
-        )
-        waiting = sum(n.size() - n.count() for n in map(self.numbering, KIND_NAMES))
-        more = f", {waiting} awaiting update" if waiting else ""
-        return f"<taviropy.Model {self.name!r}: {counts}{more}>"
-
     # Elements
 
     @property
