@@ -128,3 +128,13 @@ def read(path: "str | PathLike[str]") -> Model:
     contents.enter(data_of(model))
     model.update()
     return model
+
+
+if not TYPE_CHECKING:  # A checker knows the names that there are.
+
+    def __getattr__(name: str) -> object:
+        from .suggestions import for_module
+
+        cure = for_module(name, __all__)
+        text = f"module 'taviropy' has no attribute '{name}'"
+        raise AttributeError(f"{text}: {cure}" if cure else text)

@@ -11,7 +11,7 @@ from typing import TYPE_CHECKING, overload
 
 from . import _attrutil
 from ._scalars import ModelShell, TempConstr, attach, data_of
-from .data.attributes import LINEAR, MODEL, VARIABLE
+from .data.attributes import COUNTS, LINEAR, MODEL, VARIABLE
 
 if TYPE_CHECKING:
     from collections.abc import Callable, Sequence
@@ -556,9 +556,12 @@ class Model(ModelShell):
           The first Var in the model with this VarName, or None.
 
         NOTES:
-          Looks through all names; to find many, build a dictionary over getVars().
+          Looks through all names; to find many, build a dictionary over getVars(). TaviroError
+          for one that waits for update().
         """
-        found: Var | None = data_of(self).by_name(VARIABLE, name)
+        from .data.waiting import find
+
+        found: Var | None = find(data_of(self), VARIABLE, name)
         return found
 
     def getConstrByName(self, name: str) -> Constr | None:
@@ -571,8 +574,13 @@ class Model(ModelShell):
 
         RETURN VALUE:
           The first Constr in the model with this ConstrName, or None.
+
+        NOTES:
+          TaviroError for one that waits for update().
         """
-        found: Constr | None = data_of(self).by_name(LINEAR, name)
+        from .data.waiting import find
+
+        found: Constr | None = find(data_of(self), LINEAR, name)
         return found
 
     # Attributes
@@ -590,11 +598,17 @@ class Model(ModelShell):
 
         NOTES:
           AttributeError for another name; TaviroError for Objective, Bound and Gap where there
-          is none.
+          is none. Counts are as of the last update(), with a warning where something waits.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
-        return data_of(self).read_own(attrname)
+            _attrutil._refuse(self, attrname)
+        data = data_of(self)
+        value = data.read_own(attrname)
+        if attrname in COUNTS:
+            from .data.waiting import warn_of_count
+
+            warn_of_count(data, attrname)
+        return value
 
     def setAttr(self, attrname: str, value: object) -> None:
         """
@@ -609,7 +623,7 @@ class Model(ModelShell):
         """
         kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
         if kind != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+            _attrutil._refuse(self, attrname)
         if not settable:
             raise AttributeError(f"Attribute '{attrname}' cannot be set")
         data_of(self).write_own(attrname, value)

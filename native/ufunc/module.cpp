@@ -85,31 +85,47 @@ bool is_in_place(const Operator& entry, PyObject* left, PyObject* keywords) {
     return axes && PyDict_GET_SIZE(keywords) == 2 && is_axes_of_matmul(axes.get());
 }
 
+/// Throws the error that is set, with a line below it for who reads it.
+[[noreturn]] void raise_with_note(const char* text) {
+    Ref error = checked(PyErr_GetRaisedException());
+    Ref(PyObject_CallMethod(error.get(), "add_note", "s", text));
+    PyErr_Clear();
+    PyErr_SetRaisedException(error.release());
+    throw PythonError();
+}
+
 /// Python's own words for operands that don't go together.
 [[noreturn]] void refuse(const Operator& entry, bool in_place, PyObject* left, PyObject* right) {
     const char* first = Py_TYPE(left)->tp_name;
     const char* second = Py_TYPE(right)->tp_name;
-    if (entry.kind == Kind::order)
-        raise(PyExc_TypeError, "'%s' not supported between instances of '%.100s' and '%.100s'",
-              entry.symbol, first, second);
+    if (entry.kind == Kind::order) {
+        PyErr_Format(PyExc_TypeError,
+                     "'%s' not supported between instances of '%.100s' and '%.100s'", entry.symbol,
+                     first, second);
+        const bool is_strict = entry.symbol[1] == '\0';
+        raise_with_note(is_strict ? "Use <= or >=: models have no strict inequalities."
+                                  : "Bound a variable instead: y == expression, and y <= number.");
+    }
     const bool is_power = entry.symbol[0] == '*' && entry.symbol[1] == '*';
     raise(PyExc_TypeError, "unsupported operand type(s) for %s%s: '%.100s' and '%.100s'",
           in_place && is_power ? "**" : entry.symbol, in_place ? "=" : "", first, second);
 }
 
-/// A comparison that a class lacks. Beside an array it raises what Python would: the array's turn
-/// would come next, and its function could not tell which operand stood where.
+/// A comparison that a class lacks. Beside an array or a number it raises what Python would. An
+/// array's turn would come next, and its function could not tell which operand stood where; a
+/// number has none, and with it people are told what to do.
 template <const char* const& name>
 Ref undefined_order(PyObject* self, PyObject* other) {
+    bool is_data = PyLong_CheckExact(other) || PyFloat_CheckExact(other);
     for (const char* kind : {"ndarray", "generic"}) {
-        Ref type = import_name("numpy", kind);
-        const int is_array = PyObject_IsInstance(other, type.get());
+        if (is_data) break;
+        const int is_array = PyObject_IsInstance(other, import_name("numpy", kind).get());
         check(is_array);
-        if (!is_array) continue;
-        for (const Operator& entry : operators)
-            if (entry.kind == Kind::order && std::string_view(entry.forward) == name)
-                refuse(entry, false, self, other);
+        is_data = is_array;
     }
+    for (const Operator& entry : operators)
+        if (is_data && entry.kind == Kind::order && std::string_view(entry.forward) == name)
+            refuse(entry, false, self, other);
     return not_implemented();
 }
 

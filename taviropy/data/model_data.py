@@ -211,14 +211,6 @@ class ModelData(ModelCore):
         elements = self.elements_of(kind)
         return self.elements(kind, elements.ids()[: elements.placed])
 
-    def by_name(self, kind: int, name: str) -> Any:
-        """A handle on the first element in place that has the name, or None."""
-        elements = self.elements_of(kind)
-        names = elements.all_names()
-        if name not in names:
-            return None
-        return self.elements(kind, elements.ids()[[names.index(name)]])[0]
-
     # Additions
 
     def add_var(self, lb: Any, ub: Any, obj: Any, vtype: Any, name: Any) -> Var:

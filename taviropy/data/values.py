@@ -179,9 +179,11 @@ def type_codes(vtype: object, shape: Shape) -> int | Codes:
 
 
 def _unknown_type(vtype: object) -> TaviroError:
+    first = vtype[:1].upper() if isinstance(vtype, str) else ""
+    near = f"did you mean {first!r}? Otherwise " if first and first in _TYPES else ""
     return invalid(
-        f"There is no variable type {shortened(vtype)}: use 'C' (continuous), 'B' (binary) or "
-        f"'I' (integer)"
+        f"There is no variable type {shortened(vtype)}: {near}use 'C' (continuous), 'B' (binary) "
+        f"or 'I' (integer)"
     )
 
 
