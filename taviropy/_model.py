@@ -6,6 +6,7 @@ Nothing of the package stands among the attributes of a Model's own: those belon
 
 from __future__ import annotations
 
+from collections.abc import Iterator
 from sys import getrefcount, version_info
 from typing import TYPE_CHECKING, overload
 
@@ -196,6 +197,11 @@ class Model(ModelShell):
         made = data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
         if columns is not None:
             try:
+                if not isinstance(columns, tuple | list) or len(columns) != 2:
+                    raise TypeError(
+                        f"'columns' takes a pair of constraints and coefficients, not "
+                        f"{type(columns).__name__}: columns=(constrs, coefficients)"
+                    )
                 constrs, coefficients = columns
                 self.setCoefficients(constrs, made, coefficients)
             except BaseException:
@@ -621,11 +627,15 @@ class Model(ModelShell):
         NOTES:
           AttributeError for another name, TaviroError for a value that doesn't fit.
         """
+        from .suggestions import for_read_only
+
         kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
         if kind != MODEL:
             _attrutil._refuse(self, attrname)
         if not settable:
-            raise AttributeError(f"Attribute '{attrname}' cannot be set")
+            error = AttributeError(f"Attribute '{attrname}' cannot be set")
+            error.add_note(for_read_only(MODEL, attrname))
+            raise error
         data_of(self).write_own(attrname, value)
 
     if not TYPE_CHECKING:  # A checker refuses names that are not declared.
@@ -976,6 +986,11 @@ def _refuse_constr(constr: object) -> NoReturn:
     raise TypeError(
         f"addConstr needs a comparison of expressions such as 'A @ x <= b', not "
         f"{type(constr).__name__}"
+        + (
+            ": add each by a call of its own, or all in one comparison of blocks"
+            if isinstance(constr, list | tuple | Iterator)
+            else ""
+        )
         + (
             ": Python decided the comparison itself, as it does between plain values, and for '==' "
             "between an MNLExpr and a number; write 'y == x ** 3' with an MVar or Var y"

@@ -78,6 +78,7 @@ _OF_MODELS = {
     "dualbound": "Bound",
     "export": "write",
     "free": "close",
+    "getdual": "Dual of the constraints",
     "getobjval": "Objective",
     "getsolvingtime": "SolveTime",
     "getstatus": "Status",
@@ -86,16 +87,22 @@ _OF_MODELS = {
     "infeasibilities": "conflict",
     "maximize": "setObjective(expression, 'max')",
     "minimize": "setObjective(expression, 'min')",
+    "log": "setOption('log', ...)",
+    "logfile": "setOption('logFile', ...)",
     "nodecount": "Nodes",
     "objectivevalue": "Objective",
     "optimise": "optimize",
+    "read": "tv.read(path)",
     "run": "optimize",
     "save": "write",
+    "seed": "setOption('seed', ...)",
     "setmaximize": "setObjective(expression, 'max')",
     "setminimize": "setObjective(expression, 'min')",
     "solve": "optimize",
     "terminationcondition": "Status",
     "time": "SolveTime",
+    "threads": "setOption('threads', ...)",
+    "timelimit": "setOption('timeLimit', ...)",
     "tofile": "write",
     "value": "Objective",
     "variables": "getVars",
@@ -105,6 +112,7 @@ _OF_MODULE = {
     "dot": "use the operator @",
     "inf": "use float('inf')",
     "infinity": "use float('inf')",
+    "load": "use tv.read(path)",
     "log10": "use tv.log(x) / np.log(10)",
     "max": "add a variable t to the model with t >= x",
     "maximize": "use m.setObjective(expression, 'max')",
@@ -169,8 +177,27 @@ def for_attribute(cls: type, name: str) -> str:
         return near
     foreign = {_bare(each): each for each in ATTRIBUTES}.get(_bare(name))
     if foreign:
-        return f"{foreign} is one of {_OWNERS[ATTRIBUTES[foreign].kind]}"
+        return for_foreign(kind, foreign)
     return f"its attributes are {', '.join(attributes)}"
+
+
+def for_foreign(kind: int, name: str) -> str:
+    """What to use in place of an attribute that elements of another kind have."""
+    own = [each for each, attribute in ATTRIBUTES.items() if attribute.kind == kind]
+    twin = next((each for each in own if each[-len(name) :] == name), "")
+    instead = f"use {twin}" if twin else f"those of {_OWNERS[kind]} are {', '.join(own)}"
+    return f"{name} belongs to {_OWNERS[ATTRIBUTES[name].kind]}: {instead}"
+
+
+def for_read_only(kind: int, name: str) -> str:
+    """What can be set in place of an attribute that can only be read."""
+    settable = [each for each, (_, of, is_set) in ATTRIBUTES.items() if of == kind and is_set]
+    return f"The model or its solve gives {name}: what can be set are {', '.join(settable)}"
+
+
+def for_shape(shape: tuple[int, ...], given: tuple[int, ...]) -> str:
+    """How to mend values that don't fit the elements."""
+    return f"The values have shape {given}: give a scalar, or an array of shape {shape}"
 
 
 def for_module(name: str, names: Iterable[str]) -> str:

@@ -8,6 +8,7 @@
 #include <array>
 #include <string_view>
 
+#include "base/errors.hpp"
 #include "base/python.hpp"
 
 namespace taviropy {
@@ -85,30 +86,33 @@ bool is_in_place(const Operator& entry, PyObject* left, PyObject* keywords) {
     return axes && PyDict_GET_SIZE(keywords) == 2 && is_axes_of_matmul(axes.get());
 }
 
-/// Throws the error that is set, with a line below it for who reads it.
-[[noreturn]] void raise_with_note(const char* text) {
-    Ref error = checked(PyErr_GetRaisedException());
-    Ref(PyObject_CallMethod(error.get(), "add_note", "s", text));
-    PyErr_Clear();
-    PyErr_SetRaisedException(error.release());
-    throw PythonError();
-}
-
 /// Python's own words for operands that don't go together.
 [[noreturn]] void refuse(const Operator& entry, bool in_place, PyObject* left, PyObject* right) {
     const char* first = Py_TYPE(left)->tp_name;
     const char* second = Py_TYPE(right)->tp_name;
     if (entry.kind == Kind::order) {
+        const bool is_strict = entry.symbol[1] == '\0';
+        Ref note = checked(PyUnicode_FromString(
+            is_strict ? "Use <= or >=: models have no strict inequalities. For a maximum add a "
+                        "variable t with t >= each."
+                      : "Bound a variable instead: y == expression, and y <= number."));
         PyErr_Format(PyExc_TypeError,
                      "'%s' not supported between instances of '%.100s' and '%.100s'", entry.symbol,
                      first, second);
-        const bool is_strict = entry.symbol[1] == '\0';
-        raise_with_note(is_strict ? "Use <= or >=: models have no strict inequalities."
-                                  : "Bound a variable instead: y == expression, and y <= number.");
+        raise_with_note(note.get());
     }
     const bool is_power = entry.symbol[0] == '*' && entry.symbol[1] == '*';
     raise(PyExc_TypeError, "unsupported operand type(s) for %s%s: '%.100s' and '%.100s'",
           in_place && is_power ? "**" : entry.symbol, in_place ? "=" : "", first, second);
+}
+
+bool is_undefined_order(PyObject* method);
+
+/// Whether the class of an operand is one of those that lack a comparison.
+bool lacks(PyObject* operand, const char* name) {
+    Ref method(PyObject_GetAttrString(as_object(Py_TYPE(operand)), name));
+    if (!method) PyErr_Clear();
+    return method && is_undefined_order(method.get());
 }
 
 /// A comparison that a class lacks. Beside an array or a number it raises what Python would. An
@@ -123,9 +127,10 @@ Ref undefined_order(PyObject* self, PyObject* other) {
         check(is_array);
         is_data = is_array;
     }
-    for (const Operator& entry : operators)
-        if (is_data && entry.kind == Kind::order && std::string_view(entry.forward) == name)
-            refuse(entry, false, self, other);
+    for (const Operator& entry : operators) {
+        if (entry.kind != Kind::order || std::string_view(entry.forward) != name) continue;
+        if (is_data || lacks(other, entry.reflected)) refuse(entry, false, self, other);
+    }
     return not_implemented();
 }
 

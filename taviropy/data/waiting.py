@@ -19,6 +19,8 @@ _PACKAGE = str(Path(__file__).parents[1])
 def find(data: ModelData, kind: int, name: str) -> Any:
     """A handle on the first element in place that has the name, or None; TaviroError where it is
     one that waits for an update."""
+    if not isinstance(name, str):
+        raise TypeError(f"A name is a text, not {name!r}: give one such as 'x[0]'")
     elements = data.elements_of(kind)
     names = elements.names_of(np.arange(elements.size))
     if name not in names:
@@ -40,7 +42,7 @@ def warn_of_count(data: ModelData, attrname: str) -> None:
     added = numbering.size() - count
     if added:
         warnings.warn(
-            f"{attrname} is {count} as of the last update, and {added} were added since: call "
-            f"m.update() first",
+            f"{attrname} is {count} as of the last update; {added} more wait: "
+            f"call m.update() first",
             skip_file_prefixes=(_PACKAGE,),
         )
