@@ -42,6 +42,7 @@ from ._matrixapi import (
 from ._model import around as _around
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
+from .showing import attach as _attach_showing
 from .solve_all import solveAll
 
 TYPE_CHECKING = False
@@ -86,6 +87,7 @@ __all__ = [
 ]
 
 _attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
+_attach_showing()
 
 _pickling.register(_around)
 
@@ -127,3 +129,13 @@ def read(path: "str | PathLike[str]") -> Model:
     contents.enter(data_of(model))
     model.update()
     return model
+
+
+if not TYPE_CHECKING:  # A checker knows the names that there are.
+
+    def __getattr__(name: str) -> object:
+        from .suggestions import for_module
+
+        cure = for_module(name, __all__)
+        text = f"module 'taviropy' has no attribute '{name}'"
+        raise AttributeError(f"{text}: {cure}" if cure else text)

@@ -6,17 +6,20 @@ Nothing of the package stands among the attributes of a Model's own: those belon
 
 from __future__ import annotations
 
+from collections.abc import Iterator
 from sys import getrefcount, version_info
 from typing import TYPE_CHECKING, overload
 
 from . import _attrutil
 from ._scalars import ModelShell, TempConstr, attach, data_of
-from .data.attributes import LINEAR, MODEL, VARIABLE
+from .data.attributes import COUNTS, LINEAR, MODEL, VARIABLE
 
 if TYPE_CHECKING:
     from collections.abc import Callable, Sequence
     from os import PathLike
     from typing import Any, Literal, NoReturn, Self
+
+    from matplotlib.axes import Axes
 
     from . import typing as types
     from ._matrixapi import MConstr, MGenConstr, MLinExpr, MNLExpr, MQConstr, MQuadExpr, MVar
@@ -39,6 +42,7 @@ if TYPE_CHECKING:
     from .data.model_data import ModelData
     from .progress import Point, Progress
     from .relaxation import Relaxation
+    from .showing.summary import Summary
     from .typing import Array, Names, Number, Numbers, Sparse
 
     type _Objective = (
@@ -110,7 +114,14 @@ class Model(ModelShell):
         attach(self, data)
 
     def __repr__(self) -> str:
-        return data_of(self).text()
+        from .showing.summary import short_text
+
+        return short_text(data_of(self))
+
+    def _repr_html_(self) -> str:
+        from .showing.html import model_html
+
+        return model_html(data_of(self))
 
     def __enter__(self) -> Self:
         return self
@@ -191,6 +202,11 @@ class Model(ModelShell):
         made = data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
         if columns is not None:
             try:
+                if not isinstance(columns, tuple | list) or len(columns) != 2:
+                    raise TypeError(
+                        f"'columns' takes a pair of constraints and coefficients, not "
+                        f"{type(columns).__name__}: columns=(constrs, coefficients)"
+                    )
                 constrs, coefficients = columns
                 self.setCoefficients(constrs, made, coefficients)
             except BaseException:
@@ -437,6 +453,60 @@ class Model(ModelShell):
         data.check_open()
         return read_objective(data)
 
+    # To look at
+
+    def summary(self) -> Summary:
+        """
+        ROUTINE:
+          summary()
+
+        PURPOSE:
+          The model at a glance: how many elements of each kind, the ranges of its coefficients,
+          costs, bounds and right-hand sides, what may give trouble, engine and status.
+
+        RETURN VALUE:
+          A Summary: printed as a table; counts and ranges (dictionaries), nonzeros, engine, status
+          and warnings (texts that name elements and say what helps).
+
+        EXAMPLE:
+          print(m.summary())
+
+        NOTES:
+          As of the last update(); a warning tells of what waits.
+        """
+        from .showing.summary import summary_of
+
+        data = data_of(self)
+        data.check_open()
+        return summary_of(data)
+
+    def spy(self, ax: Axes | None = None) -> Axes:
+        """
+        ROUTINE:
+          spy(ax=None)
+
+        PURPOSE:
+          Draw where the linear constraints have coefficients: the pattern of the matrix.
+
+        ARGUMENTS:
+          ax (matplotlib Axes): where to draw; None for a new figure.
+
+        RETURN VALUE:
+          The Axes. Above 100,000 nonzeros the colour of an area tells how many there are.
+
+        EXAMPLE:
+          m.spy().figure.savefig("matrix.png")
+
+        NOTES:
+          As of the last update(). ImportError without matplotlib
+          (pip install 'taviropy[notebook]').
+        """
+        from .showing.drawing import draw_matrix
+
+        data = data_of(self)
+        data.check_open()
+        return draw_matrix(data, ax)
+
     # Removal
 
     def remove(self, obj: _Element | Sequence[_Element]) -> None:
@@ -505,9 +575,12 @@ class Model(ModelShell):
           The first Var in the model with this VarName, or None.
 
         NOTES:
-          Looks through all names; to find many, build a dictionary over getVars().
+          Looks through all names; to find many, build a dictionary over getVars(). TaviroError
+          for one that waits for update().
         """
-        found: Var | None = data_of(self).by_name(VARIABLE, name)
+        from .data.waiting import find
+
+        found: Var | None = find(data_of(self), VARIABLE, name)
         return found
 
     def getConstrByName(self, name: str) -> Constr | None:
@@ -520,8 +593,13 @@ class Model(ModelShell):
 
         RETURN VALUE:
           The first Constr in the model with this ConstrName, or None.
+
+        NOTES:
+          TaviroError for one that waits for update().
         """
-        found: Constr | None = data_of(self).by_name(LINEAR, name)
+        from .data.waiting import find
+
+        found: Constr | None = find(data_of(self), LINEAR, name)
         return found
 
     # Attributes
@@ -540,11 +618,17 @@ class Model(ModelShell):
 
         NOTES:
           AttributeError for another name; TaviroError for Objective, Bound and Gap where there
-          is none.
+          is none. Counts are as of the last update(), with a warning where something waits.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
-        return data_of(self).read_own(attrname)
+            _attrutil._refuse(self, attrname)
+        data = data_of(self)
+        value = data.read_own(attrname)
+        if attrname in COUNTS:
+            from .data.waiting import warn_of_count
+
+            warn_of_count(data, attrname)
+        return value
 
     def setAttr(self, attrname: str, value: object) -> None:
         """
@@ -557,11 +641,15 @@ class Model(ModelShell):
         NOTES:
           AttributeError for another name, TaviroError for a value that doesn't fit.
         """
+        from .suggestions import for_read_only
+
         kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
         if kind != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+            _attrutil._refuse(self, attrname)
         if not settable:
-            raise AttributeError(f"Attribute '{attrname}' cannot be set")
+            error = AttributeError(f"Attribute '{attrname}' cannot be set")
+            error.add_note(for_read_only(MODEL, attrname))
+            raise error
         data_of(self).write_own(attrname, value)
 
     if not TYPE_CHECKING:  # A checker refuses names that are not declared.
@@ -965,6 +1053,11 @@ def _refuse_constr(constr: object) -> NoReturn:
     raise TypeError(
         f"addConstr needs a comparison of expressions such as 'A @ x <= b', not "
         f"{type(constr).__name__}"
+        + (
+            ": add each by a call of its own, or all in one comparison of blocks"
+            if isinstance(constr, list | tuple | Iterator)
+            else ""
+        )
         + (
             ": Python decided the comparison itself, as it does between plain values, and for '==' "
             "between an MNLExpr and a number; write 'y == x ** 3' with an MVar or Var y"

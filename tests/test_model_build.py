@@ -46,7 +46,8 @@ def test_variables_of_all_kinds(model):
     assert b.VType.tolist() == ["B", "C"] and b.VarName.tolist() == ["p", "q"]
     np.testing.assert_array_equal(b.UB, [1, INF])  # a binary variable's bounds are cut
     assert model.addMVar(()).shape == () and model.addMVar((0, 3)).size == 0
-    assert model.NumVars == 9
+    model.update()
+    assert model.NumVars == 10
 
 
 @pytest.mark.parametrize(

@@ -75,6 +75,7 @@ def everything_of(things):
     return str(values)  # of NaN as well
 
 
+@pytest.mark.filterwarnings("ignore:NumVars is")  # counts before an update are told of
 @pytest.mark.parametrize("stage", ["waiting", "marked", "settled", "solved"])
 def test_all_of_a_model_travels(full, send, stage):
     m = full[0]

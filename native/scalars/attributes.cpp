@@ -2,6 +2,7 @@
 
 #include "arithmetic.hpp"
 #include "base/arrays.hpp"
+#include "base/errors.hpp"
 #include "operands.hpp"
 
 namespace taviropy {
@@ -21,6 +22,12 @@ Ref call_attrutil(const char* function, std::initializer_list<PyObject*> argumen
     return checked(PyObject_Vectorcall(callee.get(), arguments.begin(), arguments.size(), nullptr));
 }
 
+/// What taviropy.suggestions says of a name that the handle's kind doesn't have, or can't set.
+Ref hint(const char* function, HandleObject* handle, PyObject* name) {
+    Ref callee = import_name("taviropy.suggestions", function);
+    return checked(PyObject_CallFunction(callee.get(), "iO", handle->kind, name));
+}
+
 /// Looks up an attribute; AttributeError where it is none of the handle's kind.
 AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) {
     Ref info = call_attrutil("_getattrinfo", {as_object(handle), name});
@@ -28,10 +35,17 @@ AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) 
     PyObject* datatype = nullptr;
     long kind = 0, settable = 0;
     if (!PyArg_ParseTuple(triple.get(), "Oll", &datatype, &kind, &settable)) throw PythonError();
-    if (kind != handle->kind)
-        raise(PyExc_AttributeError, "'taviropy.%s' object has no attribute '%S'",
-              kind_name(handle->kind), name);
-    if (to_set && !settable) raise(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
+    if (kind != handle->kind) {
+        Ref note = hint("for_foreign", handle, name);
+        PyErr_Format(PyExc_AttributeError, "'taviropy.%s' object has no attribute '%S'",
+                     kind_name(handle->kind), name);
+        raise_with_note(note.get());
+    }
+    if (to_set && !settable) {
+        Ref note = hint("for_read_only", handle, name);
+        PyErr_Format(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
+        raise_with_note(note.get());
+    }
     long type = PyLong_AsLong(datatype);
     if (type == -1 && PyErr_Occurred()) throw PythonError();
     return {borrow(datatype), type};

@@ -1,6 +1,8 @@
 #include "elements.hpp"
 
 #include "arithmetic.hpp"
+#include "attributes.hpp"
+#include "registry.hpp"
 
 namespace taviropy {
 
@@ -73,15 +75,16 @@ int32_t checked_id(PyObject* model, int kind, PyObject* element, Py_ssize_t plac
 }
 
 void refuse_element(PyObject* model, const HandleObject* handle, Py_ssize_t place) {
-    const char* type = Py_TYPE(handle)->tp_name;
+    const char* kind = kind_name(handle->kind);
+    Ref name = element_name(const_cast<HandleObject*>(handle));
     if (handle->model != model)
         raise_taviro_error("ERROR_INVALID_ARGUMENT",
-                           "Element %zd, a '%s', belongs to another model: elements of one model "
+                           "%s '%U' (element %zd) belongs to another model: elements of one model "
                            "alone can stand in a constraint or call",
-                           place, type);
+                           kind, name.get(), place);
     raise_taviro_error("NOT_IN_MODEL",
-                       "Element %zd, a '%s', was removed from the model: leave it out", place,
-                       type);
+                       "%s '%U' (element %zd) was removed from the model: leave it out", kind,
+                       name.get(), place);
 }
 
 PyObject* model_argument(PyObject* object) {

@@ -117,17 +117,6 @@ class ModelData(ModelCore):
             if name != "lock":
                 del self.__dict__[name]
 
-    def text(self) -> str:
-        """The model in a line."""
-        if self.lock is CLOSED:
-            return "<taviropy.Model (closed)>"
-        counts = ", ".join(
-            f"{self.numbering(kind).count()} {name[3:]}" for name, kind in COUNTS.items()
-        )
-        waiting = sum(n.size() - n.count() for n in map(self.numbering, KIND_NAMES))
-        more = f", {waiting} awaiting update" if waiting else ""
-        return f"<taviropy.Model {self.name!r}: {counts}{more}>"
-
     # Elements
 
     @property
@@ -190,14 +179,6 @@ class ModelData(ModelCore):
         """Handles on all elements of a kind that are in place, in order."""
         elements = self.elements_of(kind)
         return self.elements(kind, elements.ids()[: elements.placed])
-
-    def by_name(self, kind: int, name: str) -> Any:
-        """A handle on the first element in place that has the name, or None."""
-        elements = self.elements_of(kind)
-        names = elements.all_names()
-        if name not in names:
-            return None
-        return self.elements(kind, elements.ids()[[names.index(name)]])[0]
 
     # Additions
 

@@ -146,4 +146,5 @@ def objective_sense(sense: object) -> int:
         return int(TVO.MINIMIZE if sense.lower() == "min" else TVO.MAXIMIZE)
     if not isinstance(sense, str) and sense in (TVO.MINIMIZE, TVO.MAXIMIZE):
         return int(sense)
-    raise ValueError(f"The objective's sense is 'min' or 'max', not {sense!r}")
+    near = {"min": ": use 'min'", "max": ": use 'max'"}.get(str(sense).lower()[:3], "")
+    raise ValueError(f"The objective's sense is 'min' or 'max', not {sense!r}{near}")

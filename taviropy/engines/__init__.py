@@ -14,6 +14,7 @@ from typing import TYPE_CHECKING, NamedTuple
 
 from .._exception import TaviroError
 from .._tvo import TVO
+from ..suggestions import did_you_mean
 
 if TYPE_CHECKING:
     from ..data.view import View
@@ -58,7 +59,11 @@ def check_name(name: object) -> None:
     """Refuse a name that is neither an engine's nor "auto"."""
     if name != "auto" and name not in ENGINES:
         names = ", ".join(map(repr, ENGINES))
-        raise ValueError(f"There is no engine {name!r}: use 'auto' or one of {names}")
+        near = did_you_mean(name, ("auto", *ENGINES))
+        raise ValueError(
+            f"There is no engine {name!r}: {near + ' Otherwise ' if near else ''}use 'auto' or one "
+            f"of {names}"
+        )
 
 
 def engine_class(name: str) -> type[Engine]:

@@ -8,6 +8,7 @@ import warnings
 from pathlib import Path
 
 import hypothesis
+import pytest
 from hypothesis import HealthCheck, Phase, settings
 from hypothesis.stateful import run_state_machine_as_test
 from rules import Machine
@@ -33,6 +34,7 @@ def run(seed):
         raise
 
 
+@pytest.mark.filterwarnings("ignore:Num")  # counts before an update are told of
 def test_model_agrees_with_its_shadow():
     run(1)
 

@@ -68,6 +68,21 @@ Info unpacked(nb::handle info) {
     raise(PyExc_AttributeError, text, site);
 }
 
+/// As `refuse`, with a line below the error that `hint` of taviropy.suggestions gives for the kind
+/// of object and the name.
+[[noreturn]] void refuse_with_hint(const char* hint, const HandleClass& type, const char* before,
+                                   nb::handle attrname, const char* after,
+                                   Site site = Site::current()) {
+    try {
+        refuse(before, attrname, after, site);
+    } catch (nb::python_error& error) {
+        nb::object suggestions = nb::module_::import_("taviropy.suggestions");
+        nb::object note = suggestions.attr(hint)(type.kind, attrname);
+        error.value().attr("add_note")(note);
+        throw;
+    }
+}
+
 /// Whether the values of an attribute are texts, of one character or of any number.
 bool holds_texts(nb::handle type) { return equal(type, 0) || equal(type, 3); }
 
@@ -131,8 +146,15 @@ nb::object repeated(nb::handle np, nb::handle self, nb::object value) {
     return list * np.attr("prod")(shape, "dtype"_a = "i");
 }
 
-[[noreturn]] void refuse_shape(Site site = Site::current()) {
-    raise(PyExc_AttributeError, "Shape mismatch", site);
+[[noreturn]] void refuse_shape(nb::handle self, nb::handle given, Site site = Site::current()) {
+    try {
+        raise(PyExc_AttributeError, "Shape mismatch", site);
+    } catch (nb::python_error& error) {
+        nb::object hint = nb::module_::import_("taviropy.suggestions").attr("for_shape");
+        nb::object shape = self.attr("shape"), note = hint(shape, given);
+        error.value().attr("add_note")(note);
+        throw;
+    }
 }
 
 /// Whether an attribute of numbers can take the entries of an array as they are.
@@ -152,7 +174,8 @@ nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::hand
         const bool text = PyUnicode_Check(item.ptr()) && holds_texts(datatype);
         return repeated(np, self, text ? item : as_float(item));
     }
-    if (!equal(value.attr("shape"), self.attr("shape"))) refuse_shape();
+    if (!equal(value.attr("shape"), self.attr("shape")))
+        refuse_shape(self, nb::object(value.attr("shape")));
     if (as_array && holds_numbers(np, value, datatype)) return value.attr("reshape")(-1);
     return checked(PySequence_List(nb::object(value.attr("flat")).ptr()));
 }
@@ -170,7 +193,7 @@ nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self
                                                 : nb::object(self.attr("size")));
     nb::object shape = self.attr("shape");
     if (nb::len(shape) != 1 || !equal(nb::object(shape[0]), static_cast<long>(size)))
-        refuse_shape();
+        refuse_shape(self, nb::make_tuple(size));
     return list;
 }
 
@@ -247,7 +270,8 @@ nb::object getAttr(const HandleClass& type, nb::handle self, nb::handle attrname
     nb::object found = look_up(self, attrname);
     if (!found.is_valid()) return found;
     Info info = unpacked(found);
-    if (!equal(info.kind, type.kind)) refuse(type.refused_get, attrname, "'");
+    if (!equal(info.kind, type.kind))
+        refuse_with_hint("for_foreign", type, type.refused_get, attrname, "'");
     nb::object read = names::_gettypedattrlist();
     nb::object indices = indices_of(type, self, takes_arrays(read));
     nb::object values = read(self, attrname, info.type, indices);
@@ -271,8 +295,10 @@ nb::object setAttr(const HandleClass& type, nb::handle self, nb::handle attrname
     nb::object found = look_up(self, attrname);
     if (!found.is_valid()) return found;
     Info info = unpacked(found);
-    if (!equal(info.kind, type.kind)) refuse(type.refused_set, attrname, "'");
-    if (equal(info.settable, 0)) refuse("Attribute '", attrname, "' cannot be set");
+    if (!equal(info.kind, type.kind))
+        refuse_with_hint("for_foreign", type, type.refused_set, attrname, "'");
+    if (equal(info.settable, 0))
+        refuse_with_hint("for_read_only", type, "Attribute '", attrname, "' cannot be set");
     nb::object write = names::_settypedattrlist();
     const bool as_array = takes_arrays(write);
     nb::object values = flat_values(type, np, self, value, info.type, as_array);
