@@ -96,8 +96,8 @@ inline bool is_ndarray(PyObject* object) {
 
 /// The kind character of an array's dtype, as 'O' or 'f'.
 inline char dtype_kind(PyObject* array) {
-    Ref dtype = checked(PyObject_GetAttrString(array, "dtype"));
-    Ref kind = checked(PyObject_GetAttrString(dtype.get(), "kind"));
+    Ref dtype = field(array, "dtype");
+    Ref kind = field(dtype.get(), "kind");
     const char* text = PyUnicode_AsUTF8(kind.get());
     if (!text) throw PythonError();
     return text[0];

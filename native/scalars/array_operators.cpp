@@ -48,9 +48,8 @@ bool is_sparse(PyObject* object) {
 }
 
 bool has_no_dimensions(PyObject* array) {
-    Ref ndim = checked(PyObject_GetAttrString(array, "ndim"));
-    long dimensions = PyLong_AsLong(ndim.get());
-    if (dimensions == -1 && PyErr_Occurred()) throw PythonError();
+    Ref ndim = field(array, "ndim");
+    long dimensions = checked(PyLong_AsLong(ndim.get()));
     return dimensions == 0;
 }
 

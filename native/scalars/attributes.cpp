@@ -46,8 +46,7 @@ AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) 
         PyErr_Format(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
         raise_with_note(note.get());
     }
-    long type = PyLong_AsLong(datatype);
-    if (type == -1 && PyErr_Occurred()) throw PythonError();
+    long type = checked(PyLong_AsLong(datatype));
     return {borrow(datatype), type};
 }
 

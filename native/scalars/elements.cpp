@@ -44,8 +44,7 @@ Integers::Integers(PyObject* source, const char* what) {
     Ref items = tuple_of(source);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k) {
         Ref index = checked(PyNumber_Index(PyTuple_GET_ITEM(items.get(), k)));
-        long long value = PyLong_AsLongLong(index.get());
-        if (value == -1 && PyErr_Occurred()) throw PythonError();
+        long long value = checked(PyLong_AsLongLong(index.get()));
         items_.push_back(value);
     }
 }

@@ -34,8 +34,7 @@ ModelShellObject* as_shell(PyObject* self) { return reinterpret_cast<ModelShellO
 bool is_shell(PyObject* object) { return PyObject_TypeCheck(object, types.modelshell); }
 
 int kind_argument(PyObject* argument) {
-    long value = PyLong_AsLong(argument);
-    if (value == -1 && PyErr_Occurred()) throw PythonError();
+    long value = checked(PyLong_AsLong(argument));
     for (int kind : kKinds)
         if (value == kind) return kind;
     raise(PyExc_ValueError,
@@ -131,8 +130,7 @@ Ref Numbering_restore(PyObject* self, PyObject* const* args, Py_ssize_t nargs) {
     check_count("restore", nargs, 3, 3);
     int32_t counts[2];
     for (int k = 0; k < 2; ++k) {
-        long count = PyLong_AsLong(args[k]);
-        if (count == -1 && PyErr_Occurred()) throw PythonError();
+        long count = checked(PyLong_AsLong(args[k]));
         if (count < 0 || count > std::numeric_limits<int32_t>::max())
             raise(PyExc_ValueError, "a model can't hold %ld elements", count);
         counts[k] = static_cast<int32_t>(count);

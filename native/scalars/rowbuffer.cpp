@@ -269,8 +269,7 @@ Ref RowBuffer_arrays(PyObject* self, PyObject*) {
 }
 
 Ref RowBuffer_drop(PyObject* self, PyObject* argument) {
-    const Py_ssize_t count = PyLong_AsSsize_t(argument);
-    if (count == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t count = checked(PyLong_AsSsize_t(argument));
     RowData& rows = *as_buffer(self)->rows;
     if (count < 0 || static_cast<std::size_t>(count) > rows.rhs.size())
         raise(PyExc_ValueError, "there are %zu rows, %zd can't be dropped", rows.rhs.size(), count);
@@ -301,21 +300,30 @@ void RowBuffer_dealloc(PyObject* self) {
 
 PyMethodDef methods[] = {
     {"append", method<RowBuffer_append>(), METH_FASTCALL,
-     "append($self, model, constr, /)\n--\n\nTakes the rows of a TempConstr with a small compact "
-     "MLinExpr and data, or with scalar linear\nsides, and makes their handles: an object ndarray, "
-     "or one Constr. None where it takes nothing:\nthen the general way is to see to the "
-     "constraint."},
+     R"(append($self, model, constr, /)
+--
+
+Takes the rows of a TempConstr with a small compact MLinExpr and data, or with scalar linear
+sides, and makes their handles: an object ndarray, or one Constr. None where it takes nothing:
+then the general way is to see to the constraint.)"},
     {"arrays", method<RowBuffer_arrays>(), METH_NOARGS,
-     "arrays($self, /)\n--\n\nThe rows: (indptr int64, ids int32, data float64, rhs float64, "
-     "senses uint8)."},
+     R"(arrays($self, /)
+--
+
+The rows: (indptr int64, ids int32, data float64, rhs float64, senses uint8).)"},
     {"drop", method<RowBuffer_drop>(), METH_O,
-     "drop($self, count, /)\n--\n\nDrops the first rows, so many of them."},
+     R"(drop($self, count, /)
+--
+
+Drops the first rows, so many of them.)"},
     {nullptr},
 };
 
 PyType_Slot slots[] = {
-    {Py_tp_doc, const_cast<char*>("RowBuffer(mlinexpr_type)\n--\n\nRows of small linear "
-                                  "constraints that wait for an update, in order of creation.")},
+    {Py_tp_doc, const_cast<char*>(R"(RowBuffer(mlinexpr_type)
+--
+
+Rows of small linear constraints that wait for an update, in order of creation.)")},
     {Py_tp_new, slot<RowBuffer_new>()},
     {Py_tp_dealloc, reinterpret_cast<void*>(RowBuffer_dealloc)},
     {Py_tp_methods, methods},

@@ -15,8 +15,7 @@ class IntegerArray {
         : buffer_(array, PyBUF_FORMAT | PyBUF_C_CONTIGUOUS), narrow_(buffer_.holds('i')) {}
 
     bool fits() const {
-        return buffer_->ndim == 1 &&
-               (narrow_ || buffer_.holds('l') || buffer_.holds('q'));
+        return buffer_->ndim == 1 && (narrow_ || buffer_.holds('l') || buffer_.holds('q'));
     }
     Py_ssize_t size() const { return buffer_.size(); }
     bool is_narrow() const { return narrow_; }

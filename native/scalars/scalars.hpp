@@ -42,7 +42,6 @@ enum class Op : int {
     abs,
 };
 constexpr int kOps = static_cast<int>(Op::abs) + 1;
-constexpr bool is_function(Op op) { return op >= Op::exp; }
 
 /// An immutable node of an expression tree, with its children in line.
 struct ExprTreeObject {

@@ -81,14 +81,14 @@ bool DataArray::acquire(PyObject* array) {
         return true;
     }
     // A dtype that no buffer can tell, such as datetime64.
-    Ref shape = checked(PyObject_GetAttrString(array_.get(), "shape"));
+    Ref shape = field(array_.get(), "shape");
     ndim_ = static_cast<int>(PyTuple_Size(shape.get()));
     length_ = ndim_ > 0 ? extent(0) : 1;
     return true;
 }
 
 Py_ssize_t DataArray::extent(int axis) const {
-    Ref shape = checked(PyObject_GetAttrString(array_.get(), "shape"));
+    Ref shape = field(array_.get(), "shape");
     PyObject* length = PyTuple_GetItem(shape.get(), axis);
     if (!length) throw PythonError();
     return PyLong_AsSsize_t(length);

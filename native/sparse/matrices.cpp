@@ -11,10 +11,6 @@ using namespace base;
 
 namespace {
 
-Ref field(PyObject* object, const char* name) {
-    return checked(PyObject_GetAttrString(object, name));
-}
-
 Ref class_name(PyObject* object) { return checked(PyType_GetName(Py_TYPE(object))); }
 
 /// ValueError of a malformed matrix; the format says what is wrong with it.
@@ -35,11 +31,7 @@ std::string range_text(Py_ssize_t bound) {
     return "but the indices of that axis go from 0 to " + std::to_string(bound - 1);
 }
 
-Py_ssize_t length_of(PyObject* object) {
-    const Py_ssize_t length = PyObject_Length(object);
-    if (length < 0) throw PythonError();
-    return length;
-}
+Py_ssize_t length_of(PyObject* object) { return checked(PyObject_Length(object)); }
 
 Ref item(PyObject* object, Py_ssize_t place) { return checked(PySequence_GetItem(object, place)); }
 
@@ -120,8 +112,8 @@ void check_indptr(PyObject* A, const IndexArray& indptr, Py_ssize_t major, Py_ss
 
 /// The length of an axis.
 Py_ssize_t extent(PyObject* shape, Py_ssize_t axis) {
-    const Py_ssize_t value = PyNumber_AsSsize_t(item(shape, axis).get(), PyExc_OverflowError);
-    if (value == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t value =
+        checked(PyNumber_AsSsize_t(item(shape, axis).get(), PyExc_OverflowError));
     if (value < 0)
         raise(PyExc_ValueError,
               "malformed sparse matrix: its shape %S has a negative extent; rebuild it with its "
@@ -265,9 +257,7 @@ bool is_sparse(PyObject* object) {
     // ndarray, is sparse; this spares a call of a Python function in most operators.
     if (!PyType_HasFeature(Py_TYPE(object), Py_TPFLAGS_HEAPTYPE)) return false;
     Ref answer = checked(PyObject_CallOneArg(scipy_sparse("issparse").get(), object));
-    const int status = PyObject_IsTrue(answer.get());
-    check(status);
-    return status > 0;
+    return checked(PyObject_IsTrue(answer.get()));
 }
 
 /// The class of SciPy's own for the format of a matrix of a class derived from it; empty for a
@@ -278,9 +268,7 @@ Ref base_class(PyObject* A, const std::string& format) {
     Ref array = scipy_sparse((format + "_array").c_str());
     auto* type = reinterpret_cast<PyObject*>(Py_TYPE(A));
     if (type == matrix.get() || type == array.get()) return Ref();
-    const int is_array = PyObject_IsInstance(A, array.get());
-    check(is_array);
-    return is_array ? std::move(array) : std::move(matrix);
+    return checked(PyObject_IsInstance(A, array.get())) ? std::move(array) : std::move(matrix);
 }
 
 /// type(content, shape=shape)

@@ -15,8 +15,7 @@ Ref isscalar(PyObject*, PyObject* value) { return checked(PyBool_FromLong(is_num
 Ref isstr(PyObject*, PyObject* value) { return checked(PyBool_FromLong(PyUnicode_Check(value))); }
 
 Py_ssize_t whole_number(PyObject* object) {
-    Py_ssize_t value = PyNumber_AsSsize_t(object, PyExc_OverflowError);
-    if (value == -1 && PyErr_Occurred()) throw PythonError();
+    Py_ssize_t value = checked(PyNumber_AsSsize_t(object, PyExc_OverflowError));
     return value;
 }
 
@@ -167,27 +166,43 @@ void refuse_product(const Shape& left_shape, const Shape& right_shape) {
 
 PyMethodDef shape_methods[] = {
     {"_isscalar", method<isscalar>(), METH_O,
-     "_isscalar(value, /)\n--\n\nWhether the value is a number, as numbers.Number knows it, or "
-     "NumPy's bool; an array without\ndimensions is none."},
-    {"_isstr", method<isstr>(), METH_O, "_isstr(value, /)\n--\n\nWhether the value is a string."},
+     R"(_isscalar(value, /)
+--
+
+Whether the value is a number, as numbers.Number knows it, or NumPy's bool; an array without
+dimensions is none.)"},
+    {"_isstr", method<isstr>(), METH_O, R"(_isstr(value, /)
+--
+
+Whether the value is a string.)"},
     {"_broadcast_shapes", method<broadcast_shapes>(), METH_FASTCALL,
-     "_broadcast_shapes(*shapes)\n--\n\nThe shape (tuple of int) to which the shapes broadcast; an "
-     "int "
-     "counts as a shape.\n\nValueError, with both shapes, where two don't broadcast."},
+     R"(_broadcast_shapes(*shapes)
+--
+
+The shape (tuple of int) to which the shapes broadcast; an int counts as a shape.
+
+ValueError, with both shapes, where two don't broadcast.)"},
     {"_matmul_shape", method<matmul_shape>(), METH_VARARGS | METH_KEYWORDS,
-     "_matmul_shape(shape_left, shape_right, do_raise=True)\n--\n\nThe shape (tuple of int) of a "
-     "matrix product of operands of one or two dimensions.\n\nFor a pair that does not fit a "
-     "ValueError, or None without do_raise."},
+     R"(_matmul_shape(shape_left, shape_right, do_raise=True)
+--
+
+The shape (tuple of int) of a matrix product of operands of one or two dimensions.
+
+For a pair that does not fit a ValueError, or None without do_raise.)"},
     {"_axis_to_axeslist", method<axis_to_axeslist>(), METH_FASTCALL,
-     "_axis_to_axeslist(axis, ndim, /)\n--\n\nA list of ndim ints: -1 for an axis that is reduced, "
-     "its "
-     "place in the result for any other.\n\naxis is an int, a tuple or list of them, or None for "
-     "all; "
-     "negative ones count from the end.\nIndexError for an axis out of bounds or given twice."},
+     R"(_axis_to_axeslist(axis, ndim, /)
+--
+
+A list of ndim ints: -1 for an axis that is reduced, its place in the result for any other.
+
+axis is an int, a tuple or list of them, or None for all; negative ones count from the end.
+IndexError for an axis out of bounds or given twice.)"},
     {"_all_refs_match", method<all_refs_match>(), METH_FASTCALL,
-     "_all_refs_match(arr1, arr2, /)\n--\n\nWhether two object arrays of one shape hold the very "
-     "same "
-     "objects, slot by slot. False for\nempty arrays and for None."},
+     R"(_all_refs_match(arr1, arr2, /)
+--
+
+Whether two object arrays of one shape hold the very same objects, slot by slot. False for
+empty arrays and for None.)"},
     {nullptr},
 };
 

@@ -9,10 +9,6 @@ namespace taviropy {
 
 namespace {
 
-Ref field(PyObject* matrix, const char* name) {
-    return checked(PyObject_GetAttrString(matrix, name));
-}
-
 bool has_format(PyObject* matrix, const char* format) {
     Ref found = field(matrix, "format");
     return PyUnicode_Check(found.get()) &&
