@@ -356,33 +356,33 @@ void add_addition_methods(ClassBody& body) {
         .method<&sub>("__sub__(self, other)")
         .method<&rsub>("__rsub__(self, other)")
         .method<&isub>("__isub__(self, other)")
-        .method<&_add_compact_mlinexpr>("_add_compact_mlinexpr(self, other)",
-                                        "The sum of this compact expression and another of either "
-                                        "form; compact where that is possible.")
+        .method<&_add_compact_mlinexpr>(
+            "_add_compact_mlinexpr(self, other)",
+            R"(The sum of this compact expression and another of either form; compact where that is
+possible.)")
         .method<&_add_compact_mlinexpr_compact>(
             "_add_compact_mlinexpr_compact(self, other)",
-            "The compact sum of two compact expressions, in one "
-            "part; merges the parts of both.")
+            R"(The compact sum of two compact expressions, in one part; merges the parts of both.)")
         .method<&_add_full_mlinexpr>("_add_full_mlinexpr(self, other)",
-                                     "The full sum of two full expressions.")
+                                     R"(The full sum of two full expressions.)")
         .method<&_add_full_ndarray>("_add_full_ndarray(self, other)",
-                                    "The full sum of a full expression and an array of numbers.")
+                                    R"(The full sum of a full expression and an array of numbers.)")
         .method<&_iadd_compact_mlinexpr>(
             "_iadd_compact_mlinexpr(self, other)",
-            "Adds an expression in place; a full one makes this one full.")
+            R"(Adds an expression in place; a full one makes this one full.)")
         .method<&_iadd_compact_mlinexpr_compact>("_iadd_compact_mlinexpr_compact(self, other)",
-                                                 "Appends a copy of another compact expression.")
+                                                 R"(Appends a copy of another compact expression.)")
         .method<&_iadd_compact_var>("_iadd_compact_var(self, other)",
-                                    "Adds a variable to every element.")
+                                    R"(Adds a variable to every element.)")
         .method<&_iadd_compact_linexpr>("_iadd_compact_linexpr(self, other)",
-                                        "Adds a scalar expression to every element.")
+                                        R"(Adds a scalar expression to every element.)")
         .method<&_iadd_full_scalar>("_iadd_full_scalar(self, other)",
-                                    "Adds a number to the constant of every element.")
+                                    R"(Adds a number to the constant of every element.)")
         .method<&_iadd_full_ndarray>("_iadd_full_ndarray(self, other)",
-                                     "Adds numbers to the constants, element by element.")
+                                     R"(Adds numbers to the constants, element by element.)")
         .method<&_iadd_full_mlinexpr>(
             "_iadd_full_mlinexpr(self, other)",
-            "Appends the terms of a full expression, element by element.");
+            R"(Appends the terms of a full expression, element by element.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -250,21 +250,22 @@ nb::object _from_matmul_left_spmatrix(nb::handle, nb::handle x, nb::handle A) {
 void add_build_matmul_methods(ClassBody& body) {
     body.class_method<&_from_matmul_right>(
             "_from_matmul_right(cls, A, x)",
-            "A @ x for an MVar x, compact where the shapes allow it.")
-        .class_method<&_from_matmul_left>("_from_matmul_left(cls, x, A)",
-                                          "x @ A for an MVar x, compact where the shapes allow it.")
+            R"(A @ x for an MVar x, compact where the shapes allow it.)")
+        .class_method<&_from_matmul_left>(
+            "_from_matmul_left(cls, x, A)",
+            R"(x @ A for an MVar x, compact where the shapes allow it.)")
         .class_method<&_from_matmul_right_ndarray>(
             "_from_matmul_right_ndarray(cls, A, x)",
-            "A @ x in the full form; each entry of a dense A makes a term, zeros too.")
+            R"(A @ x in the full form; each entry of a dense A makes a term, zeros too.)")
         .class_method<&_from_matmul_right_spmatrix>(
             "_from_matmul_right_spmatrix(cls, A, x)",
-            "A @ x in the full form; each stored entry of a sparse A makes a term.")
+            R"(A @ x in the full form; each stored entry of a sparse A makes a term.)")
         .class_method<&_from_matmul_left_ndarray>(
             "_from_matmul_left_ndarray(cls, x, A)",
-            "x @ A in the full form; each entry of a dense A makes a term, zeros too.")
+            R"(x @ A in the full form; each entry of a dense A makes a term, zeros too.)")
         .class_method<&_from_matmul_left_spmatrix>(
             "_from_matmul_left_spmatrix(cls, x, A)",
-            "x @ A in the full form; each stored entry of a sparse A makes a term, by rising row.");
+            R"(x @ A in the full form; each stored entry of a sparse A makes a term, by rising row.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -240,31 +240,32 @@ void add_matmul_methods(ClassBody& body) {
         .method<&rmatmul>("__rmatmul__(self, other)")
         .method<&_matmul_compact_spmatrix_or_ndarray>(
             "_matmul_compact_spmatrix_or_ndarray(self, spmat)",
-            "A compact expression times a matrix of numbers; compact where the shape allows it.")
+            R"(A compact expression times a matrix of numbers; compact where the shape allows it.)")
         .method<&_matmul_full_spmatrix_or_ndarray>(
             "_matmul_full_spmatrix_or_ndarray(self, other)",
-            "A full expression times a matrix of numbers. RuntimeWarning for large operands.")
+            R"(A full expression times a matrix of numbers. RuntimeWarning for large operands.)")
         .method<&_matmul_compact_mvar>("_matmul_compact_mvar(self, y)",
-                                       "A compact expression times variables, as an MQuadExpr.")
+                                       R"(A compact expression times variables, as an MQuadExpr.)")
         .method<&_matmul_full_mvar>("_matmul_full_mvar(self, y)",
-                                    "A full expression times variables, as an MQuadExpr.")
-        .method<&_matmul_compact_mlinexpr>("_matmul_compact_mlinexpr(self, ndle)",
-                                           "A compact expression times another, as an MQuadExpr.")
+                                    R"(A full expression times variables, as an MQuadExpr.)")
+        .method<&_matmul_compact_mlinexpr>(
+            "_matmul_compact_mlinexpr(self, ndle)",
+            R"(A compact expression times another, as an MQuadExpr.)")
         .method<&_matmul_compact_mlinexpr_compact>(
             "_matmul_compact_mlinexpr_compact(self, ndle)",
-            "The compact product of two compact expressions, of at most one element.")
+            R"(The compact product of two compact expressions, of at most one element.)")
         .method<&_matmul_full_mlinexpr>("_matmul_full_mlinexpr(self, ndle)",
-                                        "A full expression times another, which becomes full.")
+                                        R"(A full expression times another, which becomes full.)")
         .method<&_rmatmul_compact_spmatrix_or_ndarray>(
             "_rmatmul_compact_spmatrix_or_ndarray(self, spmat)",
-            "A matrix of numbers times a compact expression; compact where the shape allows it.")
+            R"(A matrix of numbers times a compact expression; compact where the shape allows it.)")
         .method<&_rmatmul_full_spmatrix_or_ndarray>(
             "_rmatmul_full_spmatrix_or_ndarray(self, other)",
-            "A matrix of numbers times a full expression. RuntimeWarning for large operands.")
+            R"(A matrix of numbers times a full expression. RuntimeWarning for large operands.)")
         .method<&_rmatmul_compact_mvar>("_rmatmul_compact_mvar(self, y)",
-                                        "Variables times a compact expression, as an MQuadExpr.")
+                                        R"(Variables times a compact expression, as an MQuadExpr.)")
         .method<&_rmatmul_full_mvar>("_rmatmul_full_mvar(self, y)",
-                                     "Variables times a full expression, as an MQuadExpr.");
+                                     R"(Variables times a full expression, as an MQuadExpr.)");
 }
 
 }  // namespace taviropy::mlinexpr

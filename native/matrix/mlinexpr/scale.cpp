@@ -366,33 +366,31 @@ void add_scaling_methods(ClassBody& body) {
         .method<&pos>("__pos__(self)")
         .method<&neg>("__neg__(self)")
         .method<&_imul_compact_scalar>("_imul_compact_scalar(self, value)",
-                                       "Multiplies a compact expression by a number, in place.")
+                                       R"(Multiplies a compact expression by a number, in place.)")
         .method<&_imul_compact_ndarray>(
             "_imul_compact_ndarray(self, arr)",
-            "Multiplies a compact expression by finite numbers, in place; "
-            "TaviroError for others, nothing having changed.")
+            R"(Multiplies a compact expression by finite numbers, in place; TaviroError for others,
+nothing having changed.)")
         .method<&_imul_compact_spmatrix>("_imul_compact_spmatrix(self, spmat)",
-                                         "The same by a sparse matrix.")
+                                         R"(The same by a sparse matrix.)")
         .method<&_imul_scalar>("_imul_scalar(self, other)",
-                               "Multiplies a full expression by a number, in place.")
+                               R"(Multiplies a full expression by a number, in place.)")
         .method<&_imul_ndarray>("_imul_ndarray(self, other)",
-                                "Multiplies a full expression by numbers, in place.")
+                                R"(Multiplies a full expression by numbers, in place.)")
         .method<&_imul_full_spmatrix>("_imul_full_spmatrix(self, spmat)",
-                                      "The same by a sparse matrix.")
+                                      R"(The same by a sparse matrix.)")
         .method<&_mul_compact_ndarray>(
             "_mul_compact_ndarray(self, other)",
-            "A compact expression times numbers; compact where the shape "
-            "allows it.")
+            R"(A compact expression times numbers; compact where the shape allows it.)")
         .method<&_mul_ndarray_numpy>("_mul_ndarray_numpy(self, other)",
-                                     "A full expression times numbers.")
-        .method<&_mul_full_mlinexpr_mvar>("_mul_full_mlinexpr_mvar(self, other)",
-                                          "A full expression times an MVar or MLinExpr, element by "
-                                          "element, as an MQuadExpr.")
+                                     R"(A full expression times numbers.)")
+        .method<&_mul_full_mlinexpr_mvar>(
+            "_mul_full_mlinexpr_mvar(self, other)",
+            R"(A full expression times an MVar or MLinExpr, element by element, as an MQuadExpr.)")
         .static_method<&_split_lin_quad>(
             "_split_lin_quad(mixarr)",
-            "Takes the linear parts out of an object array of QuadExpr "
-            "and LinExpr, and gives an array of them; what stays is "
-            "purely quadratic.");
+            R"(Takes the linear parts out of an object array of QuadExpr and LinExpr, and gives an
+array of them; what stays is purely quadratic.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -121,15 +121,15 @@ static nb::object ipow(nb::handle self, nb::handle other) {
 
 void add_arithmetic_methods(ClassBody& body) {
     body.method<&_dispatch_unary_op>("_dispatch_unary_op(self, func)",
-                                     "New MNLExpr of func(node) for each element.")
+                                     R"(New MNLExpr of func(node) for each element.)")
         .method<&_idispatch_unary_op>("_idispatch_unary_op(self, func)",
-                                      "Puts func(node) into each element.")
+                                      R"(Puts func(node) into each element.)")
         .method<&_dispatch_binary_op>("_dispatch_binary_op(self, other, func)",
-                                      "New MNLExpr of func(node, node of other), broadcast.")
+                                      R"(New MNLExpr of func(node, node of other), broadcast.)")
         .method<&_rdispatch_binary_op>("_rdispatch_binary_op(self, other, func)",
-                                       "New MNLExpr of func(node of other, node), broadcast.")
+                                       R"(New MNLExpr of func(node of other, node), broadcast.)")
         .method<&_idispatch_binary_op>("_idispatch_binary_op(self, other, func)",
-                                       "Puts func(node, node of other) into each element.")
+                                       R"(Puts func(node, node of other) into each element.)")
         .method<&neg>("__neg__(self)")
         .method<&add>("__add__(self, other)")
         .method<&radd>("__radd__(self, other)")

@@ -54,14 +54,14 @@ NOTES:
   Raises ValueError if this MNLExpr holds none or more than one expression.)";
 
 void add_index_methods(ClassBody& body) {
-    body.method<&getitem>("__getitem__(self, obj)",
-                          "The elements under a NumPy key, always an MNLExpr. A slice shares its "
-                          "elements with this object; an index of integer or boolean arrays copies "
-                          "them.")
+    body.method<&getitem>(
+            "__getitem__(self, obj)",
+            R"(The elements under a NumPy key, always an MNLExpr. A slice shares its elements with
+this object; an index of integer or boolean arrays copies them.)")
         .method<&setitem>(
             "__setitem__(self, obj, value)",
-            "Replaces the trees of the elements under a NumPy key. The elements stay the "
-            "same objects, and the value must broadcast to their shape.")
+            R"(Replaces the trees of the elements under a NumPy key. The elements stay the same
+objects, and the value must broadcast to their shape.)")
         .method<&item>("item(self)", kItemDoc);
 }
 

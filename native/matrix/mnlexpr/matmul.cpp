@@ -62,13 +62,14 @@ static nb::object matmul(nb::handle self, nb::handle other) { return product(sel
 static nb::object rmatmul(nb::handle self, nb::handle other) { return product(self, other, true); }
 
 void add_matmul_methods(ClassBody& body) {
-    body.static_method<&_sum_terms>("_sum_terms(terms)",
-                                    "NLExpr of the sum of nodes; a single node stands by itself.")
+    body.static_method<&_sum_terms>(
+            "_sum_terms(terms)", R"(NLExpr of the sum of nodes; a single node stands by itself.)")
         .static_method<&_multiply_term_sparse_right>(
             "_multiply_term_sparse_right(left_tree, right)",
-            "left_tree * right, for a number on the right.")
-        .static_method<&_multiply_term_sparse_left>("_multiply_term_sparse_left(left, right_tree)",
-                                                    "left * right_tree, for a number on the left.")
+            R"(left_tree * right, for a number on the right.)")
+        .static_method<&_multiply_term_sparse_left>(
+            "_multiply_term_sparse_left(left, right_tree)",
+            R"(left * right_tree, for a number on the left.)")
         .method<&matmul>("__matmul__(self, other)")
         .method<&rmatmul>("__rmatmul__(self, other)");
 }
