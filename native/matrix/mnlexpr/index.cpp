@@ -23,10 +23,10 @@ static nb::object getitem(nb::handle self, nb::handle obj) {
 static nb::object setitem(nb::handle self, nb::handle obj, nb::handle value) {
     nb::object np = import_numpy();
     nb::object sub = checked(PyObject_GetItem(self.attr("_nlearr").ptr(), obj.ptr()));
-    Operand operand = take_operand(np, value);
-    if (operand.unknown())
+    Trees trees = take_trees(np, value);
+    if (trees.unknown())
         raise(PyExc_ValueError, "Cannot assign " + format_of(value) + " to MNLExpr");
-    walk_with_trees(sub, operand, [](nb::handle nle, nb::handle tree) { set_root(nle, tree); });
+    walk_with_trees(sub, trees, [](nb::handle nle, nb::handle tree) { set_root(nle, tree); });
     return nb::none();
 }
 

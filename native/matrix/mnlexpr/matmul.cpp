@@ -33,7 +33,7 @@ static nb::object _multiply_term_sparse_left(nb::handle left, nb::handle right_t
 
 /// A matrix product by the kernel for the kind of operand that `other` is; NotImplemented where
 /// there is none.
-static nb::object product(nb::handle self, nb::handle other, bool reflected) {
+static nb::object kernel_product(nb::handle self, nb::handle other, bool reflected) {
     nb::object np = import_numpy(), sp = import_sparse();
     nb::object mnlexpr = names::MNLExpr();
     nb::object kernel, f_multiply, left, right;
@@ -57,9 +57,13 @@ static nb::object product(nb::handle self, nb::handle other, bool reflected) {
                        "f_sum"_a = nb::getattr(mnlexpr, "_sum_terms")));
 }
 
-static nb::object matmul(nb::handle self, nb::handle other) { return product(self, other, false); }
+static nb::object matmul(nb::handle self, nb::handle other) {
+    return kernel_product(self, other, false);
+}
 
-static nb::object rmatmul(nb::handle self, nb::handle other) { return product(self, other, true); }
+static nb::object rmatmul(nb::handle self, nb::handle other) {
+    return kernel_product(self, other, true);
+}
 
 void add_matmul_methods(ClassBody& body) {
     body.static_method<&_sum_terms>(

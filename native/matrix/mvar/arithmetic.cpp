@@ -38,8 +38,8 @@ nb::object mul(nb::handle self, nb::handle other) {
         return names::MQuadExpr().attr("_from_mvar_times_mvar")(self, other);
     if (is_ndarray(np, other)) {
         if (is_small(self, other)) return toexpr(self) * other;
-        nb::object products = self.attr("_vararr") * other;
-        return names::MLinExpr()(products);
+        nb::object elements = self.attr("_vararr") * other;
+        return names::MLinExpr()(elements);
     }
     if (is_scalar(other)) return scaled(self, other);
     return toexpr(self) * other;
@@ -56,8 +56,8 @@ nb::object rmul(nb::handle self, nb::handle other) {
             if (other.type().is(np.attr("ndarray"))) return expr.attr("__rmul__")(other);
             return other * expr;
         }
-        nb::object products = other * self.attr("_vararr");
-        return names::MLinExpr()(products);
+        nb::object elements = other * self.attr("_vararr");
+        return names::MLinExpr()(elements);
     }
     if (is_scalar(other)) return scaled(self, other);
     return other * toexpr(self);
