@@ -98,25 +98,6 @@ class Grid {
     ArrayBuffer buffer_;
 };
 
-static nb::object float_list(const Chunk& chunk, Py_ssize_t size) {
-    nb::object list = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        PyObject* number = PyFloat_FromDouble(chunk.number(k));
-        if (!number) throw nb::python_error();
-        PyList_SET_ITEM(list.ptr(), k, number);
-    }
-    return list;
-}
-
-static nb::object object_list(const Chunk& chunk, Py_ssize_t size) {
-    nb::object list = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        PyObject* object = chunk[k];
-        PyList_SET_ITEM(list.ptr(), k, Py_NewRef(object ? object : Py_None));
-    }
-    return list;
-}
-
 /// The new object array of a product, and its slots.
 class Result {
   public:

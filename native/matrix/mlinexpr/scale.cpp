@@ -27,13 +27,9 @@ void scale_data(const Part& part, double value) { part.A.attr("data") *= nb::flo
 
 /// A new list of the coefficients times a number.
 nb::object scaled_list(PyObject* coeffs, double value) {
-    const Py_ssize_t size = PyList_GET_SIZE(coeffs);
-    nb::object result = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        nb::float_ scaled(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
-        PyList_SET_ITEM(result.ptr(), k, scaled.release().ptr());
-    }
-    return result;
+    return list_of(PyList_GET_SIZE(coeffs), [&](Py_ssize_t k) {
+        return PyFloat_FromDouble(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
+    });
 }
 
 /// le._mul(value)
@@ -282,11 +278,7 @@ static nb::object rmul(nb::handle self, nb::handle other) {
 // ---- Division and powers -----------------------------------------------------------------------
 
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
-    if (!factor.is_valid()) return not_implemented();
-    nb::object result = nb::borrow(self);
-    result *= factor;
-    return result;
+    return divide_in_place(self, other);
 }
 
 static bool is_expression(nb::handle other) {

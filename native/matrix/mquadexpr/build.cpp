@@ -47,9 +47,8 @@ static nb::object _zeros_full(nb::handle cls, nb::handle shape) {
 }
 
 static nb::list list_of_one(nb::object item) {
-    nb::list list = nb::steal<nb::list>(checked(PyList_New(1)).release());
-    PyList_SET_ITEM(list.ptr(), 0, item.release().ptr());
-    return list;
+    nb::object list = list_of(1, [&](Py_ssize_t) { return item.release().ptr(); });
+    return nb::borrow<nb::list>(list);
 }
 
 /// x * y in the full form: one term an element.

@@ -93,11 +93,7 @@ static nb::object imul(nb::handle self, nb::handle other) {
 }
 
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
-    if (!factor.is_valid()) return not_implemented();
-    nb::object result = nb::borrow(self);
-    result *= factor;
-    return result;
+    return divide_in_place(self, other);
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {

@@ -25,6 +25,20 @@ nb::object reciprocal(nb::handle np, nb::handle sp, nb::handle divisor) {
     return nb::object();
 }
 
+nb::object subtract_in_place(nb::handle self, nb::handle other) {
+    nb::object result = nb::borrow(self);
+    result += negated(other);
+    return result;
+}
+
+nb::object divide_in_place(nb::handle self, nb::handle other) {
+    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
+    if (!factor.is_valid()) return not_implemented();
+    nb::object result = nb::borrow(self);
+    result *= factor;
+    return result;
+}
+
 nb::object product_shape(nb::handle left_shape, nb::handle right_shape) {
     return names::_matmul_shape()(left_shape, right_shape, "do_raise"_a = true);
 }

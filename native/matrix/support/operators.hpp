@@ -29,6 +29,11 @@ Py_ssize_t size_of(nb::handle array);
 /// 1.0 / divisor, for a number, an array or a sparse matrix; an invalid object for anything else.
 nb::object reciprocal(nb::handle np, nb::handle sp, nb::handle divisor);
 
+/// `self += -1.0 * other` and `self *= 1.0 / other`, which are the in-place - and / of an
+/// expression. Py_NotImplemented where there is no reciprocal.
+nb::object subtract_in_place(nb::handle self, nb::handle other);
+nb::object divide_in_place(nb::handle self, nb::handle other);
+
 /// The shape of a matrix product; ValueError where the operands don't chain.
 nb::object product_shape(nb::handle left_shape, nb::handle right_shape);
 
