@@ -142,9 +142,7 @@ static nb::object add_full(nb::handle self, nb::handle other) {
 
 nb::object add(nb::handle self, nb::handle other) {
     if (is_a(other, names::NLExpr)) return as_nonlinear(self) + other;
-    if (use_compact(self)) return add_compact(self, other);
-    _convert_to_full(self);
-    return add_full(self, other);
+    return take_compact_lane(self) ? add_compact(self, other) : add_full(self, other);
 }
 
 static nb::object radd(nb::handle self, nb::handle other) {
@@ -290,9 +288,7 @@ static nb::object iadd_full(nb::handle self, nb::handle other) {
 }
 
 nb::object iadd(nb::handle self, nb::handle other) {
-    if (use_compact(self)) return iadd_compact(self, other);
-    _convert_to_full(self);
-    return iadd_full(self, other);
+    return take_compact_lane(self) ? iadd_compact(self, other) : iadd_full(self, other);
 }
 
 // ---- Expressions that nobody else holds --------------------------------------------------------
@@ -306,8 +302,7 @@ static bool takes_number(const nb::object& expr, nb::handle other) {
 
 nb::object plus_fresh(nb::object expr, nb::handle other) {
     if (!takes_number(expr, other)) return expr + other;
-    if (use_compact(expr)) return iadd_compact(expr, as_float(other));
-    return iadd(expr, other);
+    return take_compact_lane(expr) ? iadd_compact(expr, as_float(other)) : iadd_full(expr, other);
 }
 
 nb::object rplus_fresh(nb::handle other, nb::object expr) {

@@ -23,7 +23,12 @@ static bool is_one(nb::handle value) {
 
 bool keeps_compact(nb::handle cls) { return is_one(cls.attr("_keep_compact")); }
 
-bool use_compact(nb::handle self) { return is_compact(self) && keeps_compact(names::MLinExpr()); }
+bool take_compact_lane(nb::handle self) {
+    if (!is_compact(self)) return false;
+    if (keeps_compact(names::MLinExpr())) return true;
+    _convert_to_full(self);
+    return false;
+}
 
 bool is_compact(nb::handle self) {
     bool compact = !parts_of(self).is_none();

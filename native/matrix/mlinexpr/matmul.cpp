@@ -207,8 +207,7 @@ nb::object matmul(nb::handle self, nb::handle other) {
     GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
-    const bool compact = use_compact(self);
-    if (!compact) _convert_to_full(self);
+    const bool compact = take_compact_lane(self);
     if (is_sparse(sp, other) || is_ndarray(np, other))
         return compact ? _matmul_compact_spmatrix_or_ndarray(self, other)
                        : _matmul_full_spmatrix_or_ndarray(self, other);
@@ -223,8 +222,7 @@ nb::object rmatmul(nb::handle self, nb::handle other) {
     GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
-    const bool compact = use_compact(self);
-    if (!compact) _convert_to_full(self);
+    const bool compact = take_compact_lane(self);
     if (is_sparse(sp, other) || is_ndarray(np, other))
         return compact ? _rmatmul_compact_spmatrix_or_ndarray(self, other)
                        : _rmatmul_full_spmatrix_or_ndarray(self, other);

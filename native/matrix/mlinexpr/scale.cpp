@@ -131,9 +131,7 @@ static nb::object imul_full(nb::handle self, nb::handle other) {
 }
 
 nb::object imul(nb::handle self, nb::handle other) {
-    if (use_compact(self)) return imul_compact(self, other);
-    _convert_to_full(self);
-    return imul_full(self, other);
+    return take_compact_lane(self) ? imul_compact(self, other) : imul_full(self, other);
 }
 
 // ---- Products ----------------------------------------------------------------------------------
@@ -260,9 +258,7 @@ static nb::object mul_full(nb::handle self, nb::handle other) {
 
 nb::object mul(nb::handle self, nb::handle other) {
     if (is_quadexpr(other) || is_a(other, names::NLExpr)) return as_nonlinear(self) * other;
-    if (use_compact(self)) return mul_compact(self, other);
-    _convert_to_full(self);
-    return mul_full(self, other);
+    return take_compact_lane(self) ? mul_compact(self, other) : mul_full(self, other);
 }
 
 static nb::object rmul(nb::handle self, nb::handle other) {
@@ -282,8 +278,7 @@ static nb::object itruediv(nb::handle self, nb::handle other) {
 }
 
 static bool is_expression(nb::handle other) {
-    return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-           is_a(other, names::NLExpr, names::MVar, names::MLinExpr);
+    return is_scalar_expression(other) || is_a(other, names::MVar, names::MLinExpr);
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {
@@ -332,8 +327,7 @@ static nb::object pow(nb::handle self, nb::handle other) {
 
 static nb::object rpow(nb::handle self, nb::handle other) {
     auto np = import_numpy();
-    if (is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
-        is_quadexpr(other) || is_a(other, names::NLExpr) || is_scalar(other))
+    if (is_ndarray(np, other) || is_scalar_expression(other) || is_scalar(other))
         return power(other, as_nonlinear(self));
     return not_implemented();
 }

@@ -1,9 +1,9 @@
 // The one form of an MNLExpr, its shape, and what its files do with elements and operands.
 
-#include "core_interface/scalars.hpp"
 #include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/operators.hpp"
 
 namespace taviropy::mnlexpr {
 
@@ -27,8 +27,7 @@ Trees take_trees(nb::handle np, nb::handle value) {
     Trees trees;
     if (is_array_operand(np, value))
         trees.array = trees_of(value);
-    else if (is_a(value, names::Var) || is_linexpr(value) || is_quadexpr(value) ||
-             is_a(value, names::NLExpr) || is_scalar(value))
+    else if (is_scalar_expression(value) || is_scalar(value))
         trees.node = names::NLExpr().attr("_coerce_to_exprtree")(value);
     return trees;
 }

@@ -11,8 +11,6 @@
 
 namespace taviropy::mquadexpr {
 
-using namespace nb::literals;
-
 namespace {
 
 /// self @ other, or other @ self

@@ -14,11 +14,6 @@ namespace taviropy::mquadexpr {
 
 namespace {
 
-bool is_scalar_expression(nb::handle other) {
-    return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-           is_a(other, names::NLExpr);
-}
-
 bool holds_variables(nb::handle other) {
     return is_scalar_expression(other) ||
            is_a(other, names::MVar, names::MLinExpr, names::MQuadExpr);

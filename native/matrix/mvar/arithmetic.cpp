@@ -4,7 +4,6 @@
 // result is, the first test that fires wins, and the class of the result does the work: MLinExpr
 // what is linear, MQuadExpr products of two variable arrays, MNLExpr powers and quotients.
 
-#include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "mvar/mvar.hpp"
 #include "support/errors.hpp"
@@ -14,8 +13,6 @@
 #include "support/sparse.hpp"
 
 namespace taviropy::mvar {
-
-using namespace nb::literals;
 
 namespace {
 
@@ -76,16 +73,14 @@ nb::object pow(nb::handle self, nb::handle other) {
         return power(as_nonlinear(self), other);
     }
     if (is_scalar(other)) return is_two(other) ? self * self : power(as_nonlinear(self), other);
-    if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-        is_a(other, names::NLExpr, names::MVar, names::MLinExpr, names::MQuadExpr))
+    if (is_scalar_expression(other) || is_a(other, names::MVar, names::MLinExpr, names::MQuadExpr))
         return power(as_nonlinear(self), other);
     return not_implemented();
 }
 
 nb::object rpow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
-    if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-        is_a(other, names::NLExpr) || is_ndarray(np, other) || is_scalar(other))
+    if (is_scalar_expression(other) || is_ndarray(np, other) || is_scalar(other))
         return power(other, as_nonlinear(self));
     return not_implemented();
 }
@@ -129,8 +124,7 @@ nb::object truediv(nb::handle self, nb::handle other) { return toexpr(self) / ot
 nb::object rtruediv(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     nb::object sp = import_sparse();
-    if (is_scalar(other) || is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
-        is_quadexpr(other) || is_a(other, names::NLExpr))
+    if (is_scalar(other) || is_ndarray(np, other) || is_scalar_expression(other))
         return other / as_nonlinear(self);
     if (is_sparse(sp, other)) {
         nb::object denominator = as_nonlinear(self);

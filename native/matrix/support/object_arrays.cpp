@@ -9,8 +9,6 @@
 
 namespace taviropy {
 
-using namespace nb::literals;
-
 bool ArrayBuffer::acquire(nb::handle array, int flags) {
     release();
     if (PyObject_GetBuffer(array.ptr(), &view_, flags) == 0) return true;

@@ -1,5 +1,6 @@
 #include "support/operators.hpp"
 
+#include "core_interface/scalars.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
 #include "support/numbers.hpp"
@@ -8,6 +9,11 @@
 namespace taviropy {
 
 using namespace nb::literals;
+
+bool is_scalar_expression(nb::handle object) {
+    return is_a(object, names::Var) || is_linexpr(object) || is_quadexpr(object) ||
+           is_a(object, names::NLExpr);
+}
 
 bool is_array_of_two(nb::handle array) {
     return size_of(array) == 1 && is_two(nb::object(array.attr("item")()));

@@ -20,6 +20,9 @@ inline nb::object power(nb::handle base, nb::handle exponent) {
 /// number == 2.0
 inline bool is_two(nb::handle number) { return number.equal(nb::float_(2.0)); }
 
+/// A scalar object of the package that stands for an expression: Var, LinExpr, QuadExpr or NLExpr.
+bool is_scalar_expression(nb::handle object);
+
 /// Whether an array holds the one number 2.
 bool is_array_of_two(nb::handle array);
 
