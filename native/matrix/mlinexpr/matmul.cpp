@@ -118,22 +118,22 @@ static nb::object _rmatmul_compact_spmatrix_or_ndarray(nb::handle self, nb::hand
 
 // ---- With variables ----------------------------------------------------------------------------
 
-static nb::object _matmul_full_mvar(nb::handle self, nb::handle y) {
+/// left @ right of object arrays, whose shapes are given as those of their owners.
+static nb::object full_product(nb::handle left, nb::handle left_shape, nb::handle right,
+                               nb::handle right_shape) {
     auto np = import_numpy();
-    nb::object shape = shape_of(self), y_shape = y.attr("shape");
-    nb::object res_shape = product_shape(shape, y_shape);
-    if (is_empty_product(shape, y_shape, res_shape))
-        return names::MQuadExpr().attr("zeros")(res_shape);
-    return quadratic(element_product(np, learr_of(self), y.attr("_vararr")));
+    nb::object shape = product_shape(left_shape, right_shape);
+    if (is_empty_product(left_shape, right_shape, shape))
+        return names::MQuadExpr().attr("zeros")(shape);
+    return quadratic(element_product(np, left, right));
+}
+
+static nb::object _matmul_full_mvar(nb::handle self, nb::handle y) {
+    return full_product(learr_of(self), shape_of(self), y.attr("_vararr"), y.attr("shape"));
 }
 
 static nb::object _rmatmul_full_mvar(nb::handle self, nb::handle y) {
-    auto np = import_numpy();
-    nb::object shape = shape_of(self), y_shape = y.attr("shape");
-    nb::object res_shape = product_shape(y_shape, shape);
-    if (is_empty_product(y_shape, shape, res_shape))
-        return names::MQuadExpr().attr("zeros")(res_shape);
-    return quadratic(element_product(np, y.attr("_vararr"), learr_of(self)));
+    return full_product(y.attr("_vararr"), y.attr("shape"), learr_of(self), shape_of(self));
 }
 
 /// The one-element product of A x + b and y, on either side: y' A x, and `ndle` from b and y.
