@@ -12,6 +12,7 @@
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mlinexpr {
@@ -141,9 +142,7 @@ static nb::object add_full(nb::handle self, nb::handle other) {
 
 nb::object add(nb::handle self, nb::handle other) {
     if (is_a(other, names::NLExpr)) return as_nonlinear(self) + other;
-    if (use_compact(self)) return add_compact(self, other);
-    _convert_to_full(self);
-    return add_full(self, other);
+    return take_compact_lane(self) ? add_compact(self, other) : add_full(self, other);
 }
 
 static nb::object radd(nb::handle self, nb::handle other) {
@@ -289,9 +288,7 @@ static nb::object iadd_full(nb::handle self, nb::handle other) {
 }
 
 nb::object iadd(nb::handle self, nb::handle other) {
-    if (use_compact(self)) return iadd_compact(self, other);
-    _convert_to_full(self);
-    return iadd_full(self, other);
+    return take_compact_lane(self) ? iadd_compact(self, other) : iadd_full(self, other);
 }
 
 // ---- Expressions that nobody else holds --------------------------------------------------------
@@ -305,8 +302,7 @@ static bool takes_number(const nb::object& expr, nb::handle other) {
 
 nb::object plus_fresh(nb::object expr, nb::handle other) {
     if (!takes_number(expr, other)) return expr + other;
-    if (use_compact(expr)) return iadd_compact(expr, as_float(other));
-    return iadd(expr, other);
+    return take_compact_lane(expr) ? iadd_compact(expr, as_float(other)) : iadd_full(expr, other);
 }
 
 nb::object rplus_fresh(nb::handle other, nb::object expr) {
@@ -341,11 +337,7 @@ static nb::object rsub(nb::handle self, nb::handle other) {
     return negated(self) + other;
 }
 
-static nb::object isub(nb::handle self, nb::handle other) {
-    nb::object result = nb::borrow(self);
-    result += negated(other);
-    return result;
-}
+static nb::object isub(nb::handle self, nb::handle other) { return subtract_in_place(self, other); }
 
 // ---- The table ---------------------------------------------------------------------------------
 
@@ -356,33 +348,33 @@ void add_addition_methods(ClassBody& body) {
         .method<&sub>("__sub__(self, other)")
         .method<&rsub>("__rsub__(self, other)")
         .method<&isub>("__isub__(self, other)")
-        .method<&_add_compact_mlinexpr>("_add_compact_mlinexpr(self, other)",
-                                        "The sum of this compact expression and another of either "
-                                        "form; compact where that is possible.")
+        .method<&_add_compact_mlinexpr>(
+            "_add_compact_mlinexpr(self, other)",
+            R"(The sum of this compact expression and another of either form; compact where that is
+possible.)")
         .method<&_add_compact_mlinexpr_compact>(
             "_add_compact_mlinexpr_compact(self, other)",
-            "The compact sum of two compact expressions, in one "
-            "part; merges the parts of both.")
+            R"(The compact sum of two compact expressions, in one part; merges the parts of both.)")
         .method<&_add_full_mlinexpr>("_add_full_mlinexpr(self, other)",
-                                     "The full sum of two full expressions.")
+                                     R"(The full sum of two full expressions.)")
         .method<&_add_full_ndarray>("_add_full_ndarray(self, other)",
-                                    "The full sum of a full expression and an array of numbers.")
+                                    R"(The full sum of a full expression and an array of numbers.)")
         .method<&_iadd_compact_mlinexpr>(
             "_iadd_compact_mlinexpr(self, other)",
-            "Adds an expression in place; a full one makes this one full.")
+            R"(Adds an expression in place; a full one makes this one full.)")
         .method<&_iadd_compact_mlinexpr_compact>("_iadd_compact_mlinexpr_compact(self, other)",
-                                                 "Appends a copy of another compact expression.")
+                                                 R"(Appends a copy of another compact expression.)")
         .method<&_iadd_compact_var>("_iadd_compact_var(self, other)",
-                                    "Adds a variable to every element.")
+                                    R"(Adds a variable to every element.)")
         .method<&_iadd_compact_linexpr>("_iadd_compact_linexpr(self, other)",
-                                        "Adds a scalar expression to every element.")
+                                        R"(Adds a scalar expression to every element.)")
         .method<&_iadd_full_scalar>("_iadd_full_scalar(self, other)",
-                                    "Adds a number to the constant of every element.")
+                                    R"(Adds a number to the constant of every element.)")
         .method<&_iadd_full_ndarray>("_iadd_full_ndarray(self, other)",
-                                     "Adds numbers to the constants, element by element.")
+                                     R"(Adds numbers to the constants, element by element.)")
         .method<&_iadd_full_mlinexpr>(
             "_iadd_full_mlinexpr(self, other)",
-            "Appends the terms of a full expression, element by element.");
+            R"(Appends the terms of a full expression, element by element.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -256,30 +256,30 @@ void add_build_methods(ClassBody& body) {
     body.class_method<static_cast<nb::object (*)(nb::handle, nb::handle)>(&zeros)>(
             "zeros(cls, shape)", kZerosDoc)
         .class_method<&_zeros_full>("_zeros_full(cls, shape)",
-                                    "An all-zero expression in the full form.")
+                                    R"(An all-zero expression in the full form.)")
         .class_method<&_from_compact_affine_expr>(
             "_from_compact_affine_expr(cls, x_left=None, A=None, x_right=None, b=None)",
-            "The compact expression x_left @ A + b, A @ x_right + b or b, of copies of A and b.")
+            R"(The compact expression x_left @ A + b, A @ x_right + b or b, of copies of A and b.)")
         .class_method<&_from_mvar>("_from_mvar(cls, fromobj, force_full=False)",
-                                   "An expression with one term for each variable of an MVar.")
+                                   R"(An expression with one term for each variable of an MVar.)")
         .class_method<&_from_mvar_compact>("_from_mvar_compact(cls, x)",
-                                           "The same in the compact form.")
+                                           R"(The same in the compact form.)")
         .class_method<&_from_mvar_full>("_from_mvar_full(cls, fromobj)",
-                                        "The same in the full form.")
+                                        R"(The same in the full form.)")
         .class_method<&_from_var>("_from_var(cls, fromobj)",
-                                  "A 0-d expression of a Var; any other type is an Exception.")
+                                  R"(A 0-d expression of a Var; any other type is an Exception.)")
         .class_method<&_from_linexpr>(
             "_from_linexpr(cls, fromobj)",
-            "A 0-d expression of a copy of a LinExpr; any other type is an Exception.")
+            R"(A 0-d expression of a copy of a LinExpr; any other type is an Exception.)")
         .class_method<&_from_linexprs>(
             "_from_linexprs(cls, les)",
-            "An expression of copies of scalar expressions, MLinExpr of size 1 among them, in the "
-            "shape that NumPy gives to the sequence.")
+            R"(An expression of copies of scalar expressions, MLinExpr of size 1 among them, in the
+shape that NumPy gives to the sequence.)")
         .method<&copy>("copy(self)", kCopyDoc)
         .method<&_copy_compact>("_copy_compact(self)")
         .method<&_copy_full>(
             "_copy_full(self)",
-            "Copies element by element; converts this expression to the full form.");
+            R"(Copies element by element; converts this expression to the full form.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -98,25 +98,6 @@ class Grid {
     ArrayBuffer buffer_;
 };
 
-static nb::object float_list(const Chunk& chunk, Py_ssize_t size) {
-    nb::object list = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        PyObject* number = PyFloat_FromDouble(chunk.number(k));
-        if (!number) throw nb::python_error();
-        PyList_SET_ITEM(list.ptr(), k, number);
-    }
-    return list;
-}
-
-static nb::object object_list(const Chunk& chunk, Py_ssize_t size) {
-    nb::object list = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        PyObject* object = chunk[k];
-        PyList_SET_ITEM(list.ptr(), k, Py_NewRef(object ? object : Py_None));
-    }
-    return list;
-}
-
 /// The new object array of a product, and its slots.
 class Result {
   public:
@@ -250,21 +231,22 @@ nb::object _from_matmul_left_spmatrix(nb::handle, nb::handle x, nb::handle A) {
 void add_build_matmul_methods(ClassBody& body) {
     body.class_method<&_from_matmul_right>(
             "_from_matmul_right(cls, A, x)",
-            "A @ x for an MVar x, compact where the shapes allow it.")
-        .class_method<&_from_matmul_left>("_from_matmul_left(cls, x, A)",
-                                          "x @ A for an MVar x, compact where the shapes allow it.")
+            R"(A @ x for an MVar x, compact where the shapes allow it.)")
+        .class_method<&_from_matmul_left>(
+            "_from_matmul_left(cls, x, A)",
+            R"(x @ A for an MVar x, compact where the shapes allow it.)")
         .class_method<&_from_matmul_right_ndarray>(
             "_from_matmul_right_ndarray(cls, A, x)",
-            "A @ x in the full form; each entry of a dense A makes a term, zeros too.")
+            R"(A @ x in the full form; each entry of a dense A makes a term, zeros too.)")
         .class_method<&_from_matmul_right_spmatrix>(
             "_from_matmul_right_spmatrix(cls, A, x)",
-            "A @ x in the full form; each stored entry of a sparse A makes a term.")
+            R"(A @ x in the full form; each stored entry of a sparse A makes a term.)")
         .class_method<&_from_matmul_left_ndarray>(
             "_from_matmul_left_ndarray(cls, x, A)",
-            "x @ A in the full form; each entry of a dense A makes a term, zeros too.")
+            R"(x @ A in the full form; each entry of a dense A makes a term, zeros too.)")
         .class_method<&_from_matmul_left_spmatrix>(
             "_from_matmul_left_spmatrix(cls, x, A)",
-            "x @ A in the full form; each stored entry of a sparse A makes a term, by rising row.");
+            R"(x @ A in the full form; each stored entry of a sparse A makes a term, by rising row.)");
 }
 
 }  // namespace taviropy::mlinexpr

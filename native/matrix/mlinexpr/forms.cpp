@@ -23,7 +23,12 @@ static bool is_one(nb::handle value) {
 
 bool keeps_compact(nb::handle cls) { return is_one(cls.attr("_keep_compact")); }
 
-bool use_compact(nb::handle self) { return is_compact(self) && keeps_compact(names::MLinExpr()); }
+bool take_compact_lane(nb::handle self) {
+    if (!is_compact(self)) return false;
+    if (keeps_compact(names::MLinExpr())) return true;
+    _convert_to_full(self);
+    return false;
+}
 
 bool is_compact(nb::handle self) {
     bool compact = !parts_of(self).is_none();
@@ -360,36 +365,41 @@ nb::object clear(nb::handle self) {
 
 void add_form_methods(ClassBody& body) {
     own_class = names::MLinExpr();
-    body.method<&init>("__init__(self, wraponly=None, matmulparts=None, b=None)",
-                       "Wraps an object array of LinExpr, or parts (A, x) and a constant array b, "
-                       "without copying.")
-        .property<&_is_compact>("_is_compact",
-                                "True where sparse parts and a constant hold the expression, False "
-                                "where an array of LinExpr does.")
-        .static_method<&_allows_compact>("_allows_compact(shape)",
-                                         "Whether an expression of this shape may be compact: at "
-                                         "most two dimensions, at most one of them above 1.")
-        .property<&shape_of>("shape", "The shape of the expression, as a tuple of ints")
-        .property<&ndim>("ndim", "The number of dimensions of this expression")
-        .property<&size>("size", "The number of elements of this expression")
+    body.method<&init>(
+            "__init__(self, wraponly=None, matmulparts=None, b=None)",
+            R"(Wraps an object array of LinExpr, or parts (A, x) and a constant array b, without
+copying.)")
+        .property<&_is_compact>(
+            "_is_compact",
+            R"(True where sparse parts and a constant hold the expression, False where an array of
+LinExpr does.)")
+        .static_method<&_allows_compact>(
+            "_allows_compact(shape)",
+            R"(Whether an expression of this shape may be compact: at most two dimensions, at most
+one of them above 1.)")
+        .property<&shape_of>("shape", R"(The shape of the expression, as a tuple of ints)")
+        .property<&ndim>("ndim", R"(The number of dimensions of this expression)")
+        .property<&size>("size", R"(The number of elements of this expression)")
         .property<&_leading_adim>("_leading_adim",
-                                  "The number of rows that the matrix of every part has.")
-        .method<&_concat_matmulparts>("_concat_matmulparts(self)",
-                                      "Merges all parts into one, side by side; the value stays.")
-        .method<&_extract_Axb>("_extract_Axb(self)",
-                               "The expression's own (A, x, b), its parts merged; A and x are None "
-                               "where it has no part.")
+                                  R"(The number of rows that the matrix of every part has.)")
+        .method<&_concat_matmulparts>(
+            "_concat_matmulparts(self)",
+            R"(Merges all parts into one, side by side; the value stays.)")
+        .method<&_extract_Axb>(
+            "_extract_Axb(self)",
+            R"(The expression's own (A, x, b), its parts merged; A and x are None where it has no
+part.)")
         .method<&_add_matmul_part>("_add_matmul_part(self, A, x)",
-                                   "Appends the part A @ x, A becoming a float64 csr_matrix.")
-        .method<&_to_full>("_to_full(self)",
-                           "The same expression as a new one in the full form. Merges the parts of "
-                           "this one.")
+                                   R"(Appends the part A @ x, A becoming a float64 csr_matrix.)")
+        .method<&_to_full>(
+            "_to_full(self)",
+            R"(The same expression as a new one in the full form. Merges the parts of this one.)")
         .method<&_convert_to_full>("_convert_to_full(self)",
-                                   "Switches this expression to the full form, in place.")
-        .method<&_flatten>("_flatten(self)", "Flattens each element of a full expression.")
+                                   R"(Switches this expression to the full form, in place.)")
+        .method<&_flatten>("_flatten(self)", R"(Flattens each element of a full expression.)")
         .method<&_normalize>(
             "_normalize(self)",
-            "Merges the terms of one variable in each element of a full expression.")
+            R"(Merges the terms of one variable in each element of a full expression.)")
         .method<&clear>("clear(self)", kClearDoc)
         .method<&_clear_compact>("_clear_compact(self)")
         .method<&_clear_full>("_clear_full(self)");

@@ -191,11 +191,11 @@ void add_index_methods(ClassBody& body) {
         .method<&getitem>("__getitem__(self, obj)", kGetitemDoc)
         .method<&setitem>("__setitem__(self, obj, value)", kSetitemDoc)
         .method<&_setitem_linexpr>("_setitem_linexpr(self, obj, value)",
-                                   "Assigns copies of one LinExpr to all selected elements.")
+                                   R"(Assigns copies of one LinExpr to all selected elements.)")
         .method<&_setitem_mlinexpr>("_setitem_mlinexpr(self, obj, value)",
-                                    "Assigns copies of the elements of a full MLinExpr.")
+                                    R"(Assigns copies of the elements of a full MLinExpr.)")
         .method<&_setitem_iaddable>("_setitem_iaddable(self, obj, value)",
-                                    "Clears the selected elements and adds the value to them.");
+                                    R"(Clears the selected elements and adds the value to them.)");
 }
 
 }  // namespace taviropy::mlinexpr

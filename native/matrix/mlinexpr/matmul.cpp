@@ -118,22 +118,22 @@ static nb::object _rmatmul_compact_spmatrix_or_ndarray(nb::handle self, nb::hand
 
 // ---- With variables ----------------------------------------------------------------------------
 
-static nb::object _matmul_full_mvar(nb::handle self, nb::handle y) {
+/// left @ right of object arrays, whose shapes are given as those of their owners.
+static nb::object full_product(nb::handle left, nb::handle left_shape, nb::handle right,
+                               nb::handle right_shape) {
     auto np = import_numpy();
-    nb::object shape = shape_of(self), y_shape = y.attr("shape");
-    nb::object res_shape = product_shape(shape, y_shape);
-    if (is_empty_product(shape, y_shape, res_shape))
-        return names::MQuadExpr().attr("zeros")(res_shape);
-    return quadratic(element_product(np, learr_of(self), y.attr("_vararr")));
+    nb::object shape = product_shape(left_shape, right_shape);
+    if (is_empty_product(left_shape, right_shape, shape))
+        return names::MQuadExpr().attr("zeros")(shape);
+    return quadratic(element_product(np, left, right));
+}
+
+static nb::object _matmul_full_mvar(nb::handle self, nb::handle y) {
+    return full_product(learr_of(self), shape_of(self), y.attr("_vararr"), y.attr("shape"));
 }
 
 static nb::object _rmatmul_full_mvar(nb::handle self, nb::handle y) {
-    auto np = import_numpy();
-    nb::object shape = shape_of(self), y_shape = y.attr("shape");
-    nb::object res_shape = product_shape(y_shape, shape);
-    if (is_empty_product(y_shape, shape, res_shape))
-        return names::MQuadExpr().attr("zeros")(res_shape);
-    return quadratic(element_product(np, y.attr("_vararr"), learr_of(self)));
+    return full_product(y.attr("_vararr"), y.attr("shape"), learr_of(self), shape_of(self));
 }
 
 /// The one-element product of A x + b and y, on either side: y' A x, and `ndle` from b and y.
@@ -207,8 +207,7 @@ nb::object matmul(nb::handle self, nb::handle other) {
     GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
-    const bool compact = use_compact(self);
-    if (!compact) _convert_to_full(self);
+    const bool compact = take_compact_lane(self);
     if (is_sparse(sp, other) || is_ndarray(np, other))
         return compact ? _matmul_compact_spmatrix_or_ndarray(self, other)
                        : _matmul_full_spmatrix_or_ndarray(self, other);
@@ -223,8 +222,7 @@ nb::object rmatmul(nb::handle self, nb::handle other) {
     GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
-    const bool compact = use_compact(self);
-    if (!compact) _convert_to_full(self);
+    const bool compact = take_compact_lane(self);
     if (is_sparse(sp, other) || is_ndarray(np, other))
         return compact ? _rmatmul_compact_spmatrix_or_ndarray(self, other)
                        : _rmatmul_full_spmatrix_or_ndarray(self, other);
@@ -240,31 +238,32 @@ void add_matmul_methods(ClassBody& body) {
         .method<&rmatmul>("__rmatmul__(self, other)")
         .method<&_matmul_compact_spmatrix_or_ndarray>(
             "_matmul_compact_spmatrix_or_ndarray(self, spmat)",
-            "A compact expression times a matrix of numbers; compact where the shape allows it.")
+            R"(A compact expression times a matrix of numbers; compact where the shape allows it.)")
         .method<&_matmul_full_spmatrix_or_ndarray>(
             "_matmul_full_spmatrix_or_ndarray(self, other)",
-            "A full expression times a matrix of numbers. RuntimeWarning for large operands.")
+            R"(A full expression times a matrix of numbers. RuntimeWarning for large operands.)")
         .method<&_matmul_compact_mvar>("_matmul_compact_mvar(self, y)",
-                                       "A compact expression times variables, as an MQuadExpr.")
+                                       R"(A compact expression times variables, as an MQuadExpr.)")
         .method<&_matmul_full_mvar>("_matmul_full_mvar(self, y)",
-                                    "A full expression times variables, as an MQuadExpr.")
-        .method<&_matmul_compact_mlinexpr>("_matmul_compact_mlinexpr(self, ndle)",
-                                           "A compact expression times another, as an MQuadExpr.")
+                                    R"(A full expression times variables, as an MQuadExpr.)")
+        .method<&_matmul_compact_mlinexpr>(
+            "_matmul_compact_mlinexpr(self, ndle)",
+            R"(A compact expression times another, as an MQuadExpr.)")
         .method<&_matmul_compact_mlinexpr_compact>(
             "_matmul_compact_mlinexpr_compact(self, ndle)",
-            "The compact product of two compact expressions, of at most one element.")
+            R"(The compact product of two compact expressions, of at most one element.)")
         .method<&_matmul_full_mlinexpr>("_matmul_full_mlinexpr(self, ndle)",
-                                        "A full expression times another, which becomes full.")
+                                        R"(A full expression times another, which becomes full.)")
         .method<&_rmatmul_compact_spmatrix_or_ndarray>(
             "_rmatmul_compact_spmatrix_or_ndarray(self, spmat)",
-            "A matrix of numbers times a compact expression; compact where the shape allows it.")
+            R"(A matrix of numbers times a compact expression; compact where the shape allows it.)")
         .method<&_rmatmul_full_spmatrix_or_ndarray>(
             "_rmatmul_full_spmatrix_or_ndarray(self, other)",
-            "A matrix of numbers times a full expression. RuntimeWarning for large operands.")
+            R"(A matrix of numbers times a full expression. RuntimeWarning for large operands.)")
         .method<&_rmatmul_compact_mvar>("_rmatmul_compact_mvar(self, y)",
-                                        "Variables times a compact expression, as an MQuadExpr.")
+                                        R"(Variables times a compact expression, as an MQuadExpr.)")
         .method<&_rmatmul_full_mvar>("_rmatmul_full_mvar(self, y)",
-                                     "Variables times a full expression, as an MQuadExpr.");
+                                     R"(Variables times a full expression, as an MQuadExpr.)");
 }
 
 }  // namespace taviropy::mlinexpr

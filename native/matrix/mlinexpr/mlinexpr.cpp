@@ -1,3 +1,4 @@
+// MLinExpr: the class and its docstring. The methods stand by family in the files beside this one.
 #include "mlinexpr/mlinexpr.hpp"
 
 #include "units.hpp"

@@ -28,8 +28,9 @@ bool is_compact(nb::handle self);
 /// `cls._keep_compact == 1`
 bool keeps_compact(nb::handle cls);
 
-/// The test that opens every binary operator: `self._is_compact and MLinExpr._keep_compact == 1`.
-bool use_compact(nb::handle self);
+/// Opens every operator with two lanes: true where it takes the compact one, which needs a compact
+/// `self` and the class's switch. Otherwise `self` is full from here on.
+bool take_compact_lane(nb::handle self);
 
 /// `MLinExpr._allows_compact(shape)`, for a shape that is a tuple of ints.
 bool allows_compact(nb::handle shape);

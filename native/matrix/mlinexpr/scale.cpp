@@ -27,13 +27,9 @@ void scale_data(const Part& part, double value) { part.A.attr("data") *= nb::flo
 
 /// A new list of the coefficients times a number.
 nb::object scaled_list(PyObject* coeffs, double value) {
-    const Py_ssize_t size = PyList_GET_SIZE(coeffs);
-    nb::object result = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        nb::float_ scaled(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
-        PyList_SET_ITEM(result.ptr(), k, scaled.release().ptr());
-    }
-    return result;
+    return list_of(PyList_GET_SIZE(coeffs), [&](Py_ssize_t k) {
+        return PyFloat_FromDouble(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
+    });
 }
 
 /// le._mul(value)
@@ -135,9 +131,7 @@ static nb::object imul_full(nb::handle self, nb::handle other) {
 }
 
 nb::object imul(nb::handle self, nb::handle other) {
-    if (use_compact(self)) return imul_compact(self, other);
-    _convert_to_full(self);
-    return imul_full(self, other);
+    return take_compact_lane(self) ? imul_compact(self, other) : imul_full(self, other);
 }
 
 // ---- Products ----------------------------------------------------------------------------------
@@ -264,9 +258,7 @@ static nb::object mul_full(nb::handle self, nb::handle other) {
 
 nb::object mul(nb::handle self, nb::handle other) {
     if (is_quadexpr(other) || is_a(other, names::NLExpr)) return as_nonlinear(self) * other;
-    if (use_compact(self)) return mul_compact(self, other);
-    _convert_to_full(self);
-    return mul_full(self, other);
+    return take_compact_lane(self) ? mul_compact(self, other) : mul_full(self, other);
 }
 
 static nb::object rmul(nb::handle self, nb::handle other) {
@@ -282,16 +274,11 @@ static nb::object rmul(nb::handle self, nb::handle other) {
 // ---- Division and powers -----------------------------------------------------------------------
 
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
-    if (!factor.is_valid()) return not_implemented();
-    nb::object result = nb::borrow(self);
-    result *= factor;
-    return result;
+    return divide_in_place(self, other);
 }
 
 static bool is_expression(nb::handle other) {
-    return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-           is_a(other, names::NLExpr, names::MVar, names::MLinExpr);
+    return is_scalar_expression(other) || is_a(other, names::MVar, names::MLinExpr);
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {
@@ -340,8 +327,7 @@ static nb::object pow(nb::handle self, nb::handle other) {
 
 static nb::object rpow(nb::handle self, nb::handle other) {
     auto np = import_numpy();
-    if (is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
-        is_quadexpr(other) || is_a(other, names::NLExpr) || is_scalar(other))
+    if (is_ndarray(np, other) || is_scalar_expression(other) || is_scalar(other))
         return power(other, as_nonlinear(self));
     return not_implemented();
 }
@@ -366,33 +352,31 @@ void add_scaling_methods(ClassBody& body) {
         .method<&pos>("__pos__(self)")
         .method<&neg>("__neg__(self)")
         .method<&_imul_compact_scalar>("_imul_compact_scalar(self, value)",
-                                       "Multiplies a compact expression by a number, in place.")
+                                       R"(Multiplies a compact expression by a number, in place.)")
         .method<&_imul_compact_ndarray>(
             "_imul_compact_ndarray(self, arr)",
-            "Multiplies a compact expression by finite numbers, in place; "
-            "TaviroError for others, nothing having changed.")
+            R"(Multiplies a compact expression by finite numbers, in place; TaviroError for others,
+nothing having changed.)")
         .method<&_imul_compact_spmatrix>("_imul_compact_spmatrix(self, spmat)",
-                                         "The same by a sparse matrix.")
+                                         R"(The same by a sparse matrix.)")
         .method<&_imul_scalar>("_imul_scalar(self, other)",
-                               "Multiplies a full expression by a number, in place.")
+                               R"(Multiplies a full expression by a number, in place.)")
         .method<&_imul_ndarray>("_imul_ndarray(self, other)",
-                                "Multiplies a full expression by numbers, in place.")
+                                R"(Multiplies a full expression by numbers, in place.)")
         .method<&_imul_full_spmatrix>("_imul_full_spmatrix(self, spmat)",
-                                      "The same by a sparse matrix.")
+                                      R"(The same by a sparse matrix.)")
         .method<&_mul_compact_ndarray>(
             "_mul_compact_ndarray(self, other)",
-            "A compact expression times numbers; compact where the shape "
-            "allows it.")
+            R"(A compact expression times numbers; compact where the shape allows it.)")
         .method<&_mul_ndarray_numpy>("_mul_ndarray_numpy(self, other)",
-                                     "A full expression times numbers.")
-        .method<&_mul_full_mlinexpr_mvar>("_mul_full_mlinexpr_mvar(self, other)",
-                                          "A full expression times an MVar or MLinExpr, element by "
-                                          "element, as an MQuadExpr.")
+                                     R"(A full expression times numbers.)")
+        .method<&_mul_full_mlinexpr_mvar>(
+            "_mul_full_mlinexpr_mvar(self, other)",
+            R"(A full expression times an MVar or MLinExpr, element by element, as an MQuadExpr.)")
         .static_method<&_split_lin_quad>(
             "_split_lin_quad(mixarr)",
-            "Takes the linear parts out of an object array of QuadExpr "
-            "and LinExpr, and gives an array of them; what stays is "
-            "purely quadratic.");
+            R"(Takes the linear parts out of an object array of QuadExpr and LinExpr, and gives an
+array of them; what stays is purely quadratic.)");
 }
 
 }  // namespace taviropy::mlinexpr

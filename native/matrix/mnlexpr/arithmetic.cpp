@@ -35,37 +35,37 @@ static nb::object leave_to(nb::handle other) {
 
 static nb::object _dispatch_binary_op(nb::handle self, nb::handle other, nb::handle func) {
     nb::object np = import_numpy();
-    Operand operand = take_operand(np, other);
-    if (operand.unknown()) return leave_to(other);
+    Trees trees = take_trees(np, other);
+    if (trees.unknown()) return leave_to(other);
     nb::object nlexpr = names::NLExpr();
     auto grow = [&](nb::handle left, nb::handle right) {
         return call(nlexpr, call(func, get_root(left), right));
     };
-    if (operand.trees.is_valid())
-        return make(vectorize(np, grow, nb::getattr(self, "_nlearr"), operand.trees));
-    auto grow_alone = [&](nb::handle left) { return grow(left, operand.tree); };
+    if (trees.array.is_valid())
+        return make(vectorize(np, grow, nb::getattr(self, "_nlearr"), trees.array));
+    auto grow_alone = [&](nb::handle left) { return grow(left, trees.node); };
     return make(vectorize(np, grow_alone, nb::getattr(self, "_nlearr")));
 }
 
 static nb::object _rdispatch_binary_op(nb::handle self, nb::handle other, nb::handle func) {
     nb::object np = import_numpy();
-    Operand operand = take_operand(np, other);
-    if (operand.unknown()) return leave_to(other);
+    Trees trees = take_trees(np, other);
+    if (trees.unknown()) return leave_to(other);
     nb::object nlexpr = names::NLExpr();
     auto grow = [&](nb::handle left, nb::handle right) {
         return call(nlexpr, call(func, left, get_root(right)));
     };
-    if (operand.trees.is_valid())
-        return make(vectorize(np, grow, operand.trees, nb::getattr(self, "_nlearr")));
-    auto grow_alone = [&](nb::handle right) { return grow(operand.tree, right); };
+    if (trees.array.is_valid())
+        return make(vectorize(np, grow, trees.array, nb::getattr(self, "_nlearr")));
+    auto grow_alone = [&](nb::handle right) { return grow(trees.node, right); };
     return make(vectorize(np, grow_alone, nb::getattr(self, "_nlearr")));
 }
 
 static nb::object _idispatch_binary_op(nb::handle self, nb::handle other, nb::handle func) {
     nb::object np = import_numpy();
-    Operand operand = take_operand(np, other);
-    if (operand.unknown()) return leave_to(other);
-    walk_with_trees(self.attr("_nlearr"), operand, [&](nb::handle nle, nb::handle tree) {
+    Trees trees = take_trees(np, other);
+    if (trees.unknown()) return leave_to(other);
+    walk_with_trees(self.attr("_nlearr"), trees, [&](nb::handle nle, nb::handle tree) {
         set_root(nle, call(func, get_root(nle), tree));
     });
     return nb::borrow(self);
@@ -121,15 +121,15 @@ static nb::object ipow(nb::handle self, nb::handle other) {
 
 void add_arithmetic_methods(ClassBody& body) {
     body.method<&_dispatch_unary_op>("_dispatch_unary_op(self, func)",
-                                     "New MNLExpr of func(node) for each element.")
+                                     R"(New MNLExpr of func(node) for each element.)")
         .method<&_idispatch_unary_op>("_idispatch_unary_op(self, func)",
-                                      "Puts func(node) into each element.")
+                                      R"(Puts func(node) into each element.)")
         .method<&_dispatch_binary_op>("_dispatch_binary_op(self, other, func)",
-                                      "New MNLExpr of func(node, node of other), broadcast.")
+                                      R"(New MNLExpr of func(node, node of other), broadcast.)")
         .method<&_rdispatch_binary_op>("_rdispatch_binary_op(self, other, func)",
-                                       "New MNLExpr of func(node of other, node), broadcast.")
+                                       R"(New MNLExpr of func(node of other, node), broadcast.)")
         .method<&_idispatch_binary_op>("_idispatch_binary_op(self, other, func)",
-                                       "Puts func(node, node of other) into each element.")
+                                       R"(Puts func(node, node of other) into each element.)")
         .method<&neg>("__neg__(self)")
         .method<&add>("__add__(self, other)")
         .method<&radd>("__radd__(self, other)")

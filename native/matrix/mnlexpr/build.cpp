@@ -102,18 +102,18 @@ static nb::object _from_mquadexpr(nb::handle cls, nb::handle fromobj) {
 }
 
 void add_build_methods(ClassBody& body) {
-    body.static_method<&_coerce_to_exprtree_array>("_coerce_to_exprtree_array(value)",
-                                                   "Object array of the trees of an MNLExpr, MVar, "
-                                                   "MLinExpr, MQuadExpr or ndarray; anything "
-                                                   "else is a TypeError.")
+    body.static_method<&_coerce_to_exprtree_array>(
+            "_coerce_to_exprtree_array(value)",
+            R"(Object array of the trees of an MNLExpr, MVar, MLinExpr, MQuadExpr or ndarray;
+anything else is a TypeError.)")
         .class_method<&_from_ndarray>("_from_ndarray(cls, fromobj)",
-                                      "Constants: one element for each number of an array.")
+                                      R"(Constants: one element for each number of an array.)")
         .class_method<&_from_mvar>("_from_mvar(cls, fromobj)",
-                                   "Variables: one element for each Var of an MVar.")
+                                   R"(Variables: one element for each Var of an MVar.)")
         .class_method<&_from_mlinexpr>("_from_mlinexpr(cls, fromobj)",
-                                       "One element for each LinExpr of an MLinExpr.")
+                                       R"(One element for each LinExpr of an MLinExpr.)")
         .class_method<&_from_mquadexpr>("_from_mquadexpr(cls, fromobj)",
-                                        "One element for each QuadExpr of an MQuadExpr.");
+                                        R"(One element for each QuadExpr of an MQuadExpr.)");
 }
 
 }  // namespace taviropy::mnlexpr

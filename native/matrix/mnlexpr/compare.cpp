@@ -10,8 +10,9 @@ static nb::object _addAsConstr(nb::handle self, nb::handle model, nb::handle res
 }
 
 void add_comparison_methods(ClassBody& body) {
-    body.method<&_addAsConstr>("_addAsConstr(self, model, resvar, name)",
-                               "Adds `resvar == self` to a model; what `addGenConstrNL` returns.");
+    body.method<&_addAsConstr>(
+        "_addAsConstr(self, model, resvar, name)",
+        R"(Adds `resvar == self` to a model; what `addGenConstrNL` returns.)");
 }
 
 }  // namespace taviropy::mnlexpr

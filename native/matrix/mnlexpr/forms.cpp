@@ -1,9 +1,9 @@
 // The one form of an MNLExpr, its shape, and what its files do with elements and operands.
 
-#include "core_interface/scalars.hpp"
 #include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/operators.hpp"
 
 namespace taviropy::mnlexpr {
 
@@ -23,14 +23,13 @@ bool is_array_operand(nb::handle np, nb::handle value) {
            is_a(value, names::MVar, names::MLinExpr, names::MQuadExpr, names::MNLExpr);
 }
 
-Operand take_operand(nb::handle np, nb::handle value) {
-    Operand operand;
+Trees take_trees(nb::handle np, nb::handle value) {
+    Trees trees;
     if (is_array_operand(np, value))
-        operand.trees = trees_of(value);
-    else if (is_a(value, names::Var) || is_linexpr(value) || is_quadexpr(value) ||
-             is_a(value, names::NLExpr) || is_scalar(value))
-        operand.tree = names::NLExpr().attr("_coerce_to_exprtree")(value);
-    return operand;
+        trees.array = trees_of(value);
+    else if (is_scalar_expression(value) || is_scalar(value))
+        trees.node = names::NLExpr().attr("_coerce_to_exprtree")(value);
+    return trees;
 }
 
 static nb::object init(nb::handle self, nb::handle nlearr) {

@@ -23,10 +23,10 @@ static nb::object getitem(nb::handle self, nb::handle obj) {
 static nb::object setitem(nb::handle self, nb::handle obj, nb::handle value) {
     nb::object np = import_numpy();
     nb::object sub = checked(PyObject_GetItem(self.attr("_nlearr").ptr(), obj.ptr()));
-    Operand operand = take_operand(np, value);
-    if (operand.unknown())
+    Trees trees = take_trees(np, value);
+    if (trees.unknown())
         raise(PyExc_ValueError, "Cannot assign " + format_of(value) + " to MNLExpr");
-    walk_with_trees(sub, operand, [](nb::handle nle, nb::handle tree) { set_root(nle, tree); });
+    walk_with_trees(sub, trees, [](nb::handle nle, nb::handle tree) { set_root(nle, tree); });
     return nb::none();
 }
 
@@ -54,14 +54,14 @@ NOTES:
   Raises ValueError if this MNLExpr holds none or more than one expression.)";
 
 void add_index_methods(ClassBody& body) {
-    body.method<&getitem>("__getitem__(self, obj)",
-                          "The elements under a NumPy key, always an MNLExpr. A slice shares its "
-                          "elements with this object; an index of integer or boolean arrays copies "
-                          "them.")
+    body.method<&getitem>(
+            "__getitem__(self, obj)",
+            R"(The elements under a NumPy key, always an MNLExpr. A slice shares its elements with
+this object; an index of integer or boolean arrays copies them.)")
         .method<&setitem>(
             "__setitem__(self, obj, value)",
-            "Replaces the trees of the elements under a NumPy key. The elements stay the "
-            "same objects, and the value must broadcast to their shape.")
+            R"(Replaces the trees of the elements under a NumPy key. The elements stay the same
+objects, and the value must broadcast to their shape.)")
         .method<&item>("item(self)", kItemDoc);
 }
 

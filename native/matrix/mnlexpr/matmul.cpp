@@ -33,7 +33,7 @@ static nb::object _multiply_term_sparse_left(nb::handle left, nb::handle right_t
 
 /// A matrix product by the kernel for the kind of operand that `other` is; NotImplemented where
 /// there is none.
-static nb::object product(nb::handle self, nb::handle other, bool reflected) {
+static nb::object kernel_product(nb::handle self, nb::handle other, bool reflected) {
     nb::object np = import_numpy(), sp = import_sparse();
     nb::object mnlexpr = names::MNLExpr();
     nb::object kernel, f_multiply, left, right;
@@ -57,18 +57,23 @@ static nb::object product(nb::handle self, nb::handle other, bool reflected) {
                        "f_sum"_a = nb::getattr(mnlexpr, "_sum_terms")));
 }
 
-static nb::object matmul(nb::handle self, nb::handle other) { return product(self, other, false); }
+static nb::object matmul(nb::handle self, nb::handle other) {
+    return kernel_product(self, other, false);
+}
 
-static nb::object rmatmul(nb::handle self, nb::handle other) { return product(self, other, true); }
+static nb::object rmatmul(nb::handle self, nb::handle other) {
+    return kernel_product(self, other, true);
+}
 
 void add_matmul_methods(ClassBody& body) {
-    body.static_method<&_sum_terms>("_sum_terms(terms)",
-                                    "NLExpr of the sum of nodes; a single node stands by itself.")
+    body.static_method<&_sum_terms>(
+            "_sum_terms(terms)", R"(NLExpr of the sum of nodes; a single node stands by itself.)")
         .static_method<&_multiply_term_sparse_right>(
             "_multiply_term_sparse_right(left_tree, right)",
-            "left_tree * right, for a number on the right.")
-        .static_method<&_multiply_term_sparse_left>("_multiply_term_sparse_left(left, right_tree)",
-                                                    "left * right_tree, for a number on the left.")
+            R"(left_tree * right, for a number on the right.)")
+        .static_method<&_multiply_term_sparse_left>(
+            "_multiply_term_sparse_left(left, right_tree)",
+            R"(left * right_tree, for a number on the left.)")
         .method<&matmul>("__matmul__(self, other)")
         .method<&rmatmul>("__rmatmul__(self, other)");
 }

@@ -42,11 +42,11 @@ nb::object trees_of(nb::handle value);
 
 /// The trees of an operand: an array of nodes for an ndarray or an object of a matrix class, one
 /// node for a number or a scalar object of the package, neither for anything else.
-struct Operand {
-    nb::object trees, tree;
-    bool unknown() const { return !trees.is_valid() && !tree.is_valid(); }
+struct Trees {
+    nb::object array, node;
+    bool unknown() const { return !array.is_valid() && !node.is_valid(); }
 };
-Operand take_operand(nb::handle np, nb::handle value);
+Trees take_trees(nb::handle np, nb::handle value);
 
 /// Flags of the passes that rewrite the elements of an array and never the array itself.
 constexpr WalkFlags kRewriteAlone = {flag::buffered, {flag::readonly | flag::no_broadcast}, "O"};
@@ -56,15 +56,14 @@ constexpr WalkFlags kRewriteWithTrees = {
 /// Visits the elements of `targets`, each with the tree of the operand that goes to its place:
 /// `body(element, tree)`. The operand may broadcast, the targets may not.
 template <class Body>
-void walk_with_trees(nb::handle targets, const Operand& operand, Body&& body) {
+void walk_with_trees(nb::handle targets, const Trees& trees, Body&& body) {
     GcPause pause;
-    if (operand.tree.is_valid()) {
-        walk<1>(kRewriteAlone, {targets}, [&](const auto& chunks, Py_ssize_t k) {
-            body(chunks[0].element(k), operand.tree);
-        });
+    if (trees.node.is_valid()) {
+        walk<1>(kRewriteAlone, {targets},
+                [&](const auto& chunks, Py_ssize_t k) { body(chunks[0].element(k), trees.node); });
         return;
     }
-    walk<2>(kRewriteWithTrees, {targets, operand.trees}, [&](const auto& chunks, Py_ssize_t k) {
+    walk<2>(kRewriteWithTrees, {targets, trees.array}, [&](const auto& chunks, Py_ssize_t k) {
         body(chunks[0].element(k), chunks[1].element(k));
     });
 }

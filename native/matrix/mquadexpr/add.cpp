@@ -7,6 +7,7 @@
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
@@ -158,11 +159,7 @@ static nb::object rsub(nb::handle self, nb::handle other) {
     return negated(self) + other;
 }
 
-static nb::object isub(nb::handle self, nb::handle other) {
-    nb::object result = nb::borrow(self);
-    result += negated(other);
-    return result;
-}
+static nb::object isub(nb::handle self, nb::handle other) { return subtract_in_place(self, other); }
 
 void add_addition_methods(ClassBody& body) {
     body.method<&iadd>("__iadd__(self, other)")

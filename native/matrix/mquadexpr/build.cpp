@@ -47,13 +47,12 @@ static nb::object _zeros_full(nb::handle cls, nb::handle shape) {
 }
 
 static nb::list list_of_one(nb::object item) {
-    nb::list list = nb::steal<nb::list>(checked(PyList_New(1)).release());
-    PyList_SET_ITEM(list.ptr(), 0, item.release().ptr());
-    return list;
+    nb::object list = list_of(1, [&](Py_ssize_t) { return item.release().ptr(); });
+    return nb::borrow<nb::list>(list);
 }
 
-/// The full form of an element-wise product: one term an element.
-static nb::object full_product(nb::handle left, nb::handle right, nb::handle shape) {
+/// x * y in the full form: one term an element.
+static nb::object full_times(nb::handle left, nb::handle right, nb::handle shape) {
     constexpr WalkFlags flags = {flag::reduce_ok | flag::zerosize_ok,
                                  {flag::readwrite, flag::readwrite, flag::writeonly}};
     nb::object xs = left.attr("_vararr"), ys = right.attr("_vararr");
@@ -72,7 +71,7 @@ static nb::object _from_mvar_times_mvar(nb::handle cls, nb::handle mvar_left, nb
     nb::object shape = names::_broadcast_shapes()(nb::getattr(mvar_left, "shape"),
                                                   nb::getattr(mvar_right, "shape"));
     if (!may_be_compact(cls, shape) || truth(force_full))
-        return full_product(mvar_left, mvar_right, shape);
+        return full_times(mvar_left, mvar_right, shape);
     nb::object ndle = names::MLinExpr().attr("zeros")(shape);
     nb::list quadparts;
     if (size_of(ndle) > 0) {

@@ -299,9 +299,9 @@ nb::object _clear_quad_array(nb::handle qearr) {
 void add_form_methods(ClassBody& body) {
     own_class = names::MQuadExpr();
     body.method<&init>("__init__(self, qearr=None, quadparts=None, ndle=None)")
-        .property<&shape>("shape", "The shape of the expression, as a tuple of ints")
-        .property<&ndim>("ndim", "The number of dimensions of this expression")
-        .property<&size>("size", "The number of elements in this expression")
+        .property<&shape>("shape", R"(The shape of the expression, as a tuple of ints)")
+        .property<&ndim>("ndim", R"(The number of dimensions of this expression)")
+        .property<&size>("size", R"(The number of elements in this expression)")
         .property<&_is_compact>("_is_compact")
         .static_method<&_allows_compact>("_allows_compact(shape)")
         .method<&_add_quadpart>("_add_quadpart(self, x, Q, y)")

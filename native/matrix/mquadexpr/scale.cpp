@@ -14,11 +14,6 @@ namespace taviropy::mquadexpr {
 
 namespace {
 
-bool is_scalar_expression(nb::handle other) {
-    return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-           is_a(other, names::NLExpr);
-}
-
 bool holds_variables(nb::handle other) {
     return is_scalar_expression(other) ||
            is_a(other, names::MVar, names::MLinExpr, names::MQuadExpr);
@@ -93,11 +88,7 @@ static nb::object imul(nb::handle self, nb::handle other) {
 }
 
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
-    if (!factor.is_valid()) return not_implemented();
-    nb::object result = nb::borrow(self);
-    result *= factor;
-    return result;
+    return divide_in_place(self, other);
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {

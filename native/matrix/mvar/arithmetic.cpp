@@ -4,7 +4,6 @@
 // result is, the first test that fires wins, and the class of the result does the work: MLinExpr
 // what is linear, MQuadExpr products of two variable arrays, MNLExpr powers and quotients.
 
-#include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "mvar/mvar.hpp"
 #include "support/errors.hpp"
@@ -14,8 +13,6 @@
 #include "support/sparse.hpp"
 
 namespace taviropy::mvar {
-
-using namespace nb::literals;
 
 namespace {
 
@@ -38,8 +35,8 @@ nb::object mul(nb::handle self, nb::handle other) {
         return names::MQuadExpr().attr("_from_mvar_times_mvar")(self, other);
     if (is_ndarray(np, other)) {
         if (is_small(self, other)) return toexpr(self) * other;
-        nb::object products = self.attr("_vararr") * other;
-        return names::MLinExpr()(products);
+        nb::object elements = self.attr("_vararr") * other;
+        return names::MLinExpr()(elements);
     }
     if (is_scalar(other)) return scaled(self, other);
     return toexpr(self) * other;
@@ -56,8 +53,8 @@ nb::object rmul(nb::handle self, nb::handle other) {
             if (other.type().is(np.attr("ndarray"))) return expr.attr("__rmul__")(other);
             return other * expr;
         }
-        nb::object products = other * self.attr("_vararr");
-        return names::MLinExpr()(products);
+        nb::object elements = other * self.attr("_vararr");
+        return names::MLinExpr()(elements);
     }
     if (is_scalar(other)) return scaled(self, other);
     return other * toexpr(self);
@@ -76,16 +73,14 @@ nb::object pow(nb::handle self, nb::handle other) {
         return power(as_nonlinear(self), other);
     }
     if (is_scalar(other)) return is_two(other) ? self * self : power(as_nonlinear(self), other);
-    if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-        is_a(other, names::NLExpr, names::MVar, names::MLinExpr, names::MQuadExpr))
+    if (is_scalar_expression(other) || is_a(other, names::MVar, names::MLinExpr, names::MQuadExpr))
         return power(as_nonlinear(self), other);
     return not_implemented();
 }
 
 nb::object rpow(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
-    if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-        is_a(other, names::NLExpr) || is_ndarray(np, other) || is_scalar(other))
+    if (is_scalar_expression(other) || is_ndarray(np, other) || is_scalar(other))
         return power(other, as_nonlinear(self));
     return not_implemented();
 }
@@ -129,8 +124,7 @@ nb::object truediv(nb::handle self, nb::handle other) { return toexpr(self) / ot
 nb::object rtruediv(nb::handle self, nb::handle other) {
     nb::object np = import_numpy();
     nb::object sp = import_sparse();
-    if (is_scalar(other) || is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
-        is_quadexpr(other) || is_a(other, names::NLExpr))
+    if (is_scalar(other) || is_ndarray(np, other) || is_scalar_expression(other))
         return other / as_nonlinear(self);
     if (is_sparse(sp, other)) {
         nb::object denominator = as_nonlinear(self);

@@ -1,3 +1,4 @@
+// MVar: the class and its docstring. The methods stand by family in the files beside this one.
 #include "mvar/mvar.hpp"
 
 #include "units.hpp"

@@ -189,8 +189,8 @@ nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self
     // A single item is repeated by multiplying what was given: a tuple stays a tuple, and what
     // can't be multiplied is a TypeError.
     if (size == 1)
-        return value * (type.repeats_by_product ? np.attr("prod")(nb::getattr(self, "shape"))
-                                                : nb::object(self.attr("size")));
+        return value * (type.repeats_by_shape ? np.attr("prod")(nb::getattr(self, "shape"))
+                                              : nb::object(self.attr("size")));
     nb::object shape = self.attr("shape");
     if (nb::len(shape) != 1 || !equal(nb::object(shape[0]), static_cast<long>(size)))
         refuse_shape(self, nb::make_tuple(size));
@@ -202,7 +202,7 @@ nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self
 nb::object flat_values(const HandleClass& type, nb::handle np, nb::handle self, nb::handle value,
                        nb::handle datatype, bool as_array) {
     if (truth(names::_isstr()(value))) {
-        if (type.repeats_by_product) return repeated(np, self, nb::borrow(value));
+        if (type.repeats_by_shape) return repeated(np, self, nb::borrow(value));
         nb::list list;
         list.append(value);
         return list * self.attr("size");

@@ -8,8 +8,10 @@ namespace taviropy {
 
 namespace comparisons {
 
+enum class Sense { less_equal, greater_equal, equal };
+
 /// TempConstr(self, TVO.<sense>, rhs)
-nb::object make(nb::handle self, const char* sense, nb::handle rhs);
+nb::object make(nb::handle self, Sense sense, nb::handle rhs);
 /// TaviroError(code, ...), since a constraint can't be an inequality of that kind.
 [[noreturn]] void refuse_not_equal(int code);
 
@@ -19,13 +21,13 @@ nb::object make(nb::handle self, const char* sense, nb::handle rhs);
 template <const Name& Class, int code>
 struct Comparisons {
     static nb::object le(nb::handle self, nb::handle rhs) {
-        return comparisons::make(self, "LESS_EQUAL", rhs);
+        return comparisons::make(self, comparisons::Sense::less_equal, rhs);
     }
     static nb::object ge(nb::handle self, nb::handle rhs) {
-        return comparisons::make(self, "GREATER_EQUAL", rhs);
+        return comparisons::make(self, comparisons::Sense::greater_equal, rhs);
     }
     static nb::object eq(nb::handle self, nb::handle rhs) {
-        return comparisons::make(self, "EQUAL", rhs);
+        return comparisons::make(self, comparisons::Sense::equal, rhs);
     }
     static nb::object ne(nb::handle, nb::handle) { comparisons::refuse_not_equal(code); }
 };

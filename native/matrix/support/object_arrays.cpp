@@ -9,8 +9,6 @@
 
 namespace taviropy {
 
-using namespace nb::literals;
-
 nb::object empty_object_array(nb::handle np, nb::handle shape) {
     return np.attr("empty")(shape, nb::handle(reinterpret_cast<PyObject*>(&PyBaseObject_Type)));
 }

@@ -152,6 +152,29 @@ nb::object doubles_of(nb::handle np, nb::handle elements, NumberOf&& number_of) 
 template <class Body>
 void walk_sums(nb::handle summands, nb::handle sums, nb::handle axes, Body&& body);
 
+/// A new list of so many objects: `make(k)` gives a new reference to each, or null with an
+/// exception set.
+template <class Make>
+nb::object list_of(Py_ssize_t size, Make&& make) {
+    nb::object list = checked(PyList_New(size));
+    for (Py_ssize_t k = 0; k < size; ++k) {
+        PyObject* item = make(k);
+        if (!item) throw nb::python_error();
+        PyList_SET_ITEM(list.ptr(), k, item);
+    }
+    return list;
+}
+
+/// The doubles of a chunk as a new list of floats.
+inline nb::object float_list(const Chunk& chunk, Py_ssize_t size) {
+    return list_of(size, [&](Py_ssize_t k) { return PyFloat_FromDouble(chunk.number(k)); });
+}
+
+/// The objects of a chunk as a new list.
+inline nb::object object_list(const Chunk& chunk, Py_ssize_t size) {
+    return list_of(size, [&](Py_ssize_t k) { return chunk.element(k).release().ptr(); });
+}
+
 /// np.empty(shape, dtype=object)
 nb::object empty_object_array(nb::handle np, nb::handle shape);
 

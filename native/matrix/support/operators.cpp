@@ -1,5 +1,6 @@
 #include "support/operators.hpp"
 
+#include "core_interface/scalars.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
 #include "support/numbers.hpp"
@@ -8,6 +9,11 @@
 namespace taviropy {
 
 using namespace nb::literals;
+
+bool is_scalar_expression(nb::handle object) {
+    return is_a(object, names::Var) || is_linexpr(object) || is_quadexpr(object) ||
+           is_a(object, names::NLExpr);
+}
 
 bool is_array_of_two(nb::handle array) {
     return size_of(array) == 1 && is_two(nb::object(array.attr("item")()));
@@ -23,6 +29,20 @@ nb::object reciprocal(nb::handle np, nb::handle sp, nb::handle divisor) {
     if (is_sparse(sp, divisor)) return one / sparse::to_array(divisor);
     if (is_scalar(divisor)) return one / real_float(divisor);
     return nb::object();
+}
+
+nb::object subtract_in_place(nb::handle self, nb::handle other) {
+    nb::object result = nb::borrow(self);
+    result += negated(other);
+    return result;
+}
+
+nb::object divide_in_place(nb::handle self, nb::handle other) {
+    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
+    if (!factor.is_valid()) return not_implemented();
+    nb::object result = nb::borrow(self);
+    result *= factor;
+    return result;
 }
 
 nb::object product_shape(nb::handle left_shape, nb::handle right_shape) {

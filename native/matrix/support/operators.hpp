@@ -20,6 +20,9 @@ inline nb::object power(nb::handle base, nb::handle exponent) {
 /// number == 2.0
 inline bool is_two(nb::handle number) { return number.equal(nb::float_(2.0)); }
 
+/// A scalar object of the package that stands for an expression: Var, LinExpr, QuadExpr or NLExpr.
+bool is_scalar_expression(nb::handle object);
+
 /// Whether an array holds the one number 2.
 bool is_array_of_two(nb::handle array);
 
@@ -28,6 +31,11 @@ Py_ssize_t size_of(nb::handle array);
 
 /// 1.0 / divisor, for a number, an array or a sparse matrix; an invalid object for anything else.
 nb::object reciprocal(nb::handle np, nb::handle sp, nb::handle divisor);
+
+/// `self += -1.0 * other` and `self *= 1.0 / other`, which are the in-place - and / of an
+/// expression. Py_NotImplemented where there is no reciprocal.
+nb::object subtract_in_place(nb::handle self, nb::handle other);
+nb::object divide_in_place(nb::handle self, nb::handle other);
 
 /// The shape of a matrix product; ValueError where the operands don't chain.
 nb::object product_shape(nb::handle left_shape, nb::handle right_shape);
