@@ -127,14 +127,14 @@ class HighsEngine(LiveHighs):
     def _apply(self, highs: Any, run: Run, seconds: float) -> None:
         """Set the options of the next run, which is to end after so many seconds."""
         _start_scheduler(run)
-        key = (run.version, self._columns + self._rows)
+        # The quadratic solver cycles on some models: there shall be an end.
+        limit = None if self._hessian is None else 10_000 + 50 * (self._columns + self._rows)
+        key = (run.version, limit)
         is_own = highs is self._highs
         if is_own and key == self._applied and seconds == np.inf:
             return
         reset_options(highs)
-        # The quadratic solver cycles on some models: there shall be an end.
-        limit = 10_000 + 50 * (self._columns + self._rows)
-        wanted = {_QUADRATIC_LIMIT: limit, **run.options}
+        wanted = {**run.options} if limit is None else {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
             ("threads", _threads(run)),
