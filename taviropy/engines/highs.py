@@ -7,7 +7,7 @@ import threading
 from functools import cache
 from math import isfinite
 from time import perf_counter
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 from highspy import Highs, HighsModelStatus, HighsOptions, HighsOptionType, HighsStatus, cb
@@ -16,13 +16,14 @@ from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.values import Floats
 from ..data.view import View
-from .certificates import has_ray
 from .convexity import is_convex
-from .highs_claims import Claims
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
-from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Run
 from .running import News, Stop, as_type, in_thread
+
+if TYPE_CHECKING:  # these need SciPy, whose import takes longer than a small model
+    from .highs_claims import Claims
+    from .highs_quadratic import Multiplied, QuadraticProgram
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -203,6 +204,8 @@ class HighsEngine(LiveHighs):
         return self._status()
 
     def _claims(self, view: View, run: Run, deadline: float) -> Claims:
+        from .highs_claims import Claims
+
         def run_beside(highs: Any) -> None:
             self._apply(highs, run, max(deadline - perf_counter(), 0.0))
             _run(highs, run, silent=True, has_integers=view.has_integers)
@@ -244,6 +247,9 @@ class HighsEngine(LiveHighs):
 
     def _solve_quadratic(self, view: View, run: Run) -> Answer:
         """Solve a model with a quadratic objective; no answer is taken on trust."""
+        from .certificates import has_ray
+        from .highs_quadratic import QuadraticProgram
+
         deadline = perf_counter() + run.time_limit
         _run(self._highs, run)
         answer = self._answer(view, run, self._status())
