@@ -130,12 +130,15 @@ def processes():
     return ProcessPoolExecutor(WORKERS, mp_context=context, initializer=mute)
 
 
-def dask(stack, workers):
+def dask_client(stack, workers):
     """A client of a local cluster of Dask, None where it isn't installed."""
     if not importlib.util.find_spec("distributed"):
         return None
+    import dask
     import distributed
 
+    # A task that kills its worker isn't tried on three others by Dask itself.
+    dask.config.set({"distributed.scheduler.allowed-failures": 0})
     cluster = distributed.LocalCluster(
         n_workers=workers, threads_per_worker=1, dashboard_address=None
     )
@@ -147,7 +150,7 @@ def dask(stack, workers):
 def executors(stack, dask_workers=WORKERS):
     yield "threads", stack.enter_context(ThreadPoolExecutor(WORKERS))
     yield "processes", stack.enter_context(processes())
-    client = dask(stack, dask_workers)
+    client = dask_client(stack, dask_workers)
     if client is not None:
         yield "Dask", client
 
