@@ -2,8 +2,9 @@
 
 Throughput of MODELS small linear models (200 of them): solveAll beside pickled arrays that are
 handed to highspy by hand in the same executor, of whole models and of one model with changes.
-What comes back where workers are killed, models are bad or take too long. The memory of the parent over TASKS tasks (10,000). What copying and pickling a model of 1e6
-nonzeros takes beside copies of its arrays.
+What comes back where workers are killed, models are bad or take too long. The memory of the
+parent over TASKS tasks (10,000). What copying and pickling a model of 1e6 nonzeros takes beside
+copies of its arrays.
 
 All ways take turns; times are medians of the rounds, ratios medians of the rounds' ratios.
 """
