@@ -69,6 +69,20 @@ def test_an_absent_numpy_or_scipy_is_an_error_of_the_call_that_needs_it():
     assert lines[1:] == ["ModuleNotFoundError scipy.sparse"] * 2 + ["numpy"] * 5
 
 
+def test_a_small_linear_model_is_solved_without_the_import_of_scipy():
+    program = """
+        import sys
+        import taviropy as tv
+        m = tv.Model()
+        m.setOption("log", False)
+        x = m.addMVar(3, ub=1.0, obj=-1.0)
+        m.addConstr(x.sum() <= 2)
+        m.optimize()
+        print(m.Objective, [name for name in sys.modules if name.startswith("scipy")])
+    """
+    assert run(program) == "-2.0 []"
+
+
 def test_the_namespace_in_order():
     program = """
         import types

@@ -7,7 +7,7 @@ import threading
 from functools import cache
 from math import isfinite
 from time import perf_counter
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 from highspy import Highs, HighsModelStatus, HighsOptions, HighsOptionType, HighsStatus, cb
@@ -17,13 +17,14 @@ from .._tvo import TVO
 from ..data.values import Floats
 from ..data.view import View
 from .apart import call_apart
-from .certificates import has_ray
 from .convexity import is_convex
-from .highs_claims import Claims
 from .highs_live import LiveHighs, new_highs, reset_options, words_of
-from .highs_quadratic import Multiplied, QuadraticProgram
 from .protocol import Answer, Found, Run
 from .running import Log, News, Stop, as_type, in_thread
+
+if TYPE_CHECKING:  # these need SciPy, whose import takes longer than a small model
+    from .highs_claims import Claims
+    from .highs_quadratic import Multiplied, QuadraticProgram
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -144,14 +145,14 @@ class HighsEngine(LiveHighs):
     def _apply(self, highs: Any, run: Run, seconds: float) -> None:
         """Set the options of the next run, which is to end after so many seconds."""
         _start_scheduler(run)
-        key = (run.version, self._columns + self._rows)
+        # The quadratic solver cycles on some models: there shall be an end.
+        limit = None if self._hessian is None else 10_000 + 50 * (self._columns + self._rows)
+        key = (run.version, limit)
         is_own = highs is self._highs
         if is_own and key == self._applied and seconds == np.inf:
             return
         reset_options(highs)
-        # The quadratic solver cycles on some models: there shall be an end.
-        limit = 10_000 + 50 * (self._columns + self._rows)
-        wanted = {_QUADRATIC_LIMIT: limit, **run.options}
+        wanted = {**run.options} if limit is None else {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
             ("threads", _threads(run)),
@@ -220,6 +221,8 @@ class HighsEngine(LiveHighs):
         return self._status()
 
     def _claims(self, view: View, run: Run, deadline: float) -> Claims:
+        from .highs_claims import Claims
+
         def run_beside(highs: Any) -> None:
             self._apply(highs, run, max(deadline - perf_counter(), 0.0))
             _run(highs, run, silent=True, has_integers=view.has_integers)
@@ -285,6 +288,9 @@ class HighsEngine(LiveHighs):
 
     def _quadratic_answer(self, view: View, run: Run, deadline: float) -> Answer:
         """The answer to a model with a quadratic objective; none is taken on trust."""
+        from .certificates import has_ray
+        from .highs_quadratic import QuadraticProgram
+
         self._apply(self._highs, run, max(deadline - perf_counter(), 0.0))
         _run(self._highs, run)
         answer = self._answer(view, run, self._status())

@@ -9,7 +9,6 @@ from collections.abc import Iterator
 from contextlib import suppress
 from time import perf_counter
 from typing import Any
-from uuid import uuid4
 
 from .._exception import TaviroError
 from .._scalars import ModelShell, data_of
@@ -37,7 +36,7 @@ class Batch:
         self.wanted = wanted
         self.base = base
         self.table = table or []
-        self.token = uuid4().hex
+        self.token = os.urandom(16).hex()
         self.stop = Stop()
         self.process = os.getpid()
         self.lock = threading.Lock()  # a model is copied by one thread at a time
