@@ -6,16 +6,6 @@ import numpy as np
 import taviropy as tv
 
 
-def point(*mvars, seed=7):
-    """A dictionary with a value for each variable, and the values of each block as an array."""
-    rng = np.random.default_rng(seed)
-    arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
-    at = {}
-    for x, array in zip(mvars, arrays, strict=True):
-        at.update(zip(x._vararr.flat, array.flat, strict=True))
-    return at, *arrays
-
-
 def terms(qe):
     """The quadratic terms of a QuadExpr, in stored order."""
     return list(zip(qe.coeffs, qe.vars1, qe.vars2, strict=True))

@@ -10,11 +10,6 @@ import taviropy as tv
 MLinExpr = tv.MLinExpr
 
 
-@pytest.fixture
-def x(m):
-    return m.addMVar(3)
-
-
 def compact(x, b=0.0):
     return np.eye(x.size) @ x.reshape(-1) + b
 

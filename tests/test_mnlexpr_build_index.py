@@ -8,11 +8,6 @@ import taviropy as tv
 
 
 @pytest.fixture
-def x(m):
-    return m.addMVar(3, name="x")
-
-
-@pytest.fixture
 def y(m):
     return m.addMVar((2, 3), name="y")
 

@@ -13,11 +13,6 @@ from taviropy._core import _ExprTree
 
 
 @pytest.fixture
-def x(m):
-    return m.addMVar(3, name="x")
-
-
-@pytest.fixture
 def y(m):
     return m.addMVar((2, 3), name="y")
 

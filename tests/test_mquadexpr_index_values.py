@@ -3,7 +3,8 @@
 import numpy as np
 import pytest
 import scipy.sparse as sp
-from quadratics import point, value_of
+from quadratics import value_of
+from trees import point
 
 import taviropy as tv
 

@@ -13,11 +13,6 @@ from taviropy import _matrixapi
 
 
 @pytest.fixture
-def m():
-    return tv.Model()
-
-
-@pytest.fixture
 def X(m):
     X = m.addMVar((2, 3), name="X")
     m.update()
