@@ -54,16 +54,6 @@ def test_attributes_before_a_solve_and_of_other_kinds(model):
         model.nosuch = 3
 
 
-def test_a_model_without_columns(model):
-    model.optimize()
-    assert model.Status == Status.OPTIMAL and model.Objective == 0
-    assert model.addMVar((0,)).X.shape == (0,)
-    model.setObjective(3)
-    model.addConstr(tv.LinExpr() + 0 >= -1)
-    model.optimize()
-    assert model.Objective == 3
-
-
 def test_a_small_change_keeps_the_basis(model):
     rng = np.random.default_rng(2)
     x = model.addMVar(200, ub=1, obj=-rng.random(200))
