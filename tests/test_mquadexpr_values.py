@@ -1,4 +1,4 @@
-"""MQuadExpr: subscripts, assignment, copies, sums, values, text and comparisons."""
+"""MQuadExpr: copies, sums, values, text and comparisons."""
 
 import numpy as np
 import pytest
@@ -23,33 +23,6 @@ def q(x):
     return x * x + 2.0 * x + 1.0
 
 
-# ---- Subscripts -----------------------------------------------------------------------------
-
-
-KEYS = [0, -1, (0, 1), slice(None, None, -1), (slice(None), slice(0, 2)), Ellipsis, None, (1, None),
-        [0, 1, 0], np.array([[True, False, True], [False, True, False]]), (slice(0, 0),)]  # fmt: skip
-
-
-@pytest.mark.parametrize("key", KEYS, ids=str)
-def test_subscripts_take_what_numpy_takes(q, x, key, form):
-    at, xs = point(x)
-    wanted = ((xs + 1) ** 2)[key]
-    part = q[key]
-    assert part.shape == wanted.shape
-    np.testing.assert_allclose(value_of(part, at), wanted)
-
-
-def test_views_share_their_elements_and_copies_do_not(q):
-    assert q[0]._qearr[1] is q._qearr[0, 1]
-    assert q[0, 1]._qearr.item() is q._qearr[0, 1]
-    assert q[[0, 1]]._qearr[0, 1] is not q._qearr[0, 1]
-    assert q[0, 1].item() is not q._qearr[0, 1]
-    row, rows = q[0], q[[0]]
-    row.clear()
-    assert [len(qe.coeffs) for qe in q._qearr.flat] == [0, 0, 0, 1, 1, 1]
-    assert [len(qe.coeffs) for qe in rows._qearr.flat] == [1, 1, 1]
-
-
 def test_subscripts_make_a_compact_expression_full(m):
     y = m.addMVar(2)
     quadratic = y @ Q @ y
@@ -57,78 +30,6 @@ def test_subscripts_make_a_compact_expression_full(m):
     assert not quadratic._is_compact
     with pytest.raises(IndexError):
         quadratic[0]
-
-
-# ---- Assignment -----------------------------------------------------------------------------
-
-
-def assignable(x, at):
-    u = x[1, 2].item()
-    quadratic = x * x[0]
-    xs = np.vectorize(at.__getitem__)(x._vararr)
-    return [
-        (5, 5.0), (np.float32(0.5), 0.5), (np.arange(3.0), np.arange(3.0)), ([1, 2, 3], [1, 2, 3]),
-        ((x[0], xs[0])), (2 * x[0] + 1, 2 * xs[0] + 1), (u, at[u]), (2 * u + 1, 2 * at[u] + 1),
-        (u * u + u, at[u] ** 2 + at[u]), (quadratic, xs * xs[0]), (quadratic[0], xs[0] ** 2),
-        (quadratic[0, :1] + 0.5, xs[0, :1] ** 2 + 0.5),
-    ]  # fmt: skip
-
-
-@pytest.mark.parametrize("number", range(12))
-def test_assignment_replaces_all_terms(q, x, number, form):
-    at, xs = point(x)
-    source, value = assignable(x, at)[number]
-    wanted = (xs + 1) ** 2
-    wanted[:] = value
-    elements = list(q._qearr.flat)
-    q[:] = source
-    np.testing.assert_allclose(value_of(q, at), wanted)
-    assert all(old is new for old, new in zip(elements, q._qearr.flat, strict=True))
-    q *= 2.0
-    if isinstance(source, MQuadExpr):
-        np.testing.assert_allclose(value_of(source, at), value)
-
-
-def test_assignment_to_parts_shows_in_views(q, x):
-    at, xs = point(x)
-    wanted = (xs + 1) ** 2
-    column, row = q[:, 1], q[0]
-    q[0] = 1.0
-    q[1, 1] = x[0, 0].item() * x[0, 0].item()
-    wanted[0], wanted[1, 1] = 1.0, xs[0, 0] ** 2
-    for part, value in ((q, wanted), (column, wanted[:, 1]), (row, wanted[0])):
-        np.testing.assert_allclose(value_of(part, at), value)
-
-
-def test_assignment_of_overlapping_parts(q, x):
-    at, xs = point(x)
-    wanted = (xs + 1) ** 2
-    q[0] = q[0]
-    np.testing.assert_allclose(value_of(q, at), wanted)
-    q[:, 1:] = q[:, :2]
-    wanted[:, 1:] = wanted[:, :2].copy()
-    np.testing.assert_allclose(value_of(q, at), wanted)
-    q[:] = q[::-1]
-    np.testing.assert_allclose(value_of(q, at), wanted[::-1])
-
-
-def test_assignment_refuses_what_is_no_number(q, x):
-    at, xs = point(x)
-    before = value_of(q, at)
-    for value in ("a", [1, "b"], {}, [None, "c"]):
-        with pytest.raises(ValueError, match=r"^Cannot assign .* to MQuadExpr$") as error:
-            q[0] = value
-        assert str(value) in str(error.value)
-    with pytest.raises(ValueError, match=r"(?s)^Cannot assign .* to MQuadExpr$"):
-        q[...] = Q
-    np.testing.assert_array_equal(value_of(q, at), before)
-    with pytest.raises(ValueError, match="3"):
-        q[0] = x[:, 0] * x[:, 0]
-    np.testing.assert_array_equal(value_of(q, at), before)
-    with pytest.raises(ValueError, match="3"):
-        q[0] = np.ones(2)
-    with pytest.raises(IndexError):
-        q[5] = 1.0
 
 
 # ---- Copies, sums, resets -------------------------------------------------------------------
