@@ -100,6 +100,7 @@ def test_assignment_changes_the_selected_elements(m, form, cls, key, kind):
     wanted[key] = number
     np.testing.assert_allclose(value_of(expr, at), wanted)
     assert all(now is then for now, then in zip(elements(expr).flat, objects, strict=True))
+    assert cls is not tv.MLinExpr or own_lists(expr)
     if form:
         assert getattr(value, "_is_compact", None) is was_compact
     expr *= 2.0  # what was assigned is a copy
