@@ -1,4 +1,7 @@
-"""Elements of MLinExpr, MQuadExpr and MNLExpr, read and assigned to, beside those of NumPy's arrays."""
+"""Elements of MLinExpr, MQuadExpr and MNLExpr, read, assigned to and summed, beside those of NumPy's
+arrays; and comparisons."""
+
+import operator
 
 import numpy as np
 import pytest
@@ -199,3 +202,53 @@ def test_empty_selections_are_value_errors(x):
         with pytest.raises(ValueError):
             expr[:0] = value
     assert content(expr) == before and expr[:0].shape == (0,)
+
+
+# Sums and comparisons
+
+
+@settings(max_examples=200, deadline=None)
+@given(st.data())
+def test_sums_are_numpys(data):
+    shape = data.draw(hnp.array_shapes(min_dims=0, max_dims=3, min_side=0, max_side=3))
+    cls = data.draw(st.sampled_from(list(CLASSES)))
+    axes = hnp.valid_tuple_axes(len(shape)) | st.sampled_from([*range(-len(shape), len(shape))])
+    axis = data.draw(st.none() | axes) if shape else None
+    with keeping_compact(data.draw(st.integers(0, 1))):
+        expr, values, at = made(cls, shape)
+        expr = expr if data.draw(st.booleans()) else expr[..., ::-1] if shape else expr
+        values = value_of(expr, at)
+        total = expr.sum(axis)
+    assert type(total) is cls and total.shape == values.sum(axis).shape
+    np.testing.assert_allclose(value_of(total, at), values.sum(axis))
+    np.testing.assert_array_equal(value_of(expr, at), values)
+    assert cls is tv.MNLExpr or not (total._is_compact or expr._is_compact)
+    assert cls is not tv.MLinExpr or own_lists(total)
+    if total.size:
+        total *= 3.0
+    np.testing.assert_array_equal(value_of(expr, at), values)
+    for wrong in (len(shape), -len(shape) - 1, (0, 0)):
+        with pytest.raises(tv.TaviroError) as error:
+            expr.sum(wrong)
+        assert error.value.args == (-1, f"Invalid axis specifications: {wrong}")
+
+
+@pytest.mark.parametrize("cls", [tv.MVar, tv.MLinExpr, tv.MQuadExpr])
+def test_comparisons_hold_their_operands_unseen(x, form, cls):
+    expr = x if cls is tv.MVar else CLASSES[cls](x, 1)
+    rhs = object()
+    for compare, sense in (
+        (operator.le, tv.TVO.LESS_EQUAL),
+        (operator.ge, tv.TVO.GREATER_EQUAL),
+        (operator.eq, tv.TVO.EQUAL),
+    ):
+        constr = compare(expr, rhs)
+        assert type(constr) is tv.TempConstr
+        assert constr.lhs is expr and constr.sense == sense and constr.rhs is rhs
+    with pytest.raises(tv.TaviroError) as error:
+        operator.ne(expr, rhs)
+    code = -1 if cls is tv.MVar else 0
+    assert error.value.args == (code, "Inequality constraints not supported")
+    for unsupported in (lambda: expr < 1, lambda: expr > 1, lambda: hash(expr), lambda: {expr}):
+        with pytest.raises(TypeError):
+            unsupported()

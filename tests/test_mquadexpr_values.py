@@ -54,18 +54,6 @@ def test_copies_and_resets_keep_form_and_shape(m, shape, form):
             twin.clear()
 
 
-@pytest.mark.parametrize("axis", [None, 0, 1, -1])
-def test_sums_equal_numpys(q, x, axis, form):
-    at, xs = point(x)
-    for expr, values in ((q, (xs + 1) ** 2), (q.copy()[::-1], (xs[::-1] + 1) ** 2)):
-        total, wanted = expr.sum(axis=axis), values.sum(axis=axis)
-        assert total.shape == wanted.shape
-        np.testing.assert_allclose(value_of(total, at), wanted)
-        assert not total._is_compact
-        total.clear()
-    assert {len(qe.coeffs) for qe in q._qearr.flat} == {1}
-
-
 def test_sums_of_nothing_and_of_one(m):
     y = m.addMVar(2)
     empty = MQuadExpr.zeros((0, 2)).sum(axis=0)
@@ -73,11 +61,6 @@ def test_sums_of_nothing_and_of_one(m):
     q = y @ Q @ y
     assert q.sum().shape == ()
     assert not q._is_compact
-
-
-def test_sums_refuse_an_axis_that_is_not_there(q):
-    with pytest.raises(tv.TaviroError, match="Invalid axis specifications: 5"):
-        q.sum(axis=5)
 
 
 # ---- Values, text, comparisons --------------------------------------------------------------
@@ -109,16 +92,3 @@ def test_blanks_tell_the_form(m, x):
     assert body.startswith("<MQuadExpr (3,)>\narray([ ")
     assert body.endswith("])")
     assert "dtype" not in body
-
-
-def test_comparisons_make_constraints(q):
-    for sense, constraint in {
-        tv.TVO.LESS_EQUAL: q <= 1, tv.TVO.GREATER_EQUAL: q >= 1, tv.TVO.EQUAL: q == 1
-    }.items():  # fmt: skip
-        assert isinstance(constraint, tv.TempConstr)
-        assert constraint.lhs is q
-        assert (constraint.sense, constraint.rhs) == (sense, 1)
-    with pytest.raises(tv.TaviroError, match="Inequality constraints not supported"):
-        q != 1  # noqa: B015
-    with pytest.raises(TypeError, match="unhashable"):
-        hash(q)
