@@ -1,5 +1,6 @@
 #include "attributes.hpp"
 
+#include "arithmetic.hpp"
 #include "base/arrays.hpp"
 #include "operands.hpp"
 
@@ -67,7 +68,7 @@ bool append_doubles(PyObject* array, std::vector<double>& out) {
 }
 
 void append_items(PyObject* sequence, std::vector<double>& out) {
-    Ref items = checked(PySequence_Tuple(sequence));
+    Ref items = tuple_of(sequence);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k)
         out.push_back(number_value(PyTuple_GET_ITEM(items.get(), k), "a solution value"));
 }

@@ -1,5 +1,7 @@
 #include "elements.hpp"
 
+#include "arithmetic.hpp"
+
 namespace taviropy {
 
 Objects::Objects(PyObject* source) : source_(source) {
@@ -38,7 +40,7 @@ Integers::Integers(PyObject* source, const char* what) {
               "astype(numpy.int64) gives",
               what, (*buffer_)->format);
     }
-    Ref items = checked(PySequence_Tuple(source));
+    Ref items = tuple_of(source);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k) {
         Ref index = checked(PyNumber_Index(PyTuple_GET_ITEM(items.get(), k)));
         long long value = PyLong_AsLongLong(index.get());

@@ -306,8 +306,11 @@ class View:
         columns = data.column_numbers(data.general.placed_part("variable")[places])
         self._refuse_removed(places, columns)
         rows = data.indicator_rows.select(0, data.general.placed).take(places)
-        numbers = data.column_numbers(rows.ids)
-        self._refuse_removed(places[rows.row_numbers()], numbers)
+        if len(rows.ids):
+            rows = rows.without_repeats(int(rows.ids.max()) + 1)
+        used = rows.data != 0.0  # `v <= v + w` holds without v
+        numbers = data.column_numbers(rows.ids[used])
+        self._refuse_removed(places[rows.row_numbers()[used]], numbers)
         values = data.general.placed_part("value")[places]
         sides = self._general_sides(places)
         return Indicators(places, columns, values, data.by_column_number(rows), *sides)

@@ -7,6 +7,7 @@
 #include "support/imports.hpp"
 #include "support/names.hpp"
 #include "support/object_arrays.hpp"
+#include "support/sparse.hpp"
 
 namespace taviropy::attributes {
 
@@ -142,7 +143,9 @@ nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::hand
 
 nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self,
                          nb::handle value) {
-    nb::object list = checked(PySequence_List(value.ptr()));
+    const bool plain = PyList_Check(value.ptr()) || PyTuple_Check(value.ptr());
+    nb::object items = plain ? nb::borrow(value) : sparse::sound(value);
+    nb::object list = checked(PySequence_List(items.ptr()));
     Py_ssize_t size = PyList_GET_SIZE(list.ptr());
     // A single item is repeated by multiplying what was given: a tuple stays a tuple, and what
     // can't be multiplied is a TypeError.
