@@ -44,6 +44,7 @@ def test_models_without_variables(engine):
     assert solved(row_left_behind, engine).Status == Status.INFEASIBLE
     m = solved(constant, engine)
     assert m.Status == Status.OPTIMAL and m.Objective == m.Bound == 3.0
+    assert m.addMVar((0,)).X.shape == (0,)
 
 
 @pytest.mark.parametrize("engine", ["highs", "clarabel", "scip"])

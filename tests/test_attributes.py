@@ -14,11 +14,6 @@ from taviropy import typing as types
 from taviropy.data import attributes
 
 
-@pytest.fixture
-def m():
-    return tv.Model()
-
-
 def make(m, kind, shape):
     """A handle of the class with elements in the model."""
     size = int(np.prod(shape))

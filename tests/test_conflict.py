@@ -9,13 +9,6 @@ import taviropy as tv
 N, ROWS = 12, 15
 
 
-@pytest.fixture
-def m():
-    model = tv.Model("m")
-    model.setOption("log", False)
-    return model
-
-
 def planted(m, seed):
     """A model of a random feasible part and a small contradiction; odd seeds have integers."""
     rng = np.random.default_rng(seed)

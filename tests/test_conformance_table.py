@@ -1,5 +1,5 @@
-"""Every operator of MLinExpr and MQuadExpr with every kind of operand, beside what NumPy does with
-the values.
+"""Every operator of MLinExpr, MQuadExpr and MNLExpr with every kind of operand, beside what NumPy
+does with the values.
 
 One table: expressions of each shape and form, operands of each kind and shape, all operators from
 either side. The result must have NumPy's shape and values, or fail as NumPy does; operands keep
@@ -27,7 +27,7 @@ SOME_SHAPES = [(), (3,), (3, 1), (2, 3)]
 BINARY = [operator.add, operator.sub, operator.mul, operator.truediv, operator.matmul]
 IN_PLACE = {
     operator.iadd: operator.add, operator.isub: operator.sub, operator.imul: operator.mul,
-    operator.itruediv: operator.truediv,
+    operator.itruediv: operator.truediv, operator.ipow: operator.pow,
 }  # fmt: skip
 EXPRESSIONS = (tv.MVar, tv.MLinExpr, tv.MQuadExpr, tv.MNLExpr)
 
@@ -45,9 +45,11 @@ class Operands:
         self.arrays = {shape: rng.integers(1, 9, shape) / 4.0 for shape in SHAPES}
 
     def expression(self, shape, form):
-        """A linear expression of a shape and form, or a quadratic one of that name."""
+        """A linear expression of a shape and form, a nonlinear one, or a quadratic one by name."""
         if form == "quadratic":
             return self.quadratic(shape)
+        if form == "nonlinear":
+            return self.blocks[shape].nl * 1.5
         with keeping_compact(1):
             expr = 2 * self.blocks[shape] + self.arrays[shape]
             if form == "parts":
@@ -131,8 +133,8 @@ TABLE = (
     + [(kind, shape) for kind in SOMEWHERE for shape in SOME_SHAPES]
     + [(kind, shape) for kind in SPARSE for shape in SHAPES if len(shape) == 2]
 )
-MORE = [(kind, None) for kind in ("quadratic", "wide", "long array", "numpy.matrix",
-                                 "numpy.matrix of one")]  # fmt: skip
+MATRICES = ["numpy.matrix", "numpy.matrix of one"]
+MORE = [(kind, None) for kind in ("quadratic", "wide", "long array", *MATRICES)]
 QUADRATIC = ["0d", "0d two parts", "0d no part", "0d full", "one", "one by one", "vector", "matrix",
              "column"]  # fmt: skip
 NUMBERS = (int, float, np.generic, Number)
@@ -160,15 +162,16 @@ def wanted(operation, left, right, values):
     if operation is operator.sub and sp.issparse(right):
         return TypeError
     if operation is operator.truediv:
-        if isinstance(left, tv.NLExpr) and not isinstance(right, tv.MQuadExpr):
-            return TypeError
-        if isinstance(left, (tv.MVar, tv.MLinExpr)) and isinstance(right, tv.MQuadExpr):
+        of_linear = isinstance(left, tv.NLExpr) and isinstance(right, tv.MLinExpr)
+        if of_linear or (
+            isinstance(left, (tv.MVar, tv.MLinExpr)) and isinstance(right, tv.MQuadExpr)
+        ):
             return TypeError
     return outcome(operation, *values)
 
 
 def close(found, expected):
-    return np.allclose(found, expected, rtol=1e-6, atol=1e-12)
+    return np.allclose(found, expected, rtol=1e-6, atol=1e-12, equal_nan=True)
 
 
 def compare(world, operation, left, right):
@@ -187,13 +190,16 @@ def compare(world, operation, left, right):
         assert isinstance(result, type) and issubclass(result, expected), result
     else:
         assert isinstance(result, EXPRESSIONS), result
-        assert result.shape == expected.shape and close(world.value(result), expected)
+        with np.errstate(all="ignore"):
+            assert result.shape == expected.shape and close(world.value(result), expected)
     return result, values
 
 
 def stays(operation, left, right):
     """Whether an expression that is changed in place remains what it is."""
     if isinstance(right, (*NUMBERS, np.ndarray)) or sp.issparse(right):
+        return True
+    if isinstance(left, tv.MNLExpr):
         return True
     if operation not in (operator.iadd, operator.isub):
         return False
@@ -218,19 +224,24 @@ def world():
 @pytest.mark.parametrize(
     "shape_form",
     [(s, f) for s in SHAPES for f in ("compact", "parts", "full")]
-    + [(name, "quadratic") for name in QUADRATIC],
+    + [(name, "quadratic") for name in QUADRATIC]
+    + [(s, "nonlinear") for s in SOME_SHAPES],
     ids=str,
 )
 def test_operators_with_every_operand(world, form, shape_form):
+    is_nonlinear = shape_form[1] == "nonlinear"
+    operators = BINARY + [operator.pow] * is_nonlinear
+    in_place = [*IN_PLACE][: None if is_nonlinear else -1]
     for kind, shape in TABLE + MORE * (shape_form[1] == "quadratic"):
+        if is_nonlinear and kind in SPARSE:
+            operators, in_place = [operator.matmul], []  # no operands of its other operators
         operand = world.operand(kind, shape)
         before = world.value(operand)
-        cases = [(op, reflected) for op in BINARY for reflected in (False, True)]
-        if isinstance(operand, np.matrix) or kind == "swapped":
-            cases = cases[
-                :-2
-            ]  # of a matrix it would be one, and SciPy's kron takes no swapped bytes
-        for operation, reflected in cases + [(op, False) for op in IN_PLACE]:
+        cases = [(op, reflected) for op in operators for reflected in (False, True)]
+        for operation, reflected in cases + [(op, False) for op in in_place]:
+            # A matrix would make the product one, and SciPy's kron takes no swapped bytes.
+            if operation is operator.matmul and kind in ("swapped", *MATRICES):
+                continue
             expr = world.expression(*shape_form)
             pair = (operand, expr) if reflected else (expr, operand)
             try:

@@ -12,11 +12,6 @@ import taviropy as tv
 MLinExpr, TVO = tv.MLinExpr, tv.TVO
 
 
-@pytest.fixture
-def x(m):
-    return m.addMVar(3)
-
-
 def two_parts(x):
     expr = 2 * x + 1.0
     expr += x

@@ -8,17 +8,13 @@ import contextlib
 import numpy as np
 import pytest
 import scipy.sparse as sp
-from quadratics import point, value_of
+from quadratics import value_of
+from trees import point
 
 import taviropy as tv
 
 MQuadExpr = tv.MQuadExpr
 Q = np.array([[1.0, 0.0, 2.0], [0.0, 3.0, 0.0], [4.0, 0.0, 0.0]])
-
-
-@pytest.fixture
-def x(m):
-    return m.addMVar(3)
 
 
 @pytest.fixture

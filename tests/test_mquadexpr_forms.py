@@ -6,16 +6,12 @@ import pickle
 import numpy as np
 import pytest
 import scipy.sparse as sp
-from quadratics import point, terms, value_of
+from quadratics import terms, value_of
+from trees import point
 
 import taviropy as tv
 
 MQuadExpr, MLinExpr = tv.MQuadExpr, tv.MLinExpr
-
-
-@pytest.fixture
-def x(m):
-    return m.addMVar(3, name="x")
 
 
 @pytest.fixture

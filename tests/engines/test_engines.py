@@ -157,14 +157,12 @@ def test_an_engine_leaves_the_model_as_it_is(model, solve):
 
 def rebuilt(model):
     """The optimum of the model's data in a new HiGHS, None where there is none."""
-    x, rows, constrs = model.getVars(), view_of(model).rows, model.getConstrs()
+    x, (matrix, senses, rhs) = model.getVars(), model.getCoefficients()
     with tv.Model(engine="highs") as fresh:
         fresh.setOption("log", False)
         y = fresh.addMVar(model.NumVars, lb=x.LB, ub=x.UB, obj=x.Obj, vtype=x.VType)
-        for k in range(rows.count):
-            part = slice(rows.indptr[k], rows.indptr[k + 1])
-            le = tv.LinExpr(rows.data[part].tolist(), y._vararr[rows.ids[part]].tolist())
-            fresh.addConstr(tv.TempConstr(le, str(constrs.Sense[k]), float(constrs.RHS[k])))
+        for sense in "<>=":
+            fresh.addConstr(tv.TempConstr(matrix[senses == sense] @ y, sense, rhs[senses == sense]))
         fresh.ObjSense, fresh.ObjOffset = model.ObjSense, model.ObjOffset
         fresh.optimize()
         return fresh.Status, fresh.Objective if fresh.Status == Status.OPTIMAL else None

@@ -147,7 +147,9 @@ class Machine(RuleBasedStateMachine, Agreement):
         words, name = self.name()
         made = self.shadow.add_squares([square], () if is_matrix else None, sense, name)
         text = f"m.addConstr({text} {sense}= {rhs}{words})"
+        self.do(f"tv.MQuadExpr._keep_compact = {int(w.chance(0.5))}")
         self.add("quadratic", text, made, is_matrix)
+        self.do("tv.MQuadExpr._keep_compact = 1")
 
     @precondition(lambda self: self.world in ("all", "indicators") and len(self.shadow.general) < 8)
     @rule(seed=SEEDS)
