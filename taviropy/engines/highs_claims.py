@@ -16,16 +16,17 @@ from .certificates import has_ray, is_ray, proves_no_point
 from .highs_live import new_highs
 from .optimality import ConvexProgram
 
+PRIMAL_SIMPLEX = 4  # as a value of HiGHS's option simplex_strategy
 _FEASIBLE = 2  # of HiGHS's solution statuses
 
 
 class Claims:
     """What HiGHS says about a model, and what it rests on.
 
-    `run` runs another instance; it ends in time.
+    `run` runs another instance, with options; it ends in time.
     """
 
-    def __init__(self, highs: Any, view: View, run: Callable[[Any], None]) -> None:
+    def __init__(self, highs: Any, view: View, run: Callable[..., None]) -> None:
         self._highs = highs
         self._view = view
         self._run = run
@@ -82,5 +83,8 @@ class Claims:
         highs.passModel(self._highs.getLp())
         highs.changeColsCost(len(columns), columns, np.zeros(len(columns)))
         self._run(highs)
+        if highs.getModelStatus() == HighsModelStatus.kUnknown:
+            highs.clearSolver()
+            self._run(highs, simplex_strategy=PRIMAL_SIMPLEX)
         known = {HighsModelStatus.kOptimal: True, HighsModelStatus.kInfeasible: False}
         return known.get(highs.getModelStatus())
