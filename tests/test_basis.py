@@ -94,7 +94,7 @@ def test_ranges_have_the_shapes_of_blocks(m):
     m.remove(x[0, 0])
     m.update()
     np.testing.assert_allclose(x[0, 1:].ObjRange, [[0], [3]])
-    second = m.copy()
+    second = pickle.loads(pickle.dumps(m))
     with pytest.raises(TaviroError, match="changed since its last solve"):
         _ = second.getVars().ObjRange
 

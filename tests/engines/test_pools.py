@@ -1,6 +1,7 @@
 """The points that an engine kept beside the best one."""
 
 import copy
+import pickle
 
 import numpy as np
 import pytest
@@ -36,7 +37,8 @@ def test_all_points_of_a_pool_hold_and_the_best_comes_first(engine, sense):
     values = flat @ x.Obj.reshape(-1) + rest @ slack.Obj
     assert (np.diff(values * m.ObjSense) >= -1e-6).all()
     assert values[0] == pytest.approx(m.Objective) and len(np.unique(flat.round(), axis=0)) > 1
-    twin = copy.copy(m)
+    np.testing.assert_array_equal(copy.copy(m).getVars().Pool[:, :40], flat)
+    twin = pickle.loads(pickle.dumps(m))  # which holds the best point only
     assert twin.NumSolutions == 1 and (twin.getVars().Pool[0, :40] == flat[0]).all()
     m.remove(x[0])
     m.update()
