@@ -755,8 +755,9 @@ class Model(ModelShell):
           m.setBasis(before)
 
         NOTES:
-          That of the last solve, also where the model changed since. TaviroError where there is
-          none: before a solve, for models with integers or quadratic parts, and of other engines.
+          That of the last solve, also where the model changed since; a pickle holds it where it
+          was read before. TaviroError where there is none: before a solve, for models with integers
+          or quadratic parts, and of other engines.
         """
         data = data_of(self)
         data.check_open()

@@ -21,7 +21,7 @@ def find(data: ModelData, attrname: str) -> None:
 
 
 def _find_pool(data: ModelData) -> None:
-    """The pool of a copied solution: its point alone."""
+    """The pool of a solution out of a pickle: its point alone."""
     x = data.solution.array("X")
     if x is not None:
         data.solution.values["Pool"] = x[:, None]

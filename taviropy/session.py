@@ -174,7 +174,11 @@ class Session:
         """Find out an attribute of the last solution that is left until somebody asks."""
         from .afterwards import find
 
-        find(data, attrname)
+        data.lock = SOLVING
+        try:
+            find(data, attrname)
+        finally:
+            data.lock = ""
 
     # Bases
 

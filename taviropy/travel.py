@@ -65,7 +65,9 @@ def packed(data: ModelData) -> State:
 
 def copied(data: ModelData) -> ModelData:
     """A second model's data; both share what never changes."""
-    return _restored(packed(data), trusted=True)
+    copy = _restored(packed(data), trusted=True)
+    copy.solution.share(data.solution)
+    return copy
 
 
 def unpacked(state: object) -> ModelData:
@@ -271,12 +273,13 @@ def _restore_objective(data: ModelData, state: tuple[Any, ...], lines: _Lines) -
 
 
 def _solution_state(solution: Solution) -> State:
+    basis = solution.known_basis
     return {
         "status": int(solution.status),
         "objective": solution.objective,
         "bound": solution.bound,
         "values": {n: solution.array(n) for n in solution.values if n not in ON_DEMAND},
-        "basis": None if solution.basis is None else ["".join(part) for part in solution.basis],
+        "basis": None if basis is None else ["".join(part) for part in basis],
         "missing": dict(solution.missing),
         "seconds": solution.seconds,
         "engine": solution.engine,

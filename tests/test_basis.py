@@ -94,7 +94,7 @@ def test_ranges_have_the_shapes_of_blocks(m):
     m.remove(x[0, 0])
     m.update()
     np.testing.assert_allclose(x[0, 1:].ObjRange, [[0], [3]])
-    second = m.copy()
+    second = pickle.loads(pickle.dumps(m))
     with pytest.raises(TaviroError, match="changed since its last solve"):
         _ = second.getVars().ObjRange
 
@@ -112,7 +112,7 @@ def drawn(m, rng):
     return x
 
 
-@pytest.mark.parametrize("seed", range(60))
+@pytest.mark.parametrize("seed", range(30))
 def test_the_optimum_follows_a_datum_to_the_ends_of_its_range(m, seed):
     """And where it no longer does beyond them, in most models: those that aren't degenerate."""
     x = drawn(m, np.random.default_rng(seed))

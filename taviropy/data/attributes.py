@@ -77,7 +77,7 @@ OF_SOLUTION = frozenset(
 # Those with two values an element, on an axis in front: the least and the largest value of a datum
 # with which the basis stays optimal.
 RANGES = frozenset({"ObjRange", "LBRange", "UBRange", "RHSRange"})
-# Those that are found out when they are first asked for; copies of a model are without them.
+# Those that are found out when they are first asked for; pickles are without them.
 ON_DEMAND = RANGES | {"Pool", "Ray", "Certificate"}
 COUNTS = {
     "NumVars": VARIABLE,

@@ -18,7 +18,7 @@ from ..data.values import Floats
 from ..data.view import View
 from .apart import call_apart
 from .convexity import is_convex
-from .highs_live import LiveHighs, new_highs, reset_options, words_of
+from .highs_live import PRIMAL_SIMPLEX, LiveHighs, new_highs, reset_options, words_of
 from .protocol import Answer, Found, Run
 from .running import Log, News, Stop, as_type, in_thread
 
@@ -61,6 +61,12 @@ _ITERATIONS = (
     "crossover_iteration_count",
     "pdlp_iteration_count",
     "qp_iteration_count",
+)
+# What is tried where a status is open, one after the other.
+_ATTEMPTS: tuple[dict[str, Any], ...] = (
+    {"presolve": "choose"},
+    {"presolve": "off"},
+    {"presolve": "off", "simplex_strategy": PRIMAL_SIMPLEX},
 )
 _IMPROVING = cb.HighsCallbackType.kCallbackMipImprovingSolution
 _LOGGING = cb.HighsCallbackType.kCallbackLogging
@@ -195,27 +201,28 @@ class HighsEngine(LiveHighs):
     def _settled(self, view: View, run: Run, deadline: float) -> int:
         """The status, after further runs where HiGHS leaves it open or its claim doesn't hold.
 
-        From a basis of an earlier run it ends some models with an open status; its presolve has
-        called models infeasible that are unbounded.
+        From a basis of an earlier run it ends some models with an open status, and its dual simplex
+        method some infeasible ones; its presolve has called models infeasible that are unbounded.
         """
         status = self._status()
         if status not in _CLAIMS:
             return status
         claims = self._claims(view, run, deadline)
-        for presolve in ("choose", "off", None):
+        for attempt in (*_ATTEMPTS, None):
             if run.stop:
                 break
             status = claims.holds(self._status(), deadline)
             if status != TVO.Status.FAILED:
                 return status
             seconds = deadline - perf_counter()
-            if presolve is None or seconds <= 0.0:
+            if attempt is None or seconds <= 0.0:
                 break
             run.log.line("The status is open: solving again from scratch.")
             self._highs.clearSolver()
             self._applied = None
             self._apply(self._highs, run, seconds)
-            self._highs.setOptionValue("presolve", presolve)
+            for name, value in attempt.items():
+                self._highs.setOptionValue(name, value)
             self._applied = None
             _run(self._highs, run, has_integers=view.has_integers)
         return self._status()
@@ -223,8 +230,10 @@ class HighsEngine(LiveHighs):
     def _claims(self, view: View, run: Run, deadline: float) -> Claims:
         from .highs_claims import Claims
 
-        def run_beside(highs: Any) -> None:
+        def run_beside(highs: Any, **options: Any) -> None:
             self._apply(highs, run, max(deadline - perf_counter(), 0.0))
+            for name, value in options.items():
+                highs.setOptionValue(name, value)
             _run(highs, run, silent=True, has_integers=view.has_integers)
 
         return Claims(self._highs, view, run_beside)

@@ -28,6 +28,7 @@ from ..data.view import ColumnData, View
 from .reach import of_entries, of_rows, warn_of_small
 from .running import silent
 
+PRIMAL_SIMPLEX = 4  # as a value of HiGHS's option simplex_strategy
 _TITLE = "HiGHS"
 _LARGE = 50_000  # coefficients
 _MANY_CHANGES = 1_000  # of coefficients, at once

@@ -403,14 +403,17 @@ class ScipEngine:
             answer.bound = bound
         if status in _WITH_SOLUTION and scip.getNSols():
             best = scip.getBestSol()
-            answer.x = self._point(scip, best)
+            variables = self._variables  # not those of the next load
+            answer.x = _point(scip, variables, best)
             answer.pool = lambda: [
-                Found(scip.getSolObjVal(each), self._point(scip, each)) for each in scip.getSols()
+                Found(scip.getSolObjVal(each), _point(scip, variables, each))
+                for each in scip.getSols()
             ]
         return answer
 
-    def _point(self, scip: Any, solution: Any) -> Floats:
-        return np.array([scip.getSolVal(solution, v) for v in self._variables], np.float64)
+
+def _point(scip: Any, variables: list[Any], solution: Any) -> Floats:
+    return np.array([scip.getSolVal(solution, v) for v in variables], np.float64)
 
 
 @cache

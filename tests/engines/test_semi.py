@@ -12,7 +12,7 @@ from taviropy._scalars import data_of
 from taviropy.engines import engine_class
 
 INF = np.inf
-ENGINES = ("highs", "scip", "auto")
+ENGINES = ("highs", "scip")
 
 
 def new(engine="auto"):
@@ -55,7 +55,7 @@ def by_cases(m, x):
 
 
 @pytest.mark.parametrize("engine", ENGINES)
-@pytest.mark.parametrize("seed", range(15))
+@pytest.mark.parametrize("seed", range(8))
 def test_the_optimum_is_the_best_of_all_cases(engine, seed):
     m = new(engine)
     x = built(m, seed)
@@ -64,14 +64,25 @@ def test_the_optimum_is_the_best_of_all_cases(engine, seed):
         with pytest.raises(TaviroError, match=r"semi-continuous variable 'C0' has bounds beyond"):
             m.optimize()
         return
-    for _ in range(2):  # solved again after changes of bounds and types
+    rng = np.random.default_rng(seed)
+    for _ in range(4):
         m.optimize()
         best = by_cases(m, x)
         assert (m.Status == "INFEASIBLE") == (best is None)
         if best is not None:
             assert m.ObjSense * m.Objective == pytest.approx(best, abs=1e-5) and m.check(1e-6)
-        x[1:3].LB, x[1:3].UB = [2.5, 0], [3, 4]
-        x[:4].VType = list("CSNS")
+        changed = rng.integers(0, x.size, 2)
+        x[changed].VType = rng.choice(list("SNCI"), 2)
+        x[changed].LB = lower = rng.integers(0, 4, 2)
+        x[changed].UB = lower + rng.integers(0, 4, 2)
+        if rng.random() < 0.4:
+            y = m.addMVar(1, lb=1, ub=2.5, obj=1, vtype=rng.choice(list("SN")))
+            m.addConstr(x[0] + 2 * y >= rng.integers(1, 4))
+            x = tv.hstack([x, y])
+        if rng.random() < 0.4:
+            m.remove(x[1])
+            x = tv.hstack([x[:1], x[2:]])
+        m.update()
 
 
 @pytest.mark.parametrize("engine", ["highs", "scip"])
