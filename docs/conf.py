@@ -14,6 +14,7 @@ extensions = [
     "sphinx.ext.intersphinx",
     "sphinx.ext.mathjax",
     "sphinx_gallery.gen_gallery",
+    "sphinx-mathjax-offline",  # formulas without a network
 ]
 myst_enable_extensions = ["dollarmath"]
 myst_heading_anchors = 3
@@ -24,6 +25,8 @@ html_theme_options = {
     "secondary_sidebar_items": ["page-toc"],
 }
 html_title = project
+html_static_path = ["static"]
+html_css_files = ["site.css"]
 html_copy_source = False
 html_show_sourcelink = False
 

@@ -62,4 +62,4 @@ if find_spec("matplotlib"):
     axis.plot(*site.T, "s", color="0.6", label="closed")
     axis.plot(*site[opened].T, "s", color="C3", markersize=10, label="open")
     axis.set_axis_off()
-    axis.legend()
+    axis.legend(loc="lower right")

@@ -62,4 +62,5 @@ if find_spec("matplotlib"):
     figure = plt.figure(figsize=(4, 6))
     axis = figure.add_subplot(projection="3d")
     axis.plot(D.X / 2 * np.cos(turns), D.X / 2 * np.sin(turns), turns * 0.02, linewidth=3)
-    axis.set_title(f"{N.X:.1f} coils of {D.X:.3f} inches")
+    axis.set_box_aspect((1, 1, 2))
+    axis.set_title(f"{N.X:.1f} coils, {D.X:.3f} inches wide")
