@@ -47,6 +47,7 @@ sanitize: $(VENV)/test
 # Speed against hand-written arrays and other libraries, in one run; writes docs/benchmarks.md.
 bench: $(VENV)/bench
 	$(PY) benchmarks/run.py
+	$(PY) benchmarks/picture.py
 
 # The sdist and the wheel, the tests run with the wheel in an empty environment.
 package: $(VENV)/package
