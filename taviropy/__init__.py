@@ -49,7 +49,7 @@ TYPE_CHECKING = False
 if TYPE_CHECKING:
     from os import PathLike
 
-__version__ = "0.1.0"
+__version__ = "0.2.0"
 
 __all__ = [
     "TVO",

@@ -19,6 +19,11 @@ def _getattrinfo(obj: object, attrname: object) -> tuple[int, int, int]:
     """(data type, kind of object, settable) of an attribute; AttributeError for other names."""
     attribute = ATTRIBUTES.get(attrname) if type(attrname) is str else None
     if attribute is None:
+        # Libraries ask for private names again and again, so their refusal is to cost little.
+        if type(attrname) is str and attrname[:1] == "_":
+            raise AttributeError(
+                f"'taviropy.{type(obj).__name__}' object has no attribute '{attrname}'"
+            )
         _refuse(obj, attrname)
     return attribute
 

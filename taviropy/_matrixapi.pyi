@@ -12,7 +12,7 @@ from collections.abc import Iterable, Iterator, Sequence
 from typing import Any, ClassVar, Literal, Self, overload
 
 import numpy as np
-import pandas as pd
+import pandas as pd  # type: ignore[import-not-found, import-untyped, unused-ignore]
 from numpy.typing import NDArray
 
 from ._core import Constr, GenConstr, LinExpr, Model, NLExpr, QConstr, QuadExpr, TempConstr, Var

@@ -33,15 +33,19 @@ bool is_mistaken(PyObject* self, PyObject* name) {
            !_PyType_Lookup(Py_TYPE(self), name);
 }
 
-/// NumPy asks each element of a list for private names that make arrays, so to have none must cost
-/// no throw.
+/// Sets the error for a mistaken name, which the look-up of attributes makes.
+void refuse_mistaken(PyObject* self, PyObject* name) {
+    PyErr_Clear();
+    Ref attrutil(PyImport_ImportModule("taviropy._attrutil"));
+    if (attrutil) Ref info(PyObject_CallMethod(attrutil.get(), "_getattrinfo", "OO", self, name));
+}
+
+/// Libraries ask elements for names that make arrays, so to have none must cost no throw.
 PyObject* Handle_getattro(PyObject* self, PyObject* name) {
-    if (!names_attribute(name)) {
-        PyObject* found = PyObject_GenericGetAttr(self, name);
-        if (found || !is_mistaken(self, name)) return found;
-        PyErr_Clear();
-    }
-    return Guarded<Handle_getattribute>::call(self, name);
+    if (names_attribute(name)) return Guarded<Handle_getattribute>::call(self, name);
+    PyObject* found = PyObject_GenericGetAttr(self, name);
+    if (!found && is_mistaken(self, name)) refuse_mistaken(self, name);
+    return found;
 }
 
 void Handle_setattro(PyObject* self, PyObject* name, PyObject* value) {

@@ -11,7 +11,7 @@ from typing import TYPE_CHECKING, Any
 from .._matrixapi import MConstr, MGenConstr, MLinExpr, MNLExpr, MQConstr, MQuadExpr, MVar
 
 if TYPE_CHECKING:
-    import pandas as pd
+    import pandas as pd  # type: ignore[import-not-found, import-untyped, unused-ignore]
 
 __all__ = ["attach"]
 

@@ -14,7 +14,7 @@ from .needs import needed
 from .rowtext import row_texts
 
 if TYPE_CHECKING:
-    import pandas as pd
+    import pandas as pd  # type: ignore[import-not-found, import-untyped, unused-ignore]
 
 NAMES = {
     kind: next(n for n, a in ATTRIBUTES.items() if a.kind == kind and n.endswith("Name"))

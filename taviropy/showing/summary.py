@@ -200,14 +200,15 @@ class _Finder:
         return f"{self._view.row_name(row)}, {self._view.column_name(int(rows.ids[k]))}"
 
     def _look_for_empty(self, rows: Rows) -> None:
-        empty = np.diff(rows.indptr) == 0
+        counts = rows.data != 0.0
+        empty = rows.sums(counts.astype(np.float64)) == 0.0
         names = self._view.row_name
         self._warn_of(empty, "linear constraints hold no variable", "the data may be empty", names)
         data, costs = self._data, self._view.costs(slice(None))
         if data.elements_of(QUADRATIC).placed or data.elements_of(GENERAL).placed:
             return
         idle = np.ones(data.variables.placed, bool)
-        idle[rows.ids] = False
+        idle[rows.ids[counts]] = False
         if self._view.quadratic_objective is None:
             text = "variables stand in no constraint and have no cost"
             self._warn_of(idle & (costs == 0.0), text, "any value within their bounds will do")
