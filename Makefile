@@ -5,7 +5,7 @@ PY := $(VENV)/bin/python
 STUBS := taviropy._matrixapi taviropy._scalars taviropy._util taviropy._functions
 SOURCES := pyproject.toml CMakeLists.txt $(shell find native taviropy -type f -not -path '*/__pycache__/*')
 
-.PHONY: demo examples test fuzz check format sanitize bench docs clean
+.PHONY: demo examples test fuzz check format sanitize bench docs package clean
 
 # The main job: quantile regressions on real data, with the solver's log and an independent check.
 demo: $(VENV)/demo
@@ -49,6 +49,11 @@ sanitize: $(VENV)/test
 # Speed against hand-written arrays and other libraries, in one run; writes docs/benchmarks.md.
 bench: $(VENV)/bench
 	$(PY) benchmarks/run.py
+	$(PY) benchmarks/picture.py
+
+# The sdist and the wheel, the tests run with the wheel in an empty environment.
+package: $(VENV)/package
+	tools/package $(abspath $(PY))
 
 # The guide and the docstrings as web pages, in build/docs. -P: not of the checkout's folder, which
 # lacks the native parts.

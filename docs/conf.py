@@ -1,14 +1,63 @@
-"""How `make docs` builds the pages: the guide in Markdown, the interface from its docstrings."""
+"""How `make docs` builds the pages: the guide in Markdown, the interface from its docstrings, the
+gallery from the examples, which are run."""
 
 import re
-from importlib.metadata import version as version_of
+from urllib.request import urlopen
+
+from taviropy import __version__
 
 project = "taviropy"
-version = release = version_of("taviropy")
-extensions = ["myst_parser", "sphinx.ext.autodoc"]
-html_theme = "alabaster"
-html_theme_options = {"page_width": "1100px", "body_max_width": "none"}
+version = release = __version__
+extensions = [
+    "myst_parser",
+    "sphinx.ext.autodoc",
+    "sphinx.ext.intersphinx",
+    "sphinx.ext.mathjax",
+    "sphinx_gallery.gen_gallery",
+    "sphinx-mathjax-offline",  # formulas without a network
+]
+myst_enable_extensions = ["dollarmath"]
+myst_heading_anchors = 3
+html_theme = "pydata_sphinx_theme"
+html_theme_options = {
+    "show_prev_next": False,
+    "navigation_with_keys": False,
+    "secondary_sidebar_items": ["page-toc"],
+}
+html_title = project
+html_static_path = ["static"]
+html_css_files = ["site.css"]
 html_copy_source = False
+html_show_sourcelink = False
+
+# NumPy's and SciPy's pages, where they can be reached: without a network the links are left out.
+_OTHERS = {
+    "numpy": "https://numpy.org/doc/stable/",
+    "scipy": "https://docs.scipy.org/doc/scipy/",
+}
+
+
+def _is_reachable(address):
+    try:
+        with urlopen(f"{address}objects.inv", timeout=5):
+            return True
+    except OSError:
+        return False
+
+
+intersphinx_mapping = {name: (at, None) for name, at in _OTHERS.items() if _is_reachable(at)}
+
+sphinx_gallery_conf = {
+    "examples_dirs": "../examples",
+    "gallery_dirs": "gallery",
+    "filename_pattern": r"\.py$",
+    "within_subsection_order": "FileNameSortKey",
+    "download_all_examples": False,
+    "show_signature": False,
+    "min_reported_time": 10**9,
+    "abort_on_example_error": True,
+    "write_computation_times": False,
+}
 autodoc_member_order = "bysource"
 autodoc_typehints = "none"
 

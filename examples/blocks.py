@@ -1,6 +1,12 @@
-"""Products, masks, slices and assignments of blocks, with the rows of the model that come out."""
+r"""Blocks
+======
+
+Products, masks, slices and assignments of blocks, :math:`A x + b \le c` and what else an array can
+stand in, with the rows of the model that come out.
+"""
 
 import tempfile
+from importlib.util import find_spec
 from pathlib import Path
 
 import numpy as np
@@ -50,3 +56,8 @@ with tempfile.TemporaryDirectory() as folder:
     path = Path(folder, "blocks.lp")
     m.write(path)
     print(path.read_text())
+
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    m.spy(plt.subplots(figsize=(5, 4))[1])

@@ -1,10 +1,20 @@
-"""Model predictive control of a cart with a pendulum: one quadratic program, solved at each step.
+r"""Model predictive control
+========================
+
+A cart balances a pendulum: one quadratic program, solved at each step,
+
+.. math::
+
+   \min_{x, u} \; \sum_{k=1}^{25} x_k^\top Q x_k + 0.1 \, u_k^2 \quad \text{s.t.} \quad
+   x_{k+1} = A x_k + B u_k, \quad |x| \le \bar x, \quad |u| \le \bar u .
 
 Rawlings, Mayne and Diehl, Model Predictive Control: Theory, Computation, and Design, 2017. The
 linearized cart x(k+1) = A x(k) + B u(k) plans 25 steps ahead so that position and angle go to zero
 at little force, within bounds; the first force acts, and the plan is made anew from where the cart
 then is. From one step to the next only the right-hand side of the first rows changes.
 """
+
+from importlib.util import find_spec
 
 import numpy as np
 import scipy.sparse as sp
@@ -59,3 +69,15 @@ for k in range(0, STEPS, 6):
 assert abs(path[:, 0]).max() <= 2.0 and abs(path[:, 2]).max() <= 0.35 + 1e-6
 assert abs(forces).max() <= 6.0 + 1e-6 and abs(path[-1]).max() < 0.02
 print(f"\nat rest after {STEPS * SECONDS:g} s, within all bounds on the way")
+
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    figure, axes = plt.subplots(2, 1, figsize=(7, 5), sharex=True)
+    seconds = SECONDS * np.arange(STEPS + 1)
+    axes[0].plot(seconds, path[:, [0, 2]], label=["position, m", "angle, rad"])
+    axes[1].step(seconds[:-1], forces, "C2", where="post", label="force, N")
+    for axis in axes:
+        axis.axhline(0, color="0.8", linewidth=0.8)
+        axis.legend()
+    axes[1].set_xlabel("seconds")

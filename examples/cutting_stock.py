@@ -1,10 +1,21 @@
-"""Cutting stock by columns: patterns are made as prices ask for them.
+r"""Cutting stock by columns
+========================
+
+Rolls of width :math:`W` are cut into ordered widths :math:`w`; patterns :math:`P` are made as
+prices :math:`\pi`, the dual values of the orders, ask for them:
+
+.. math::
+
+   \min_{r \ge 0} \; \mathbf 1^\top r \;\; \text{s.t.} \; P r \ge d \qquad\text{and}\qquad
+   \max_{p \in \mathbb Z_+} \; \pi^\top p \;\; \text{s.t.} \; w^\top p \le W .
 
 Gilmore and Gomory, A linear programming approach to the cutting-stock problem, Operations Research
 9, 1961. Rolls of width 100 are cut into the widths that are ordered. The linear program knows a few
 patterns; its dual values price the widths, a knapsack finds the pattern that is worth most, and it
 enters as a column, until none is worth more than a roll. Rounding up gives whole rolls.
 """
+
+from importlib.util import find_spec
 
 import numpy as np
 
@@ -50,3 +61,21 @@ for number, pattern in zip(cut[cut > 0], patterns.T[cut > 0], strict=True):
 # The known optimum, and what was promised.
 assert abs(bound - 452.25) < 1e-6 and master.Objective == 453
 assert np.all(patterns @ cut >= orders) and np.all(widths @ patterns <= WIDTH)
+
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    figure, axis = plt.subplots(figsize=(7, 3))
+    used_patterns, number = patterns[:, cut > 0], cut[cut > 0]
+    for k, (pattern, count) in enumerate(zip(used_patterns.T, number, strict=True)):
+        left = 0.0
+        for width, colour, pieces in zip(widths, ("C0", "C1", "C2", "C3"), pattern, strict=True):
+            for _ in range(int(pieces)):
+                axis.barh(k, width, left=left, color=colour, edgecolor="w")
+                left += width
+        axis.text(WIDTH + 1, k, f"{count:.0f} rolls", va="center")
+    axis.set_xlim(0, 1.2 * WIDTH)
+    axis.set_yticks([])
+    axis.set_xlabel("width")
+    figure.tight_layout()
+    axis.set_title("Patterns: what is white is waste")

@@ -1,4 +1,12 @@
-"""Mean-variance portfolios of six stocks, with their efficient frontier as a picture.
+r"""Portfolio frontier
+==================
+
+Mean-variance portfolios of six stocks, with their efficient frontier as a picture:
+
+.. math::
+
+   \min_{x \ge 0} \; x^\top \Sigma x \quad \text{s.t.} \quad \mu^\top x \ge \rho, \quad
+   \mathbf 1^\top x = 1 .
 
 Markowitz, Portfolio Selection, Journal of Finance 7, 1952: of all portfolios with an expected
 return of at least `target`, the one with the least variance. The weekly prices (2018 and 2019) come

@@ -1,4 +1,12 @@
-"""The lightest tension/compression spring: a nonlinear design problem with a published optimum.
+r"""Design of a spring
+==================
+
+The lightest tension/compression spring: a nonlinear problem with a published optimum,
+
+.. math::
+
+   \min_{d, D, N} \; (N + 2) D d^2 \quad \text{s.t.} \quad 1 - \frac{D^3 N}{71785 \, d^4} \le 0,
+   \quad 1 - \frac{140.45 \, d}{D^2 N} \le 0, \quad d + D \le 1.5, \quad \ldots
 
 A wire of diameter d is wound to N active coils of diameter D (inches). The weight (N + 2) D d^2 is
 least under limits on deflection, shear stress, surge frequency and outer diameter. The problem is
@@ -6,6 +14,10 @@ of Belegundu (1982) and Arora, Introduction to Optimum Design (1989); the optimu
 given by Zhang, Luo and Wang, Information Sciences 178 (2008). SCIP (pip install 'taviropy[scip]')
 solves it globally.
 """
+
+from importlib.util import find_spec
+
+import numpy as np
 
 import taviropy as tv
 
@@ -42,3 +54,13 @@ for limit in (deflection, shear, surge):
 print(f"{'diameter':>10} {d.X + D.X:12.6f} {1.5:12.6f}")
 print(f"\n{m.Status} in {m.SolveTime:.1f} s; no design weighs less than {m.Bound:.6f}")
 assert abs(m.Objective / PUBLISHED["weight"] - 1) <= 1e-4, "not the published weight"
+
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    turns = np.linspace(0, 2 * np.pi * N.X, 2000)
+    figure = plt.figure(figsize=(4, 6))
+    axis = figure.add_subplot(projection="3d")
+    axis.plot(D.X / 2 * np.cos(turns), D.X / 2 * np.sin(turns), turns * 0.02, linewidth=3)
+    axis.set_box_aspect((1, 1, 2))
+    axis.set_title(f"{N.X:.1f} coils, {D.X:.3f} inches wide")

@@ -1,10 +1,19 @@
-"""Capacities for an uncertain demand: 200 scenarios, by Benders cuts, all solved by solveAll.
+r"""Stochastic program with scenarios
+=================================
+
+Capacities for an uncertain demand: 200 scenarios, by Benders cuts, all solved by solveAll,
+
+.. math::
+
+   \min_{x \ge 0} \; c^\top x + \frac1S \sum_s \min_{y_s \in Y(x, d_s)} q^\top y_s .
 
 First capacities are built, then the demand shows, and each scenario is served at least cost; what
 can't be served is bought dear. The master problem knows the scenarios by cuts alone: at each round
 all scenarios are solved with the master's capacities, and each gives one cut. The extensive form,
 which holds all scenarios at once, has the same optimum.
 """
+
+from importlib.util import find_spec
 
 import numpy as np
 
@@ -67,22 +76,18 @@ def extensive_form():
     return m.Objective
 
 
-def picture(bounds, width=60):
-    """The bounds as they close in: "<" the lower one, ">" the upper one, cut off on the right."""
-    first, best = bounds[0][0], bounds[-1][1]
-    end = best + 0.3 * (best - first)
-    for number, (lower, upper) in enumerate(bounds, 1):
-        line = [" "] * (width + 1)
-        for sign, value in ((">", upper), ("<", lower)):
-            share = (min(value, end) - first) / (end - first)
-            line[round(width * share)] = sign
-        print(f"{number:3} {''.join(line)} {lower:10.4f} {upper:10.4f}")
-
-
 if __name__ == "__main__":
     built, bounds = benders()
-    picture(bounds)
     print(f"capacities {built.round(2)}")
     whole = extensive_form()
     print(f"Benders {bounds[-1][1]:.6f}, extensive form {whole:.6f}")
     assert abs(bounds[-1][1] - whole) <= 1e-5 * whole
+    if find_spec("matplotlib"):
+        import matplotlib.pyplot as plt
+
+        figure, axis = plt.subplots(figsize=(6, 4))
+        axis.plot(np.array(bounds), label=["lower bound", "upper bound"])
+        axis.set_ylim(bounds[0][0], 1.3 * whole)
+        axis.set_xlabel("round")
+        axis.set_ylabel("expected cost")
+        axis.legend()

@@ -1,7 +1,16 @@
-"""Sudoku with an array of 9 x 9 x 9 binary variables: row, column, digit.
+r"""Sudoku
+======
+
+An array of 9 x 9 x 9 binary variables, row, column and digit, each sum of which is one:
+
+.. math::
+
+   \sum_k x_{ijk} = \sum_j x_{ijk} = \sum_i x_{ijk} = \sum_{(i,j) \in S} x_{ijk} = 1 .
 
 The grid was made by Arto Inkala in 2012, and went through the newspapers as the hardest of all.
 """
+
+from importlib.util import find_spec
 
 import numpy as np
 
@@ -47,3 +56,15 @@ m.addConstr((x * x.X.round()).sum() <= 80, name="another")
 m.optimize()
 assert m.Status == "INFEASIBLE"
 print("\nand no other")
+
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    figure, axis = plt.subplots(figsize=(4, 4))
+    for (i, j), digit in np.ndenumerate(solution):
+        axis.text(j, -i, digit, ha="center", va="center", color="k" if given[i, j] else "C0")
+    for k in range(10):
+        axis.plot([-0.5, 8.5], [0.5 - k] * 2, "k", linewidth=2 if k % 3 == 0 else 0.5)
+        axis.plot([k - 0.5] * 2, [0.5, -8.5], "k", linewidth=2 if k % 3 == 0 else 0.5)
+    axis.set_aspect("equal")
+    axis.set_axis_off()

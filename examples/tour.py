@@ -1,4 +1,12 @@
-"""The shortest tour through the capitals of the mainland United States, by lazy rows.
+r"""The shortest tour
+=================
+
+The shortest tour through the capitals of the mainland United States, by rows that are added lazily:
+
+.. math::
+
+   \min_{x \in \{0,1\}^E} \; c^\top x \quad \text{s.t.} \quad \sum_{e \ni v} x_e = 2, \quad
+   \sum_{e \in \delta(S)} x_e \ge 2 .
 
 Dantzig, Fulkerson and Johnson, Solution of a large-scale traveling-salesman problem, Operations
 Research 2, 1954: two edges at each city, and where that leaves several tours apart, a row for each

@@ -1,4 +1,13 @@
-"""Unit commitment: which of six power stations run in which of 24 hours.
+r"""Unit commitment
+===============
+
+Which of six power stations run in which of 24 hours, with binary :math:`u` (on), :math:`v` (starts)
+and power :math:`p`:
+
+.. math::
+
+   \min \; \sum_{tg} a_g u_{tg} + s_g v_{tg} + c_g p_{tg} \quad \text{s.t.} \quad
+   \sum_g p_{tg} = d_t, \quad \underline p_g u_{tg} \le p_{tg} \le \bar p_g u_{tg}, \quad \ldots
 
 Carrion and Arroyo, A computationally efficient mixed-integer linear formulation for the thermal
 unit commitment problem, IEEE Transactions on Power Systems 21, 2006, in a short form: costs of

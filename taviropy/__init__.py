@@ -42,13 +42,14 @@ from ._matrixapi import (
 from ._model import around as _around
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
+from .showing import attach as _attach_showing
 from .solve_all import solveAll
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
     from os import PathLike
 
-__version__ = "0.1.0"
+__version__ = "0.2.0"
 
 __all__ = [
     "TVO",
@@ -86,6 +87,7 @@ __all__ = [
 ]
 
 _attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
+_attach_showing()
 
 _pickling.register(_around)
 
@@ -116,7 +118,7 @@ def read(path: "str | PathLike[str]") -> Model:
 
       FileNotFoundError for a missing file, another OSError for one that can't be opened, and
       TaviroError, with the number and the text of the line, for what can't be understood or what
-      a model can't hold: semi-continuous variables, special ordered sets. Texts are UTF-8, or
+      a model can't hold: special ordered sets. Texts are UTF-8, or
       Latin-1 where they aren't.
     """
     from ._scalars import data_of
@@ -127,3 +129,13 @@ def read(path: "str | PathLike[str]") -> Model:
     contents.enter(data_of(model))
     model.update()
     return model
+
+
+if not TYPE_CHECKING:  # A checker knows the names that there are.
+
+    def __getattr__(name: str) -> object:
+        from .suggestions import for_module
+
+        cure = for_module(name, __all__)
+        text = f"module 'taviropy' has no attribute '{name}'"
+        raise AttributeError(f"{text}: {cure}" if cure else text)

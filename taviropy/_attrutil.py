@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any
+from typing import Any, NoReturn
 
 from ._exception import TaviroError
 from ._scalars import data_of
@@ -19,10 +19,26 @@ def _getattrinfo(obj: object, attrname: object) -> tuple[int, int, int]:
     """(data type, kind of object, settable) of an attribute; AttributeError for other names."""
     attribute = ATTRIBUTES.get(attrname) if type(attrname) is str else None
     if attribute is None:
-        raise AttributeError(
-            f"'taviropy.{type(obj).__name__}' object has no attribute '{attrname}'"
-        )
+        # Libraries ask for private names again and again, so their refusal is to cost little.
+        if type(attrname) is str and attrname[:1] == "_":
+            raise AttributeError(
+                f"'taviropy.{type(obj).__name__}' object has no attribute '{attrname}'"
+            )
+        _refuse(obj, attrname)
     return attribute
+
+
+def _refuse(obj: object, attrname: object) -> NoReturn:
+    """AttributeError that says what may have been meant. It has a name and no object: Python would
+    add a guess of its own."""
+    from .suggestions import for_attribute
+
+    name = str(attrname)
+    text = f"'taviropy.{type(obj).__name__}' object has no attribute '{name}'"
+    cure = for_attribute(type(obj), name)  # type: ignore[arg-type]
+    if not cure:
+        raise AttributeError(text)
+    raise AttributeError(f"{text}: {cure}", name=name)
 
 
 def _gettypedattrlist(obj: object, attrname: str, datatype: int, indices: Any) -> Any:
@@ -45,6 +61,11 @@ def _settypedattrlist(obj: object, attrname: str, datatype: int, indices: Any, v
             f"give one value an element",
         )
     data_of(obj).write(attrname, positions, values)
+
+
+# The matrix classes give these arrays of indices and numbers; what takes their places gets lists.
+_gettypedattrlist.takes_arrays = True  # type: ignore[attr-defined]
+_settypedattrlist.takes_arrays = True  # type: ignore[attr-defined]
 
 
 def _prefetchattr(obj: object, attrname: str) -> None:

@@ -6,17 +6,20 @@ Nothing of the package stands among the attributes of a Model's own: those belon
 
 from __future__ import annotations
 
+from collections.abc import Iterator
 from sys import getrefcount, version_info
 from typing import TYPE_CHECKING, overload
 
 from . import _attrutil
 from ._scalars import ModelShell, TempConstr, attach, data_of
-from .data.attributes import LINEAR, MODEL, VARIABLE
+from .data.attributes import COUNTS, LINEAR, MODEL, VARIABLE
 
 if TYPE_CHECKING:
     from collections.abc import Callable, Sequence
     from os import PathLike
     from typing import Any, Literal, NoReturn, Self
+
+    from matplotlib.axes import Axes
 
     from . import typing as types
     from ._matrixapi import MConstr, MGenConstr, MLinExpr, MNLExpr, MQConstr, MQuadExpr, MVar
@@ -33,14 +36,18 @@ if TYPE_CHECKING:
     )
     from ._tvo import _Code
     from .conflict import Conflict
+    from .data.basis import Basis
     from .data.check import Check
     from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
     from .progress import Point, Progress
     from .relaxation import Relaxation
+    from .showing.summary import Summary
     from .typing import Array, Names, Number, Numbers, Sparse
 
-    type _Objective = Number | Var | LinExpr | QuadExpr | MVar | MLinExpr | MQuadExpr
+    type _Objective = (
+        Number | Var | LinExpr | QuadExpr | NLExpr | MVar | MLinExpr | MQuadExpr | MNLExpr
+    )
     type _Scalar = Number | Var | LinExpr | QuadExpr | NLExpr
     type _Matrix = Array | MVar | MLinExpr | MQuadExpr | MNLExpr
     type _Element = Var | Constr | QConstr | GenConstr | MVar | MConstr | MQConstr | MGenConstr
@@ -93,6 +100,7 @@ class Model(ModelShell):
         Gap: _ReadOnly[float]
         Nodes: _ReadOnly[int]
         Iterations: _ReadOnly[int]
+        NumSolutions: _ReadOnly[int]
         SolveTime: _ReadOnly[float]
 
     def __init__(self, name: str = "", engine: types.EngineName = "auto") -> None:
@@ -106,7 +114,14 @@ class Model(ModelShell):
         attach(self, data)
 
     def __repr__(self) -> str:
-        return data_of(self).text()
+        from .showing.summary import short_text
+
+        return short_text(data_of(self))
+
+    def _repr_html_(self) -> str:
+        from .showing.html import model_html
+
+        return model_html(data_of(self))
 
     def __enter__(self) -> Self:
         return self
@@ -135,7 +150,8 @@ class Model(ModelShell):
           lb, ub (float): bounds, which may be infinite. Those of a binary variable are cut to
             [0, 1].
           obj (float): cost, its coefficient in the objective.
-          vtype (str): "C" continuous, "B" binary, "I" integer.
+          vtype (str): "C" continuous, "B" binary, "I" integer, "S" semi-continuous (zero, or
+            between the bounds), "N" semi-integer (the same, and whole).
           name (str): name; unnamed variables are "C0", "C1", ... by order of creation.
 
         RETURN VALUE:
@@ -186,6 +202,11 @@ class Model(ModelShell):
         made = data_of(self).add_mvar(shape, lb, ub, obj, vtype, name)
         if columns is not None:
             try:
+                if not isinstance(columns, tuple | list) or len(columns) != 2:
+                    raise TypeError(
+                        f"'columns' takes a pair of constraints and coefficients, not "
+                        f"{type(columns).__name__}: columns=(constrs, coefficients)"
+                    )
                 constrs, coefficients = columns
                 self.setCoefficients(constrs, made, coefficients)
             except BaseException:
@@ -331,15 +352,20 @@ class Model(ModelShell):
           addVar and addMVar gave, and the offset.
 
         ARGUMENTS:
-          expr: a number, or a linear or quadratic expression, scalar or matrix with one element.
+          expr: a number, or an expression of any kind, scalar or matrix with one element.
           sense (str): "min" or "max"; TVO.MINIMIZE and TVO.MAXIMIZE are accepted as well. None
             keeps the model's sense, which is "min" at first.
 
         EXAMPLE:
           m.setObjective(c @ x + 10, "max")
           m.setObjective(x @ Q @ x)
+          m.setObjective(tv.exp(x).sum() - y)
 
         NOTES:
+          A nonlinear objective needs no variable of yours: engines add what they need. Obj of
+          variables holds the costs of a linear or quadratic one; what is set there afterwards is
+          added to a nonlinear one.
+
           ValueError for an array of several elements or an unknown sense, TaviroError as for
           addConstr; the objective stays as it was then.
         """
@@ -417,12 +443,69 @@ class Model(ModelShell):
         RETURN VALUE:
           A named tuple: costs (float64 array of shape (NumVars,)), quadratic (csr_array of shape
           (NumVars, NumVars), an upper triangle, or None), offset (float). Copies.
+
+        NOTES:
+          TaviroError for a nonlinear objective.
         """
         from .data.coefficients import read_objective
 
         data = data_of(self)
         data.check_open()
         return read_objective(data)
+
+    # To look at
+
+    def summary(self) -> Summary:
+        """
+        ROUTINE:
+          summary()
+
+        PURPOSE:
+          The model at a glance: how many elements of each kind, the ranges of its coefficients,
+          costs, bounds and right-hand sides, what may give trouble, engine and status.
+
+        RETURN VALUE:
+          A Summary: printed as a table; counts and ranges (dictionaries), nonzeros, engine, status
+          and warnings (texts that name elements and say what helps).
+
+        EXAMPLE:
+          print(m.summary())
+
+        NOTES:
+          As of the last update(); a warning tells of what waits.
+        """
+        from .showing.summary import summary_of
+
+        data = data_of(self)
+        data.check_open()
+        return summary_of(data)
+
+    def spy(self, ax: Axes | None = None) -> Axes:
+        """
+        ROUTINE:
+          spy(ax=None)
+
+        PURPOSE:
+          Draw where the linear constraints have coefficients: the pattern of the matrix.
+
+        ARGUMENTS:
+          ax (matplotlib Axes): where to draw; None for a new figure.
+
+        RETURN VALUE:
+          The Axes. Above 100,000 nonzeros the colour of an area tells how many there are.
+
+        EXAMPLE:
+          m.spy().figure.savefig("matrix.png")
+
+        NOTES:
+          As of the last update(). ImportError without matplotlib
+          (pip install 'taviropy[notebook]').
+        """
+        from .showing.drawing import draw_matrix
+
+        data = data_of(self)
+        data.check_open()
+        return draw_matrix(data, ax)
 
     # Removal
 
@@ -492,9 +575,12 @@ class Model(ModelShell):
           The first Var in the model with this VarName, or None.
 
         NOTES:
-          Looks through all names; to find many, build a dictionary over getVars().
+          Looks through all names; to find many, build a dictionary over getVars(). TaviroError
+          for one that waits for update().
         """
-        found: Var | None = data_of(self).by_name(VARIABLE, name)
+        from .data.waiting import find
+
+        found: Var | None = find(data_of(self), VARIABLE, name)
         return found
 
     def getConstrByName(self, name: str) -> Constr | None:
@@ -507,8 +593,13 @@ class Model(ModelShell):
 
         RETURN VALUE:
           The first Constr in the model with this ConstrName, or None.
+
+        NOTES:
+          TaviroError for one that waits for update().
         """
-        found: Constr | None = data_of(self).by_name(LINEAR, name)
+        from .data.waiting import find
+
+        found: Constr | None = find(data_of(self), LINEAR, name)
         return found
 
     # Attributes
@@ -522,15 +613,22 @@ class Model(ModelShell):
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
           Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
-          engine's algorithm), SolveTime (seconds), Engine (who answered).
+          engine's algorithm), SolveTime (seconds), Engine (who answered), NumSolutions (how many
+          points x.Pool has).
 
         NOTES:
           AttributeError for another name; TaviroError for Objective, Bound and Gap where there
-          is none.
+          is none. Counts are as of the last update(), with a warning where something waits.
         """
         if _attrutil._getattrinfo(self, attrname)[1] != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
-        return data_of(self).read_own(attrname)
+            _attrutil._refuse(self, attrname)
+        data = data_of(self)
+        value = data.read_own(attrname)
+        if attrname in COUNTS:
+            from .data.waiting import warn_of_count
+
+            warn_of_count(data, attrname)
+        return value
 
     def setAttr(self, attrname: str, value: object) -> None:
         """
@@ -543,11 +641,15 @@ class Model(ModelShell):
         NOTES:
           AttributeError for another name, TaviroError for a value that doesn't fit.
         """
+        from .suggestions import for_read_only
+
         kind, settable = _attrutil._getattrinfo(self, attrname)[1:]
         if kind != MODEL:
-            raise AttributeError(f"'taviropy.Model' object has no attribute '{attrname}'")
+            _attrutil._refuse(self, attrname)
         if not settable:
-            raise AttributeError(f"Attribute '{attrname}' cannot be set")
+            error = AttributeError(f"Attribute '{attrname}' cannot be set")
+            error.add_note(for_read_only(MODEL, attrname))
+            raise error
         data_of(self).write_own(attrname, value)
 
     if not TYPE_CHECKING:  # A checker refuses names that are not declared.
@@ -633,6 +735,60 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         data.session.solve(data, callback, lazy, progress)
+
+    def basis(self) -> Basis:
+        """
+        ROUTINE:
+          basis()
+
+        PURPOSE:
+          The basis that the simplex method of HiGHS ended with, to begin a later solve from.
+
+        RETURN VALUE:
+          A named tuple: variables (array of shape (NumVars,)) and constrs (of shape
+          (NumConstrs,)), of characters: "B" basic, "L" at the lower bound or side, "U" at the upper
+          one, "F" free and at zero. basis.of(x) gives the part of variables or constraints in
+          their shape.
+
+        EXAMPLE:
+          before = m.basis()
+          m.setBasis(before)
+
+        NOTES:
+          That of the last solve, also where the model changed since; a pickle holds it where it
+          was read before. TaviroError where there is none: before a solve, for models with integers
+          or quadratic parts, and of other engines.
+        """
+        data = data_of(self)
+        data.check_open()
+        found: Basis = data.session.basis(data)
+        return found
+
+    def setBasis(self, basis: Basis | tuple[types.Names, types.Names]) -> None:
+        """
+        ROUTINE:
+          setBasis(basis)
+
+        PURPOSE:
+          Let the next solve begin from a basis, as that of a model with other data.
+
+        ARGUMENTS:
+          basis (Basis or pair of arrays): what basis() gave, here or for another model of as many
+            variables and linear constraints, or the two arrays of its characters.
+
+        EXAMPLE:
+          second.setBasis(first.basis())
+
+        NOTES:
+          Takes effect in the engine at once, which is HiGHS; what is added to the model afterwards
+          is nonbasic (variables) or basic (constraints). A singular basis is mended. Solves of one
+          model begin from its last basis without this. ValueError or TaviroError for arrays that
+          don't fit, TaviroError for models with integers or a quadratic objective and where
+          another engine is asked for.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.set_basis(data, basis)
 
     def check(self, tolerance: float = 1e-5) -> Check:
         """
@@ -898,6 +1054,11 @@ def _refuse_constr(constr: object) -> NoReturn:
     raise TypeError(
         f"addConstr needs a comparison of expressions such as 'A @ x <= b', not "
         f"{type(constr).__name__}"
+        + (
+            ": add each by a call of its own, or all in one comparison of blocks"
+            if isinstance(constr, list | tuple | Iterator)
+            else ""
+        )
         + (
             ": Python decided the comparison itself, as it does between plain values, and for '==' "
             "between an MNLExpr and a number; write 'y == x ** 3' with an MVar or Var y"

@@ -151,6 +151,22 @@ def _reduced_matrix(matrix: Any) -> Reduced:
     return matrix_from, (type(matrix), _Handles(array)), state or None
 
 
+def _deep_copy_of_matrix(self: Any, memo: dict[int, Any]) -> Any:
+    """A deep copy, for copy.deepcopy."""
+    from copy import deepcopy
+
+    make, arguments, state = _reduced_matrix(self)
+    copy = memo[id(self)] = make(*deepcopy(arguments, memo))
+    if state is not None:
+        copy.__setstate__(deepcopy(state, memo))
+    return copy
+
+
+def _set_state_of_matrix(self: Any, state: dict[str, Any]) -> None:
+    """Take in what the user has put into another one."""
+    self.__dict__.update(state)
+
+
 # Expressions
 
 
@@ -216,6 +232,9 @@ def register(new_shell: Callable[[ModelData], Model]) -> None:
         copyreg.pickle(scalar, _reduced_element)
     for matrix in _FIELDS:
         copyreg.pickle(matrix, _reduced_matrix)
+        # Methods that copy and pickle ask for: an empty handle has an empty array under any name.
+        matrix.__deepcopy__ = _deep_copy_of_matrix  # type: ignore[attr-defined]
+        matrix.__setstate__ = _set_state_of_matrix  # type: ignore[attr-defined]
     copyreg.pickle(LinExpr, _reduced_linexpr)
     copyreg.pickle(QuadExpr, _reduced_quadexpr)
     copyreg.pickle(_ExprTree, _reduced_tree)

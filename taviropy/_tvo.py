@@ -4,7 +4,8 @@ from typing import Final
 
 
 class _Code(int):
-    """An integer constant that prints as its name, and equals it: ``m.Status == "OPTIMAL"``.
+    """An integer constant that prints as its name, and equals it: ``m.Status == "OPTIMAL"``,
+    in small letters too.
 
     It hashes as the integer, so that texts don't find it in a dictionary.
     """
@@ -18,7 +19,7 @@ class _Code(int):
 
     def __eq__(self, other: object) -> bool:
         if isinstance(other, str):
-            return str(self) == other
+            return str(self) == other.upper()
         return int.__eq__(self, other)
 
     def __ne__(self, other: object) -> bool:

@@ -27,10 +27,12 @@ from .engines.decided import decided
 from .engines.protocol import Engine, Run
 from .engines.running import Log, Stop
 from .options import Options
+from .showing.rowtext import row_texts
 
 _LOWER, _UPPER = -1, -2  # the kinds of members that are bounds
 _ORDER = (_LOWER, _UPPER, GENERAL, QUADRATIC, LINEAR)  # what is kept last comes first
-_SHOWN = 6  # terms of a row in the text
+_LARGEST_WHOLE = 2.0**53
+_ROUNDING = 1e-6  # what an equation may be missed by, relative to its side where that is above one
 _INFEASIBLE = {TVO.Status.INFEASIBLE, TVO.Status.INFEASIBLE_OR_UNBOUNDED}
 _FEASIBLE = {TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED}
 Member = tuple[int, int]  # kind and number
@@ -184,6 +186,8 @@ class _Search:
             return False
         self._solves += 1
         part = self._part(members)
+        if _has_odd_row(part):
+            return True
         answer = decided(part)
         if answer is None:
             name = choose(self._wanted, part)
@@ -205,6 +209,26 @@ class _Search:
         return False
 
 
+def _has_odd_row(view: View) -> bool:
+    """Whether there is an equation of integers alone whose coefficients have a common divisor that
+    its right-hand side has not. Without bounds no search would come to an end there."""
+    if not view.has_integers or not view.row_count:
+        return False
+    rows, is_integer = view.rows, view.columns().is_integer
+    lower, upper = view.sides()
+    is_foreign = ~is_integer[rows.ids] | (rows.data % 1.0 != 0.0)
+    fits = (rows.sums(is_foreign.astype(np.float64)) == 0.0) & (lower == upper)
+    fits &= (abs(lower) + rows.sums(abs(rows.data)) < _LARGEST_WHOLE) & (np.diff(rows.indptr) > 0)
+    at = np.flatnonzero(fits)
+    if not len(at):
+        return False
+    some, sides = rows.take(at), lower[at]
+    divisors = np.gcd.reduceat(some.data.astype(np.int64), some.indptr[:-1])
+    rest = sides % np.maximum(divisors, 1)
+    slack = _ROUNDING * np.maximum(1.0, abs(sides))
+    return bool(((rest > slack) & (divisors - rest > slack)).any())
+
+
 def _handle(data: ModelData, kind: int, number: int) -> Any:
     return data.elements(kind, data.elements_of(kind).ids()[[number]])[0]
 
@@ -218,34 +242,14 @@ def _place_in_text(member: Member) -> tuple[int, int]:
 def _lines(view: View, members: list[Member]) -> list[str]:
     """A line on each member."""
     columns = view.columns()
+    names = {LINEAR: view.row_name, QUADRATIC: view.quadratic_name, GENERAL: view.general_name}
     lines = []
     for kind, k in members:
         if kind == _LOWER:
             lines.append(f"{view.column_name(k)} >= {columns.lower[k]:.15g} (its LB)")
         elif kind == _UPPER:
             lines.append(f"{view.column_name(k)} <= {columns.upper[k]:.15g} (its UB)")
-        elif kind == LINEAR:
-            lines.append(f"{view.row_name(k)}: {_row_text(view, k)}")
-        elif kind == QUADRATIC:
-            lines.append(f"{view.quadratic_name(k)} (a quadratic constraint)")
         else:
-            lines.append(f"{view.general_name(k)} (a general constraint)")
+            [text] = row_texts(view, kind, [k])
+            lines.append(f"{names[kind](k)}: {text}")
     return lines
-
-
-def _row_text(view: View, row: int) -> str:
-    """A linear row as it would be written, cut where it is long."""
-    part = view.rows.take(np.array([row]))
-    shown = [
-        f"{'-' if a < 0 else '+'} {f'{abs(a):.15g} ' if abs(a) != 1 else ''}{view.column_name(j)}"
-        for a, j in zip(part.data[:_SHOWN].tolist(), part.ids[:_SHOWN].tolist(), strict=True)
-    ]
-    if part.nnz > _SHOWN:
-        shown.append(f"+ ... ({part.nnz - _SHOWN} more)")
-    text = " ".join(shown).removeprefix("+ ") or "0"
-    lower, upper = (float(side[0]) for side in view.sides(np.array([row])))
-    if lower == upper:
-        return f"{text} = {lower:.15g}"
-    if lower > -np.inf and upper < np.inf:
-        return f"{lower:.15g} <= {text} <= {upper:.15g}"
-    return f"{text} >= {lower:.15g}" if lower > -np.inf else f"{text} <= {upper:.15g}"

@@ -14,6 +14,7 @@ from . import engines
 from ._exception import TaviroError
 from ._tvo import TVO
 from .data.values import shortened
+from .suggestions import did_you_mean
 
 
 def _number(value: Any) -> float:
@@ -86,6 +87,19 @@ _OWN = {
     "log": _Own(True, _switch, "True or False"),
     "logFile": _Own(None, _path, "the path of a file that can be written to, or None for no file"),
     "raiseInterrupt": _Own(False, _switch, "True or False"),
+}
+
+
+# What others call them, as `suggestions.meant` takes it.
+_WORDS = {
+    "maxtime": "timeLimit",
+    "reltol": "gap",
+    "quiet": "log",
+    "randomseed": "seed",
+    "relativegap": "gap",
+    "timeout": "timeLimit",
+    "tol": "gap",
+    "verbose": "log",
 }
 
 
@@ -162,25 +176,34 @@ class Options:
 
     def _engines_with(self, name: str) -> list[tuple[str, Any]]:
         """The engines that may be meant and that have the option, at least one."""
-        found = []
+        found: list[tuple[str, Any]] = []
+        known = list(_OWN)
         for each in engines.ENGINES if self._wanted == "auto" else (self._wanted,):
             try:
                 engine = engines.engine_class(each)
             except ImportError:
                 continue
-            if isinstance(name, str) and name in engine.option_names():
+            names = engine.option_names()
+            if isinstance(name, str) and name in names:
                 found.append((each, engine))
+            known += names
         if not found:
-            raise TaviroError(
-                TVO.Error.ERROR_INVALID_ARGUMENT,
-                f"There is no option {name!r}: use {', '.join(map(repr, _OWN))} or an option of "
-                f"the engine by its own name",
-            )
+            raise _unknown(name, known)
         return found
 
 
 def _is_own(name: object) -> bool:
     return isinstance(name, str) and name in _OWN
+
+
+def _unknown(name: object, known: list[str]) -> TaviroError:
+    """The error for an option that neither the package nor an engine has."""
+    near = did_you_mean(name, known, _WORDS)
+    return TaviroError(
+        TVO.Error.ERROR_INVALID_ARGUMENT,
+        f"There is no option {shortened(name)}: {near + ' Otherwise ' if near else ''}use "
+        f"{', '.join(map(repr, _OWN))} or an option of the engine by its own name",
+    )
 
 
 def _refusal(name: str, takes: str, value: object) -> TaviroError:

@@ -74,6 +74,12 @@ def find_relaxation(
         loose,
         _weights("bound_weights", bound_weights, loose_shape or (0,)),
     )
+    is_semi = view.is_semi[loose]
+    if is_semi.any():
+        name = view.column_name(int(loose[is_semi.argmax()]))
+        raise invalid(
+            f"The bounds of '{name}' can't give: it is semi-continuous; name the others in 'bounds'"
+        )
     data.lock = SOLVING
     stop = Stop()
     try:

@@ -14,11 +14,6 @@ from taviropy import typing as types
 from taviropy.data import attributes
 
 
-@pytest.fixture
-def m():
-    return tv.Model()
-
-
 def make(m, kind, shape):
     """A handle of the class with elements in the model."""
     size = int(np.prod(shape))
@@ -167,7 +162,7 @@ def test_values_for_other_shapes(m, sent, case):
     handle.setAttr(name, ["a"])
     assert sent.pop()[-1] == ["a"] * 4
     for value in (["a", "b"], [["a", "b"], ["c", "d"]], np.ones(4), np.ones((1, 2, 2))):
-        with pytest.raises(AttributeError, match="^Shape mismatch$"):
+        with pytest.raises(AttributeError, match="^Shape mismatch\nThe values have shape"):
             handle.setAttr(name, value)
     zero = handle[0, 1]
     for value, wanted in (("a", ["a"]), (3, [3.0]), (np.array([3.0]), [3.0])):

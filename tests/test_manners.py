@@ -64,6 +64,7 @@ def run_python(code, *arguments, **options):
         ("highs", "time_limit", {3: 3.0}, (-1.0, "a", True, math.nan)),
         ("highs", "simplex_strategy", {4: 4}, (77, 2**40, 1.0, "1")),
         ("highs", "output_flag", {}, (True,)),  # "log" says it
+        ("scip", "presolve", {}, ("off",)),  # another engine's
         ("scip", "limits/nodes", {7: 7}, (-7, "a", 2**70)),
         ("scip", "nodeselection/childsel", {"h": "h"}, ("hh", "q", 1)),
         ("scip", "limits/time", {5: 5.0}, (-1.0, math.nan)),
@@ -191,13 +192,9 @@ def press(*seconds):
 
 
 @pytest.mark.parametrize("engine", ["highs", "scip"])
-def test_ctrl_c_ends_a_solve_and_twice_ends_a_loop(engine):
+def test_ctrl_c_twice_or_by_an_option_ends_a_loop(engine):
     with market_split(engine)[0] as m:
         m.setOption("timeLimit", 30)
-        press(0.5)
-        m.optimize()
-        assert m.Status == Status.INTERRUPTED and m.SolveTime < 20
-        assert m.Bound <= m.Objective + 1e-6
         m.setOption("raiseInterrupt", True)
         press(0.5)
         with pytest.raises(KeyboardInterrupt):

@@ -14,11 +14,6 @@ MLinExpr, MVar = tv.MLinExpr, tv.MVar
 
 
 @pytest.fixture
-def x(m):
-    return m.addMVar(3, name="x")
-
-
-@pytest.fixture
 def y(m):
     return m.addMVar(2, name="y")
 

@@ -103,6 +103,11 @@ inline char dtype_kind(PyObject* array) {
     return text[0];
 }
 
+inline long dimensions(PyObject* array) {
+    Ref ndim = checked(PyObject_GetAttrString(array, "ndim"));
+    return PyLong_AsLong(ndim.get());
+}
+
 /// A new array of a shape; the dtype is one of NumPy's names, as "int32" or "object".
 inline Ref new_array(const char* dtype, PyObject* shape) {
     static PyObject* empty = nullptr;

@@ -22,4 +22,12 @@ namespace taviropy::base {
     throw PythonError();
 }
 
+/// Throws the error that is set, with a line below it for who reads it.
+[[noreturn]] inline void raise_with_note(PyObject* note) {
+    Ref error = checked(PyErr_GetRaisedException());
+    Ref added = checked(PyObject_CallMethod(error.get(), "add_note", "O", note));
+    PyErr_SetRaisedException(error.release());
+    throw PythonError();
+}
+
 }  // namespace taviropy::base

@@ -79,6 +79,13 @@ Ref as_matrix_object(PyObject* scalar) {
 
 bool is_array_operand(PyObject* object) { return is_ndarray(object) || is_sparse(object); }
 
+Ref tuple_of(PyObject* iterable) {
+    if (!PyTuple_Check(iterable) && !PyList_Check(iterable) && is_sparse(iterable))
+        raise(PyExc_TypeError, "a sparse '%s' is no list of values; its toarray() is one",
+              Py_TYPE(iterable)->tp_name);
+    return checked(PySequence_Tuple(iterable));
+}
+
 bool is_mnlexpr(PyObject* object) {
     static PyObject* module_name = nullptr;
     if (!module_name)

@@ -1,6 +1,8 @@
 #include "attributes.hpp"
 
+#include "arithmetic.hpp"
 #include "base/arrays.hpp"
+#include "base/errors.hpp"
 #include "operands.hpp"
 
 namespace taviropy {
@@ -20,6 +22,12 @@ Ref call_attrutil(const char* function, std::initializer_list<PyObject*> argumen
     return checked(PyObject_Vectorcall(callee.get(), arguments.begin(), arguments.size(), nullptr));
 }
 
+/// What taviropy.suggestions says of a name that the handle's kind doesn't have, or can't set.
+Ref hint(const char* function, HandleObject* handle, PyObject* name) {
+    Ref callee = import_name("taviropy.suggestions", function);
+    return checked(PyObject_CallFunction(callee.get(), "iO", handle->kind, name));
+}
+
 /// Looks up an attribute; AttributeError where it is none of the handle's kind.
 AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) {
     Ref info = call_attrutil("_getattrinfo", {as_object(handle), name});
@@ -27,12 +35,18 @@ AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) 
     PyObject* datatype = nullptr;
     long kind = 0, settable = 0;
     if (!PyArg_ParseTuple(triple.get(), "Oll", &datatype, &kind, &settable)) throw PythonError();
-    if (kind != handle->kind)
-        raise(PyExc_AttributeError, "'taviropy.%s' object has no attribute '%S'",
-              kind_name(handle->kind), name);
-    if (to_set && !settable) raise(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
-    long type = PyLong_AsLong(datatype);
-    if (type == -1 && PyErr_Occurred()) throw PythonError();
+    if (kind != handle->kind) {
+        Ref note = hint("for_foreign", handle, name);
+        PyErr_Format(PyExc_AttributeError, "'taviropy.%s' object has no attribute '%S'",
+                     kind_name(handle->kind), name);
+        raise_with_note(note.get());
+    }
+    if (to_set && !settable) {
+        Ref note = hint("for_read_only", handle, name);
+        PyErr_Format(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
+        raise_with_note(note.get());
+    }
+    long type = checked(PyLong_AsLong(datatype));
     return {borrow(datatype), type};
 }
 
@@ -67,7 +81,7 @@ bool append_doubles(PyObject* array, std::vector<double>& out) {
 }
 
 void append_items(PyObject* sequence, std::vector<double>& out) {
-    Ref items = checked(PySequence_Tuple(sequence));
+    Ref items = tuple_of(sequence);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k)
         out.push_back(number_value(PyTuple_GET_ITEM(items.get(), k), "a solution value"));
 }
@@ -107,6 +121,8 @@ Ref read_attribute(HandleObject* handle, PyObject* name) {
     PyList_SET_ITEM(indices.get(), 0, index.release());
     Ref values = call_attrutil("_gettypedattrlist",
                                {as_object(handle), name, info.datatype.get(), indices.get()});
+    if (is_ndarray(values.get()) && dimensions(values.get()) == 2)  // several values an element
+        return checked(PyObject_CallMethod(values.get(), "ravel", nullptr));
     Ref value = checked(PySequence_GetItem(values.get(), 0));
     return plain_value(info.type, value.get());
 }

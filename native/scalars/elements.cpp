@@ -1,5 +1,9 @@
 #include "elements.hpp"
 
+#include "arithmetic.hpp"
+#include "attributes.hpp"
+#include "registry.hpp"
+
 namespace taviropy {
 
 Objects::Objects(PyObject* source) : source_(source) {
@@ -37,7 +41,7 @@ Integers::Integers(PyObject* source, const char* what) {
               "astype(numpy.int64) gives",
               what, (*buffer_)->format);
     }
-    Ref items = checked(PySequence_Tuple(source));
+    Ref items = tuple_of(source);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k) {
         Ref index = checked(PyNumber_Index(PyTuple_GET_ITEM(items.get(), k)));
         long long value = checked(PyLong_AsLongLong(index.get()));
@@ -70,15 +74,16 @@ int32_t checked_id(PyObject* model, int kind, PyObject* element, Py_ssize_t plac
 }
 
 void refuse_element(PyObject* model, const HandleObject* handle, Py_ssize_t place) {
-    const char* type = Py_TYPE(handle)->tp_name;
+    const char* kind = kind_name(handle->kind);
+    Ref name = element_name(const_cast<HandleObject*>(handle));
     if (handle->model != model)
         raise_taviro_error("ERROR_INVALID_ARGUMENT",
-                           "Element %zd, a '%s', belongs to another model: elements of one model "
+                           "%s '%U' (element %zd) belongs to another model: elements of one model "
                            "alone can stand in a constraint or call",
-                           place, type);
+                           kind, name.get(), place);
     raise_taviro_error("NOT_IN_MODEL",
-                       "Element %zd, a '%s', was removed from the model: leave it out", place,
-                       type);
+                       "%s '%U' (element %zd) was removed from the model: leave it out", kind,
+                       name.get(), place);
 }
 
 PyObject* model_argument(PyObject* object) {

@@ -25,15 +25,35 @@ Ref Handle_getattribute(PyObject* self, PyObject* name) {
     return read_attribute(as_handle(self), name);
 }
 
-/// NumPy asks each element of a list for names that make arrays, so to have none must cost no
-/// throw.
+/// True where the type has no such name, and none that is private: the user meant another one, and
+/// the look-up of attributes tells which.
+bool is_mistaken(PyObject* self, PyObject* name) {
+    return PyErr_ExceptionMatches(PyExc_AttributeError) && PyUnicode_Check(name) &&
+           PyUnicode_GET_LENGTH(name) > 0 && PyUnicode_READ_CHAR(name, 0) != '_' &&
+           !_PyType_Lookup(Py_TYPE(self), name);
+}
+
+/// Sets the error for a mistaken name, which the look-up of attributes makes.
+void refuse_mistaken(PyObject* self, PyObject* name) {
+    PyErr_Clear();
+    Ref attrutil(PyImport_ImportModule("taviropy._attrutil"));
+    if (attrutil) Ref info(PyObject_CallMethod(attrutil.get(), "_getattrinfo", "OO", self, name));
+}
+
+/// Libraries ask elements for names that make arrays, so to have none must cost no throw.
 PyObject* Handle_getattro(PyObject* self, PyObject* name) {
-    if (!names_attribute(name)) return PyObject_GenericGetAttr(self, name);
-    return Guarded<Handle_getattribute>::call(self, name);
+    if (names_attribute(name)) return Guarded<Handle_getattribute>::call(self, name);
+    PyObject* found = PyObject_GenericGetAttr(self, name);
+    if (!found && is_mistaken(self, name)) refuse_mistaken(self, name);
+    return found;
 }
 
 void Handle_setattro(PyObject* self, PyObject* name, PyObject* value) {
-    if (!names_attribute(name)) return check(PyObject_GenericSetAttr(self, name, value));
+    if (!names_attribute(name)) {
+        if (PyObject_GenericSetAttr(self, name, value) == 0) return;
+        if (!is_mistaken(self, name)) throw PythonError();
+        PyErr_Clear();
+    }
     write_attribute(as_handle(self), name, value);
 }
 

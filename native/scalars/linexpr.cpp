@@ -27,7 +27,7 @@ Ref sequence(PyObject* source, const char* what) {
     if (!tolist) {
         if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw PythonError();
         PyErr_Clear();
-        return checked(PySequence_Fast(source, "LinExpr: expected a list or an array"));
+        return tuple_of(source);
     }
     Ref list = checked(PyObject_CallNoArgs(tolist.get()));
     if (!PyList_Check(list.get()))

@@ -135,7 +135,10 @@ Ref Numbering_restore(PyObject* self, PyObject* const* args, Py_ssize_t nargs) {
             raise(PyExc_ValueError, "a model can't hold %ld elements", count);
         counts[k] = static_cast<int32_t>(count);
     }
-    registry(self).restore(counts[0], counts[1], id_list(args[2], counts[0]));
+    if (args[2] == Py_None)
+        registry(self).restore(counts[0], counts[1]);
+    else
+        registry(self).restore(counts[0], counts[1], id_list(args[2], counts[0]));
     return none();
 }
 
@@ -169,7 +172,8 @@ PyMethodDef numbering_methods[] = {
      "settle() removes."},
     {"restore", method<Numbering_restore>(), METH_FASTCALL,
      "restore($self, next_id, count, live_ids, /)\n--\n\nEnters the elements of another Numbering, "
-     "as its methods of these names tell them, into a new one.\n\nValueError where they can't be "
+     "as its methods of these names tell them, into a new one; None for live_ids stands for "
+     "all.\n\nValueError where they can't be "
      "those of a Numbering, or where this one has elements."},
     {"all_in_place", method<Numbering_all_in_place>(), METH_NOARGS,
      "all_in_place($self, /)\n--\n\nWhether no element was ever removed: then the ids of "

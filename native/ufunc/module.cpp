@@ -8,6 +8,7 @@
 #include <array>
 #include <string_view>
 
+#include "base/errors.hpp"
 #include "base/python.hpp"
 
 namespace taviropy {
@@ -91,26 +92,46 @@ bool is_in_place(const Operator& entry, PyObject* left, PyObject* keywords) {
 [[noreturn]] void refuse(const Operator& entry, bool in_place, PyObject* left, PyObject* right) {
     const char* first = Py_TYPE(left)->tp_name;
     const char* second = Py_TYPE(right)->tp_name;
-    if (entry.kind == Kind::order)
-        raise(PyExc_TypeError, "'%s' not supported between instances of '%.100s' and '%.100s'",
-              entry.symbol, first, second);
+    if (entry.kind == Kind::order) {
+        const bool is_strict = entry.symbol[1] == '\0';
+        Ref note = checked(PyUnicode_FromString(
+            is_strict ? "Use <= or >=: models have no strict inequalities. For a maximum add a "
+                        "variable t with t >= each."
+                      : "Bound a variable instead: y == expression, and y <= number."));
+        PyErr_Format(PyExc_TypeError,
+                     "'%s' not supported between instances of '%.100s' and '%.100s'", entry.symbol,
+                     first, second);
+        raise_with_note(note.get());
+    }
     const bool is_power = entry.symbol[0] == '*' && entry.symbol[1] == '*';
     raise(PyExc_TypeError, "unsupported operand type(s) for %s%s: '%.100s' and '%.100s'",
           in_place && is_power ? "**" : entry.symbol, in_place ? "=" : "", first, second);
 }
 
-/// A comparison that a class lacks. Beside an array it raises what Python would: the array's turn
-/// would come next, and its function could not tell which operand stood where.
+bool is_undefined_order(PyObject* method);
+
+/// Whether the class of an operand is one of those that lack a comparison.
+bool lacks(PyObject* operand, const char* name) {
+    Ref method(PyObject_GetAttrString(as_object(Py_TYPE(operand)), name));
+    if (!method) PyErr_Clear();
+    return method && is_undefined_order(method.get());
+}
+
+/// A comparison that a class lacks. Beside an array or a number it raises what Python would. An
+/// array's turn would come next, and its function could not tell which operand stood where; a
+/// number has none, and with it people are told what to do.
 template <const char* const& name>
 Ref undefined_order(PyObject* self, PyObject* other) {
+    bool is_data = PyLong_CheckExact(other) || PyFloat_CheckExact(other);
     for (const char* kind : {"ndarray", "generic"}) {
-        Ref type = import_name("numpy", kind);
-        const int is_array = PyObject_IsInstance(other, type.get());
+        if (is_data) break;
+        const int is_array = PyObject_IsInstance(other, import_name("numpy", kind).get());
         check(is_array);
-        if (!is_array) continue;
-        for (const Operator& entry : operators)
-            if (entry.kind == Kind::order && std::string_view(entry.forward) == name)
-                refuse(entry, false, self, other);
+        is_data = is_array;
+    }
+    for (const Operator& entry : operators) {
+        if (entry.kind != Kind::order || std::string_view(entry.forward) != name) continue;
+        if (is_data || lacks(other, entry.reflected)) refuse(entry, false, self, other);
     }
     return not_implemented();
 }

@@ -8,6 +8,8 @@ namespace taviropy {
 
 namespace {
 
+constexpr Py_ssize_t most_dimensions = 64;  // of NumPy's arrays
+
 Ref isscalar(PyObject*, PyObject* value) { return checked(PyBool_FromLong(is_number(value))); }
 
 Ref isstr(PyObject*, PyObject* value) { return checked(PyBool_FromLong(PyUnicode_Check(value))); }
@@ -73,7 +75,9 @@ Ref axis_to_axeslist(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("_axis_to_axeslist", nargs, 2, 2);
     PyObject* axis = args[0];
     Py_ssize_t ndim = whole_number(args[1]);
-    if (ndim < 0) raise(PyExc_ValueError, "the number of dimensions is %zd", ndim);
+    if (ndim < 0 || ndim > most_dimensions)
+        raise(PyExc_ValueError, "the number of dimensions is %zd; arrays have at most %zd", ndim,
+              most_dimensions);
     std::vector<bool> reduced(ndim, axis == Py_None);
     if (PyTuple_Check(axis) || PyList_Check(axis)) {
         Ref axes = checked(PySequence_Tuple(axis));

@@ -20,6 +20,7 @@ from .attributes import (
     KIND_NAMES,
     LINEAR,
     OF_SOLUTION,
+    ON_DEMAND,
     QUADRATIC,
     STRING,
     VARIABLE,
@@ -44,6 +45,7 @@ from .values import (
     convert,
     cut_binaries,
     invalid,
+    rising,
     scalar_column,
     type_codes,
 )
@@ -115,17 +117,6 @@ class ModelData(ModelCore):
             if name != "lock":
                 del self.__dict__[name]
 
-    def text(self) -> str:
-        """The model in a line."""
-        if self.lock is CLOSED:
-            return "<taviropy.Model (closed)>"
-        counts = ", ".join(
-            f"{self.numbering(kind).count()} {name[3:]}" for name, kind in COUNTS.items()
-        )
-        waiting = sum(n.size() - n.count() for n in map(self.numbering, KIND_NAMES))
-        more = f", {waiting} awaiting update" if waiting else ""
-        return f"<taviropy.Model {self.name!r}: {counts}{more}>"
-
     # Elements
 
     @property
@@ -188,14 +179,6 @@ class ModelData(ModelCore):
         """Handles on all elements of a kind that are in place, in order."""
         elements = self.elements_of(kind)
         return self.elements(kind, elements.ids()[: elements.placed])
-
-    def by_name(self, kind: int, name: str) -> Any:
-        """A handle on the first element in place that has the name, or None."""
-        elements = self.elements_of(kind)
-        names = elements.all_names()
-        if name not in names:
-            return None
-        return self.elements(kind, elements.ids()[[names.index(name)]])[0]
 
     # Additions
 
@@ -339,7 +322,7 @@ class ModelData(ModelCore):
         costs = self._costs(parsed.ids, parsed.costs)
         changed = np.flatnonzero(self.variables["Obj"] != costs)
         self.variables["Obj"][:] = costs
-        self.objective.replace(wanted, parsed.offset, parsed.quadratic)
+        self.objective.replace(wanted, parsed.offset, parsed.quadratic, parsed.nonlinear)
         self.changes.note("Obj", changed[changed < self.variables.placed])
 
     def _costs(self, ids: Ids, coefficients: Floats) -> Floats:
@@ -362,7 +345,7 @@ class ModelData(ModelCore):
         for kind, handles in handles_in(obj):
             found.setdefault(kind, []).append(self.ids(kind, handles, True))
         for kind, arrays in found.items():
-            self.numbering(kind).discard(np.unique(np.concatenate(arrays)))
+            self.numbering(kind).discard(rising(arrays))
 
     @changing
     def update(self) -> None:
@@ -392,6 +375,8 @@ class ModelData(ModelCore):
         self.check_open()
         datatype, kind, _ = ATTRIBUTES[attrname]
         if attrname in OF_SOLUTION:
+            if attrname in ON_DEMAND and attrname not in self.solution.values and not self.lock:
+                self.session.find(self, attrname)
             return self.solution.read(attrname, positions, self.elements_of(kind))
         elements = self.elements_of(kind)
         if datatype == STRING:
@@ -448,6 +433,8 @@ class ModelData(ModelCore):
         """What an engine has to catch up with."""
         changes = self.changes.changes()
         entries = changes.entries
+        if not len(entries.values):
+            return changes
         linear, variables = self.linear.numbering, self.variables.numbering
         rows, columns = linear.numbers(entries.rows), variables.numbers(entries.variables)
         entries = Entries(rows, columns, entries.values).take((rows >= 0) & (columns >= 0))

@@ -22,6 +22,7 @@ Shape = tuple[int, ...]
 INF = float("inf")
 _TYPES = {character: code for code, character in enumerate(CHARACTERS["VType"])}
 _FINITE = ("Obj", "ObjOffset")
+_NAME = ": a name goes by its keyword, name='x'"
 _OPEN_SIDE = ": an open side is float('inf') or -float('inf')"
 
 
@@ -34,6 +35,17 @@ def shortened(value: object) -> str:
     """The value as text of at most 60 characters, for messages."""
     text = repr(value)
     return text if len(text) <= 60 else text[:57] + "..."
+
+
+def rising(parts: Sequence[NDArray[Any]]) -> NDArray[Any]:
+    """The numbers of some arrays, rising, each once."""
+    numbers = parts[0] if len(parts) == 1 else np.concatenate(parts)
+    if (numbers[1:] > numbers[:-1]).all():
+        return numbers
+    numbers = np.sort(numbers)  # np.unique hashes, which takes ten times as long
+    is_new = np.ones(len(numbers), bool)
+    np.not_equal(numbers[1:], numbers[:-1], out=is_new[1:])
+    return numbers[is_new]
 
 
 # Values of attributes
@@ -123,6 +135,8 @@ def checked_names(name: object, shape: Shape) -> str | list[str]:
 
 def checked_shape(shape: Any) -> Shape:
     """The shape of a block of variables as a tuple of int."""
+    if isinstance(shape, range):
+        raise ValueError(f"A shape is an int or a tuple of ints, not {shape!r}: give its length")
     try:
         lengths: Shape = (operator.index(shape),)
     except TypeError:
@@ -141,7 +155,7 @@ def spread(noun: str, array: NDArray[Any], shape: Shape) -> NDArray[Any]:
         return np.broadcast_to(array, shape).reshape(-1)
     except ValueError:
         raise ValueError(
-            f"'{noun}' of shape {array.shape} doesn't broadcast to the variables' shape {shape}: "
+            f"'{noun}' of shape {array.shape} doesn't broadcast to the elements' shape {shape}: "
             f"give a scalar or an array of that shape"
         ) from None
 
@@ -156,6 +170,8 @@ def column_data(noun: str, value: Any, shape: Shape) -> np.float64 | Floats:
         array = np.asarray("unfit")
     if array.dtype.kind not in "biuf":
         open_side = _OPEN_SIDE if noun in ("lb", "ub") else ""
+        if noun == "lb" and isinstance(value, str):
+            open_side = _NAME
         raise invalid(f"'{noun}' takes real numbers, not {shortened(value)}{open_side}")
     if array.ndim == 0:
         return np.float64(array[()])
@@ -179,9 +195,11 @@ def type_codes(vtype: object, shape: Shape) -> int | Codes:
 
 
 def _unknown_type(vtype: object) -> TaviroError:
+    first = vtype[:1].upper() if isinstance(vtype, str) else ""
+    near = f"did you mean {first!r}? Otherwise " if first and first in _TYPES else ""
     return invalid(
-        f"There is no variable type {shortened(vtype)}: use 'C' (continuous), 'B' (binary) or "
-        f"'I' (integer)"
+        f"There is no variable type {shortened(vtype)}: {near}use 'C' (continuous), "
+        f"'B' (binary), 'I' (integer), 'S' (semi-continuous) or 'N' (semi-integer)"
     )
 
 
@@ -193,8 +211,9 @@ def scalar_column(lb: Any, ub: Any, obj: Any, vtype: Any) -> tuple[float, float,
     try:
         lb, ub, obj = float(lb + 0.0), float(ub + 0.0), float(obj + 0.0)  # no text
     except (TypeError, ValueError, OverflowError):
+        hint = _NAME if isinstance(lb, str) else _OPEN_SIDE
         raise invalid(
-            f"A variable takes real numbers, not lb={lb!r}, ub={ub!r}, obj={obj!r}{_OPEN_SIDE}"
+            f"A variable takes real numbers, not lb={lb!r}, ub={ub!r}, obj={obj!r}{hint}"
         ) from None
     if lb != lb or ub != ub or not -INF < obj < INF:
         check_columns(np.float64(lb), np.float64(ub), np.float64(obj))

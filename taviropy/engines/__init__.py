@@ -14,6 +14,7 @@ from typing import TYPE_CHECKING, NamedTuple
 
 from .._exception import TaviroError
 from .._tvo import TVO
+from ..suggestions import did_you_mean
 
 if TYPE_CHECKING:
     from ..data.view import View
@@ -37,7 +38,7 @@ ENGINES = {
 
 
 # What only some engines can do.
-ABILITIES = {"lazy": ("scip",)}
+ABILITIES = {"lazy": ("scip",), "basis": ("highs",)}
 
 
 def candidates(wanted: str, view: View | None = None) -> tuple[str, ...]:
@@ -58,7 +59,11 @@ def check_name(name: object) -> None:
     """Refuse a name that is neither an engine's nor "auto"."""
     if name != "auto" and name not in ENGINES:
         names = ", ".join(map(repr, ENGINES))
-        raise ValueError(f"There is no engine {name!r}: use 'auto' or one of {names}")
+        near = did_you_mean(name, ("auto", *ENGINES))
+        raise ValueError(
+            f"There is no engine {name!r}: {near + ' Otherwise ' if near else ''}use 'auto' or one "
+            f"of {names}"
+        )
 
 
 def engine_class(name: str) -> type[Engine]:
@@ -97,7 +102,8 @@ def choose(
             return name
         reasons.append(f"{found.title} can't take the model, since {reason}")
     if wanted != "auto":
-        others = [f"engine={name!r}" for name in ("auto", *ENGINES) if name != wanted]
+        able = ABILITIES[ability] if ability else ("auto", *ENGINES)
+        others = [f"engine={name!r}" for name in able if name != wanted]
         hints.append(f"use {' or '.join(others)}")
     raise TaviroError(TVO.Error.NOT_SUPPORTED, f"{'; '.join(reasons)}: {' or '.join(hints)}")
 

@@ -48,10 +48,12 @@ class ClarabelEngine:
     @classmethod
     def refuses(cls, view: View, final: bool) -> str:
         """Why Clarabel can't take a model; whether it is convex is found out where it is final."""
+        if view.nonlinear_objective is not None:
+            return "its objective is nonlinear"
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
         if view.has_integers:
-            return f"the variable '{view.first_integer()}' is integer"
+            return view.first_integer()
         if view.quadratic_objective is not None and not is_convex(view, final):
             return "its quadratic objective is not convex"
         if final and view.quadratic_count:

@@ -38,7 +38,7 @@ def read_contents(path: str | os.PathLike[str]) -> Contents:
     path = os.fsdecode(path)
     form = format_of(path)[0]
     if not os.path.exists(path):
-        raise FileNotFoundError(f"There is no file '{path}'")
+        raise FileNotFoundError(f"There is no file '{os.path.abspath(path)}': check the path")
     if form == ".mps":
         from .mps_reader import read_mps
 

@@ -101,14 +101,15 @@ class _Reader:
             ("COLUMNS", "it may be of another format"),
         ):
             if section not in seen:
-                self._line = len(self._lines) - 1
+                self._line = max(len(self._lines) - 1, 0)
                 raise self._fault(f"the file ends here without the section {section}: {why}")
         return self._contents(name if table.model is None else table.model, table)
 
     def _sections(self) -> Iterator[tuple[str, str, int, int]]:
         """Sections: the word, what stands behind it, the first line of data, the end of them."""
         starts = [k for k, line in enumerate(self._lines) if line and line[0] not in " \t*"]
-        for first, end in zip(starts, [*starts[1:], len(self._lines)], strict=True):
+        ends = [*starts[1:], len(self._lines)] if starts else []
+        for first, end in zip(starts, ends, strict=True):
             word, _, rest = self._lines[first].replace("\t", " ").partition(" ")
             word = word.upper()
             self._line = first

@@ -21,7 +21,7 @@ struct HandleClass {
     const char* index;         ///< the field of an element that `_idxarr` reads
     const char* refused_get;   ///< how `getAttr` begins its refusal of another kind's attribute
     const char* refused_set;   ///< the same for `setAttr`
-    bool repeats_by_product;   ///< values are repeated by np.prod(self.shape), not by self.size
+    bool repeats_by_shape;     ///< values are repeated by np.prod(self.shape), not by self.size
     bool checks_indices;       ///< elements that aren't in the model are refused before any call
     const Name* element;       ///< the class of the elements
     const char* count_method;  ///< gives how many there are in the model; null where there is none
@@ -36,7 +36,7 @@ inline constexpr HandleClass kMVar = {
     .index = "_colno",
     .refused_get = "'taviropy.Var' object has no attribute '",
     .refused_set = "'taviropy.Var' object has no attribute '",
-    .repeats_by_product = true,
+    .repeats_by_shape = true,
     .checks_indices = false,
     .element = &names::Var,
     .count_method = nullptr,
@@ -51,7 +51,7 @@ inline constexpr HandleClass kMConstr = {
     .index = "_rowno",
     .refused_get = "'taviropy.Constr' object has no attribute '",
     .refused_set = "'taviropy.Constr' object has no attribute '",
-    .repeats_by_product = false,
+    .repeats_by_shape = false,
     .checks_indices = false,
     .element = &names::Constr,
     .count_method = "_numrows",
@@ -66,7 +66,7 @@ inline constexpr HandleClass kMQConstr = {
     .index = "_qconstrno",
     .refused_get = "'taviropy.MQConstr' object has no attribute '",
     .refused_set = "'taviropy.MQConstr' object has no attribute '",
-    .repeats_by_product = false,
+    .repeats_by_shape = false,
     .checks_indices = false,
     .element = &names::QConstr,
     .count_method = "_numqconstrs",
@@ -81,7 +81,7 @@ inline constexpr HandleClass kMGenConstr = {
     .index = "_genconstrno",
     .refused_get = "'taviropy.GenConstr' object has no attribute '",
     .refused_set = "'taviropy.MGenConstr' object has no attribute '",
-    .repeats_by_product = false,
+    .repeats_by_shape = false,
     .checks_indices = true,
     .element = &names::GenConstr,
     .count_method = nullptr,

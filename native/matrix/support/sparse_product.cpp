@@ -5,6 +5,7 @@
 
 #include "support/errors.hpp"
 #include "support/imports.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 #include "support/sparse_arrays.hpp"
 #include "support/sparse_kernels.hpp"
@@ -146,7 +147,7 @@ bool may_be_wide(Py_ssize_t rows, Py_ssize_t cols) {
 
 nb::object scipy_product(nb::handle left, nb::handle right) {
     nb::object sound_left = sound(left), sound_right = sound(right);
-    return to_csr(checked(PyNumber_MatrixMultiply(sound_left.ptr(), sound_right.ptr())), false);
+    return to_csr(matrix_product(sound_left, sound_right), false);
 }
 
 }  // namespace

@@ -21,22 +21,14 @@ CompressedView::CompressedView(nb::handle matrix) {
 }
 
 nb::object CompressedView::value_list(Line line) const {
-    nb::object list = checked(PyList_New(line.size()));
-    for (Py_ssize_t k = 0; k < line.size(); ++k) {
-        PyObject* number = PyFloat_FromDouble(values_[line.begin + k]);
-        if (!number) throw nb::python_error();
-        PyList_SET_ITEM(list.ptr(), k, number);
-    }
-    return list;
+    return list_of(line.size(),
+                   [&](Py_ssize_t k) { return PyFloat_FromDouble(values_[line.begin + k]); });
 }
 
 nb::object CompressedView::picked_list(Line line, const Chunk& objects, Py_ssize_t size) const {
-    nb::object list = checked(PyList_New(line.size()));
-    for (Py_ssize_t k = 0; k < line.size(); ++k) {
-        PyObject* object = objects[index(line.begin + k, size)];
-        PyList_SET_ITEM(list.ptr(), k, Py_NewRef(object ? object : Py_None));
-    }
-    return list;
+    return list_of(line.size(), [&](Py_ssize_t k) {
+        return objects.element(index(line.begin + k, size)).release().ptr();
+    });
 }
 
 void CompressedView::refuse_line(Py_ssize_t i) {
