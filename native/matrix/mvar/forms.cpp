@@ -27,7 +27,7 @@ struct Fields {
                 buffer.acquire(arr, PyBUF_STRIDES | PyBUF_FORMAT | PyBUF_WRITABLE) &&
                 buffer.holds('O')) {
                 vararr = nb::borrow(arr);
-                cmodel = handles::model_of(*buffer);
+                cmodel = handles::model_of(buffer);
                 return;
             }
         }

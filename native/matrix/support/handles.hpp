@@ -10,6 +10,7 @@
 
 #include "support/attributes.hpp"
 #include "support/names.hpp"
+#include "support/object_arrays.hpp"
 
 namespace taviropy {
 
@@ -93,7 +94,7 @@ namespace handles {
 
 /// The model of the first element of an array; None where the array is empty.
 nb::object model_of(nb::handle array);
-nb::object model_of(const Py_buffer& elements);
+nb::object model_of(const ArrayBuffer& elements);
 
 /// Keeps the two fields of a new handle, in this order, by way of its class's `__setattr__`.
 void store_fields(nb::handle self, const char* first, nb::handle first_value, const char* second,

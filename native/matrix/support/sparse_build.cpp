@@ -170,12 +170,12 @@ nb::object scaled_identity(Py_ssize_t n, double value) {
     return value == 0.0 ? empty_csr(n, n) : diagonal(n, value);
 }
 
-nb::object hstack(const std::vector<Beside>& parts, Py_ssize_t rows) {
+nb::object hstack(const std::vector<Beside>& matrices, Py_ssize_t rows) {
     auto np = import_numpy();
     auto sp = import_sparse();
     std::deque<Block> blocks;
-    for (const Beside& part : parts) blocks.emplace_back(part);
-    for (std::size_t k = 0; k < parts.size(); ++k) blocks[k].check(parts[k]);
+    for (const Beside& matrix : matrices) blocks.emplace_back(matrix);
+    for (std::size_t k = 0; k < matrices.size(); ++k) blocks[k].check(matrices[k]);
     if (!blocks.front().repeated) rows = blocks.front().c.major;
     for (const Block& block : blocks) block.check_rows(rows);
     return stack(np, sp, blocks, rows);
@@ -271,13 +271,13 @@ nb::object kron(nb::handle left, nb::handle right) {
     });
 }
 
-nb::object block_diag(nb::list parts) {
+nb::object block_diag(nb::list matrices) {
     auto np = import_numpy();
     auto sp = import_sparse();
     std::deque<Triplets> blocks;
     Py_ssize_t rows = 0, cols = 0, nnz = 0;
-    for (std::size_t k = 0; k < parts.size(); ++k) {
-        nb::object part = parts[k];
+    for (std::size_t k = 0; k < matrices.size(); ++k) {
+        nb::object part = matrices[k];
         const Triplets& block = blocks.emplace_back(part.ptr());
         rows += block.rows;
         cols += block.cols;
