@@ -1,7 +1,6 @@
 """MLinExpr: the fields of its two forms, their invariants, and the way from compact to full."""
 
 import copy
-import inspect
 
 import numpy as np
 import pytest
@@ -34,15 +33,6 @@ def unsorted_matrix():
 )  # fmt: skip
 def test_allowed_shapes(shape, allowed):
     assert MLinExpr._allows_compact(shape) is allowed
-
-
-def test_class_as_users_see_it(x):
-    assert (MLinExpr.__array_priority__, MLinExpr._keep_compact) == (100, 1)
-    assert MLinExpr.__bases__ == (object,) and type(MLinExpr) is type
-    with pytest.raises(TypeError, match="unhashable"):
-        hash(2 * x)
-    assert inspect.signature((2 * x).sum).parameters["axis"].default is None
-    assert MLinExpr.shape.__doc__ == "The shape of the expression, as a tuple of ints"
 
 
 def test_constructor_keeps_what_it_wraps(x):
