@@ -33,7 +33,9 @@ def knapsack(engine):
     """A small model for any engine."""
     rng = np.random.default_rng(0)
     model = quiet(engine)
-    x = model.addMVar(30, ub=1, obj=-rng.random(30), vtype="C" if engine == "clarabel" else "B")
+    x = model.addMVar(
+        30, ub=1, obj=-rng.random(30), vtype="B" if engine in ("highs", "scip") else "C"
+    )
     model.addConstr(rng.random((10, 30)) @ x <= 4)
     model.update()
     return model, x
@@ -103,7 +105,7 @@ def test_more_threads_than_the_machine_can_start():
 # The log
 
 
-@pytest.mark.parametrize("engine", ["highs", "scip", "clarabel"])
+@pytest.mark.parametrize("engine", ["highs", "scip", "clarabel", "ipopt"])
 @pytest.mark.filterwarnings("ignore::taviropy.NumericsWarning")
 def test_without_the_log_nothing_is_written(engine, capfd):
     for change in (
@@ -119,7 +121,7 @@ def test_without_the_log_nothing_is_written(engine, capfd):
     assert capfd.readouterr() == ("", "")
 
 
-@pytest.mark.parametrize("engine", ["highs", "scip", "clarabel"])
+@pytest.mark.parametrize("engine", ["highs", "scip", "clarabel", "ipopt"])
 def test_where_the_log_goes(engine, capsys, tmp_path):
     path = tmp_path / "solve.log"
     model, x = knapsack(engine)

@@ -12,20 +12,6 @@ import taviropy as tv
 MLinExpr = tv.MLinExpr
 
 
-@pytest.mark.parametrize(
-    ("shape", "compact"),
-    [(3, True), ((3,), True), ((), True), ((1, 5), True), ((5, 1), True), ((0, 7), True),
-     ((2, 2), False), ((0, 3, 4), False), ((1, 1, 1), False)],
-)  # fmt: skip
-def test_zeros(shape, compact, monkeypatch):
-    zero = MLinExpr.zeros(shape)
-    assert (zero._is_compact, zero.shape) == (compact, np.zeros(shape).shape)
-    assert all(terms(le) == (0.0, []) for le in elements(zero))
-    monkeypatch.setattr(MLinExpr, "_keep_compact", 0)
-    full = MLinExpr.zeros(shape)
-    assert not full._is_compact and own_lists(full) and content(full) == content(zero)
-
-
 # ---- Affine expressions ---------------------------------------------------------------------
 
 

@@ -25,23 +25,6 @@ Q = sp.csr_matrix(np.array([[1.0, 0.0], [2.0, 3.0], [0.0, 4.0]]))
 # ---- The two forms --------------------------------------------------------------------------
 
 
-@pytest.mark.parametrize(
-    ("shape", "compact"),
-    [
-        ((), True), (1, True), ((1, 1), True), (0, True), ((0, 1), True), ((0, 0), True),
-        (2, False), ((1, 2), False), ((0, 2), False), ((1, 1, 1), False),
-    ],
-)  # fmt: skip
-def test_only_one_element_shapes_are_compact(shape, compact, monkeypatch):
-    zero = MQuadExpr.zeros(shape)
-    assert zero._is_compact is compact
-    assert zero.shape == np.zeros(shape).shape
-    assert (zero.ndim, zero.size) == (len(zero.shape), np.zeros(shape).size)
-    monkeypatch.setattr(MQuadExpr, "_keep_compact", 0)
-    assert not MQuadExpr.zeros(shape)._is_compact
-    assert MQuadExpr.zeros(shape).shape == zero.shape
-
-
 def test_a_product_of_vectors_makes_no_scalar_expressions(x, y):
     q = x @ Q @ y
     assert q._is_compact

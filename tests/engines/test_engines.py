@@ -472,15 +472,3 @@ def test_ctrl_c_ends_a_solve_with_the_best_solution(engine, solve):
     assert signal.getsignal(signal.SIGINT) is signal.default_int_handler
     model.setOption("timeLimit", 0.3)
     assert solve(model) == Status.TIME_LIMIT
-
-
-def test_the_log_is_written_where_it_is_wanted_and_nowhere_else(engine, model, solve, capfd):
-    x = model.addMVar(3, ub=1, obj=-1)
-    model.addConstr(x.sum() <= 2)
-    solve(model)
-    assert capfd.readouterr() == ("", "")
-    model.setOption("log", True)
-    x.UB = 0.5
-    solve(model)
-    out, err = capfd.readouterr()
-    assert out.strip() and not err
