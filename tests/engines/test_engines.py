@@ -139,7 +139,9 @@ def test_an_engine_leaves_the_model_as_it_is(model, solve):
     x = model.addMVar(4, lb=[0, -INF, 0, 1], ub=[1, 5, 0.5, 1], obj=[1, -1, 2, 0])
     model.addConstr(x[[0, 0, 1]] + x[1:] <= [3, 4, 5])
     view = view_of(model)
-    pictures = [(*view.columns()[:4], *view.sides(), view.rows.indptr, view.rows.ids, view.rows.data)]
+    pictures = [
+        (*view.columns()[:4], *view.sides(), view.rows.indptr, view.rows.ids, view.rows.data)
+    ]
     before = [array.copy() for array in pictures[0]]
     solve(model)
     view = view_of(model)
