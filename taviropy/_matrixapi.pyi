@@ -323,6 +323,7 @@ class MQConstr:
     QName: _Names
     QSlack: _ReadOnly[NDArray[np.float64]]
     QDual: _ReadOnly[NDArray[np.float64]]
+    QCertificate: _ReadOnly[NDArray[np.float64]]
     def __init__(self, qconstrarr: NDArray[np.object_]) -> None: ...
     @classmethod
     def fromlist(cls, qconstrlist: Iterable[Any]) -> Self: ...

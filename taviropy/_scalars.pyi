@@ -200,6 +200,7 @@ class QConstr(_Handle):
     QName: str
     QSlack: _ReadOnly[float]
     QDual: _ReadOnly[float]
+    QCertificate: _ReadOnly[float]
     @property
     def _qconstrno(self) -> int: ...
 

@@ -3,10 +3,13 @@ cost more than a solve gives away."""
 
 from __future__ import annotations
 
+import numpy as np
+
 from ._exception import TaviroError
 from ._tvo import TVO
 from .data.attributes import RANGES
 from .data.model_data import ModelData
+from .data.solution import Values
 from .data.view import View
 
 
@@ -45,35 +48,50 @@ def _find_ranges(data: ModelData, attrname: str) -> None:
     solution.values.update(found)
 
 
-_PROOFS = {"Ray": "unbounded", "Certificate": "infeasible"}
-_PROVEN = {"Ray": TVO.Status.UNBOUNDED, "Certificate": TVO.Status.INFEASIBLE}
-
-
 def _find_proof(data: ModelData, attrname: str) -> None:
-    """A ray or a certificate, of the model as it is now."""
-    from .engines.proofs import certificate, ray
-
-    status = data.solution.status
-    if status not in (_PROVEN[attrname], TVO.Status.INFEASIBLE_OR_UNBOUNDED):
-        raise _none(attrname, f"only a model that was solved and is {_PROOFS[attrname]} has one")
+    """A ray, or the certificates, of the model as it is now."""
+    is_ray = attrname == "Ray"
+    proven, text = (
+        (TVO.Status.UNBOUNDED, "unbounded") if is_ray else (TVO.Status.INFEASIBLE, "infeasible")
+    )
+    if data.solution.status not in (proven, TVO.Status.INFEASIBLE_OR_UNBOUNDED):
+        raise _none(attrname, f"only a model that was solved and is {text} has one")
     view = View(data)
     columns = view.columns()
     crossed = columns.lower > columns.upper
     if crossed.any():
         name = view.column_name(int(crossed.argmax()))
         raise _none(attrname, f"nothing lies between the bounds of the variable '{name}'")
-    found = (ray if attrname == "Ray" else certificate)(view)
+    found = _ray(view) if is_ray else _certificates(view)
     if found is None:
-        raise _none(attrname, _WHY_UNPROVEN[attrname])
-    data.solution.values[attrname] = found
+        raise _none(attrname, _NO_RAY if is_ray else _NO_CERTIFICATE)
+    data.solution.values.update(found)
 
 
-_WHY_UNPROVEN = {
-    "Ray": "no direction was found along which all constraints hold for ever",
-    "Certificate": "the linear constraints can hold together within the bounds, as long as "
-    "variables need not be integer and other constraints don't count: m.conflict() tells what "
-    "can't",
-}
+_NO_RAY = "no direction was found along which all constraints hold for ever"
+_NO_CERTIFICATE = (
+    "no multipliers of linear and convex quadratic constraints were found that prove it without "
+    "integrality and other constraints: m.conflict() tells what can't hold together"
+)
+
+
+def _ray(view: View) -> dict[str, Values] | None:
+    from .engines.proofs import ray
+
+    found = ray(view)
+    return None if found is None else {"Ray": found}
+
+
+def _certificates(view: View) -> dict[str, Values] | None:
+    """Those of the linear constraints where they suffice, else with the quadratic ones."""
+    from .engines.proofs import certificate
+
+    rows, quadratic = certificate(view), np.zeros(view.quadratic_count)
+    if rows is None and view.quadratic_count:
+        from .engines.conic_proofs import conic_certificate
+
+        rows, quadratic = conic_certificate(view) or (None, quadratic)
+    return None if rows is None else {"Certificate": rows, "QCertificate": quadratic}
 
 
 def _none(attrname: str, why: str) -> TaviroError:

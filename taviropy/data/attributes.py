@@ -47,6 +47,7 @@ ATTRIBUTES = {
     "QName": Attribute(STRING, QUADRATIC, 1),
     "QSlack": Attribute(DOUBLE, QUADRATIC, 0),
     "QDual": Attribute(DOUBLE, QUADRATIC, 0),
+    "QCertificate": Attribute(DOUBLE, QUADRATIC, 0),
     "GenName": Attribute(STRING, GENERAL, 1),
     "GenKind": Attribute(INTEGER, GENERAL, 0),
     "ModelName": Attribute(STRING, MODEL, 1),
@@ -78,7 +79,7 @@ OF_SOLUTION = frozenset(
 # with which the basis stays optimal.
 RANGES = frozenset({"ObjRange", "LBRange", "UBRange", "RHSRange"})
 # Those that are found out when they are first asked for; pickles are without them.
-ON_DEMAND = RANGES | {"Pool", "Ray", "Certificate"}
+ON_DEMAND = RANGES | {"Pool", "Ray", "Certificate", "QCertificate"}
 COUNTS = {
     "NumVars": VARIABLE,
     "NumConstrs": LINEAR,

@@ -135,7 +135,7 @@ def _quadratic_rows(view: View) -> list[Any]:
         return []
     rows = quadratic.rows
     linear = sp.csr_array((rows.data, rows.ids, rows.indptr), shape=(rows.count, size))
-    return [linear, *(_symmetric(quadratic.terms(k), size) for k in range(rows.count))]
+    return [linear, *(symmetric(quadratic.terms(k), size) for k in range(rows.count))]
 
 
 def _quadratic_sides(view: View) -> list[tuple[Floats, Floats]]:
@@ -146,7 +146,8 @@ def _quadratic_sides(view: View) -> list[tuple[Floats, Floats]]:
     return [_directions(quadratic.lower, quadratic.upper), *levels]
 
 
-def _symmetric(terms: QuadraticTerms, size: int) -> Any:
+def symmetric(terms: QuadraticTerms, size: int) -> Any:
+    """The matrix H of terms that are ``x @ H @ x / 2``."""
     half = sp.coo_array((terms.data, (terms.ids1, terms.ids2)), shape=(size, size)).tocsr()
     return half + half.T
 

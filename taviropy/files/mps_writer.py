@@ -161,7 +161,8 @@ def _bounds(sheet: Sheet) -> Iterator[str]:
         ("LI", is_whole & (lower > -np.inf), lower),
         ("PL", is_whole & (upper == np.inf), None),
         ("UP", rest & ~is_semi & (upper < np.inf), upper),
-        ("SC", is_semi, upper),
+        ("SC", is_semi & ~is_integer, upper),
+        ("SI", is_semi & is_integer, upper),
         ("UI", is_whole & (upper < np.inf), upper),
     )
     if not any(which.any() for _, which, _ in kinds):

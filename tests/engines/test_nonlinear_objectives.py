@@ -62,6 +62,18 @@ def test_scalar_expressions_rows_and_inequalities(m):
         m.optimize()
 
 
+def test_inequalities_of_arrays(m):
+    x = m.addMVar((2, 3), lb=-2, ub=2, obj=[1.0, 2.0, 3.0])
+    top = np.array([1.0, 2.0, 3.0])
+    c = m.addConstr(tv.TempConstr(tv.exp(x), "<", top))
+    m.addConstr(tv.exp(x) >= tv.MLinExpr.zeros((1, 3)) + 0.5)
+    m.ObjSense = "max"
+    assert c.shape == (2, 3)
+    assert solved(m) == pytest.approx(2 * np.log(top) @ [1, 2, 3], abs=1e-5)
+    m.ObjSense = "min"
+    assert solved(m) == pytest.approx(12 * np.log(0.5), abs=1e-5)
+
+
 def test_a_variable_that_a_row_defines_may_stand_in_the_objective(m):
     """It isn't taken for a mere result then."""
     x, t = m.addMVar(2, lb=-2, ub=2), m.addVar(lb=-np.inf)
