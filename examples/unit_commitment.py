@@ -10,10 +10,8 @@ and power :math:`p`:
    \sum_g p_{tg} = d_t, \quad \underline p_g u_{tg} \le p_{tg} \le \bar p_g u_{tg}, \quad \ldots
 
 Carrion and Arroyo, A computationally efficient mixed-integer linear formulation for the thermal
-unit commitment problem, IEEE Transactions on Power Systems 21, 2006, in a short form: costs of
-starting and running, limits of power and of its change, hours that a station stays on or off, and a
-reserve. The stack of generation goes to unit_commitment.png in the system's folder for temporary
-files, or to the path given on the command line.
+unit commitment problem, IEEE Transactions on Power Systems 21, 2006, in a short form. The picture
+goes to the system's folder for temporary files, or to the path given on the command line.
 """
 
 import sys
