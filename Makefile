@@ -11,9 +11,9 @@ SOURCES := pyproject.toml CMakeLists.txt $(shell find native taviropy -type f -n
 demo: $(VENV)/demo
 	$(PY) examples/quantile_regression.py
 
-# All examples, one after the other.
+# All examples, one after the other, without their pictures.
 examples: $(VENV)/demo
-	for example in examples/*.py; do echo "== $$example"; $(PY) $$example || exit 1; done
+	for example in examples/*.py; do echo "== $$example"; MPLBACKEND=agg $(PY) -W ignore::UserWarning:__main__ $$example || exit 1; done
 
 test: $(VENV)/test
 	$(PY) -m pytest

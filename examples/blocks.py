@@ -61,3 +61,4 @@ if find_spec("matplotlib"):
     import matplotlib.pyplot as plt
 
     m.spy(plt.subplots(figsize=(5, 4))[1])
+    plt.show()

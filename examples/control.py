@@ -62,10 +62,6 @@ for _ in range(STEPS):
     forces.append(force[0])
 
 path, forces = np.array(path), np.array(forces)
-print("seconds  position     angle     force")
-for k in range(0, STEPS, 6):
-    print(f"{k * SECONDS:7.1f} {path[k, 0]:9.4f} {path[k, 2]:9.4f} {forces[k]:9.4f}")
-
 assert abs(path[:, 0]).max() <= 2.0 and abs(path[:, 2]).max() <= 0.35 + 1e-6
 assert abs(forces).max() <= 6.0 + 1e-6 and abs(path[-1]).max() < 0.02
 print(f"\nat rest after {STEPS * SECONDS:g} s, within all bounds on the way")
@@ -77,7 +73,7 @@ if find_spec("matplotlib"):
     seconds = SECONDS * np.arange(STEPS + 1)
     axes[0].plot(seconds, path[:, [0, 2]], label=["position, m", "angle, rad"])
     axes[1].step(seconds[:-1], forces, "C2", where="post", label="force, N")
-    for axis in axes:
-        axis.axhline(0, color="0.8", linewidth=0.8)
-        axis.legend()
+    axes[0].legend()
+    axes[1].legend()
     axes[1].set_xlabel("seconds")
+    plt.show()

@@ -75,7 +75,5 @@ if find_spec("matplotlib"):
                 left += width
         axis.text(WIDTH + 1, k, f"{count:.0f} rolls", va="center")
     axis.set_xlim(0, 1.2 * WIDTH)
-    axis.set_yticks([])
-    axis.set_xlabel("width")
-    figure.tight_layout()
-    axis.set_title("Patterns: what is white is waste")
+    axis.set(xlabel="width", title="What is white is waste", yticks=[])
+    plt.show()

@@ -63,3 +63,4 @@ if find_spec("matplotlib"):
     axis.plot(*site[opened].T, "s", color="C3", markersize=10, label="open")
     axis.set_axis_off()
     axis.legend(loc="lower right")
+    plt.show()

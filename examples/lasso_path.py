@@ -60,3 +60,4 @@ if find_spec("matplotlib"):
     axis.set_xlabel("budget")
     axis.set_ylabel("weights")
     axis.legend(ncols=2, fontsize=8)
+    plt.show()

@@ -70,3 +70,4 @@ if find_spec("matplotlib"):
         axis.set_ylabel(name)
     axes[0].legend(ncols=4, loc="lower center", bbox_to_anchor=(0.5, 1.0))
     axes[-1].set_xlabel("month")
+    plt.show()

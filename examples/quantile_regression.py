@@ -67,3 +67,4 @@ if find_spec("matplotlib"):
     axis.set_xlabel("patients, by the median that is foretold")
     axis.set_ylabel("progress of the disease")
     axis.legend()
+    plt.show()

@@ -64,3 +64,4 @@ if find_spec("matplotlib"):
     axis.plot(D.X / 2 * np.cos(turns), D.X / 2 * np.sin(turns), turns * 0.02, linewidth=3)
     axis.set_box_aspect((1, 1, 2))
     axis.set_title(f"{N.X:.1f} coils, {D.X:.3f} inches wide")
+    plt.show()

@@ -91,3 +91,4 @@ if __name__ == "__main__":
         axis.set_xlabel("round")
         axis.set_ylabel("expected cost")
         axis.legend()
+        plt.show()

@@ -68,3 +68,4 @@ if find_spec("matplotlib"):
         axis.plot([k - 0.5] * 2, [0.5, -8.5], "k", linewidth=2 if k % 3 == 0 else 0.5)
     axis.set_aspect("equal")
     axis.set_axis_off()
+    plt.show()

@@ -63,3 +63,4 @@ if find_spec("matplotlib"):
     axis.set_xlabel("alcohol, in standard deviations")
     axis.set_ylabel("flavanoids, in standard deviations")
     axis.legend()
+    plt.show()

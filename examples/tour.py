@@ -11,23 +11,16 @@ The shortest tour through the capitals of the mainland United States, by rows th
 Dantzig, Fulkerson and Johnson, Solution of a large-scale traveling-salesman problem, Operations
 Research 2, 1954: two edges at each city, and where that leaves several tours apart, a row for each
 that asks for edges out of it. Rows are added as points break them, in the middle of one solve.
-Distances are those of the great circle. The map goes to tour.png in the system's folder for
-temporary files, or to the path given on the command line.
+Distances are those of the great circle.
 """
 
-import sys
-import tempfile
-from pathlib import Path
+from importlib.util import find_spec
 
-import matplotlib
 import numpy as np
 from scipy.sparse import coo_array
 from scipy.sparse.csgraph import connected_components
 
 import taviropy as tv
-
-matplotlib.use("Agg")
-import matplotlib.pyplot as plt  # noqa: E402  (after the choice of the backend)
 
 CITIES = """
 Montgomery 32.38 -86.30; Phoenix 33.45 -112.10; Little Rock 34.75 -92.29; Sacramento 38.58 -121.49;
@@ -77,14 +70,15 @@ print(
 )
 assert m.Status == "OPTIMAL" and part_of_city(chosen)[0] == 1 and chosen.sum() == n
 
-figure, axis = plt.subplots(figsize=(9, 5), layout="constrained")
-x, y = np.degrees(theta), np.degrees(phi)
-for i, j in zip(first[chosen], second[chosen], strict=True):
-    axis.plot(x[[i, j]], y[[i, j]], "tab:blue")
-axis.plot(x, y, "o", color="tab:red", markersize=4)
-for name, *place in zip(names, x, y, strict=True):
-    axis.annotate(name, place, xytext=(3, 3), textcoords="offset points", fontsize=7)
-axis.set_aspect(1.25)
-path = sys.argv[1] if len(sys.argv) > 1 else Path(tempfile.gettempdir(), "tour.png")
-figure.savefig(path, dpi=130)
-print(f"the map is drawn in {path}")
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    figure, axis = plt.subplots(figsize=(9, 5), layout="constrained")
+    x, y = np.degrees(theta), np.degrees(phi)
+    for i, j in zip(first[chosen], second[chosen], strict=True):
+        axis.plot(x[[i, j]], y[[i, j]], "tab:blue")
+    axis.plot(x, y, "o", color="tab:red", markersize=4)
+    for name, *place in zip(names, x, y, strict=True):
+        axis.annotate(name, place, xytext=(3, 3), textcoords="offset points", fontsize=7)
+    axis.set_aspect(1.25)
+    plt.show()

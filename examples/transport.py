@@ -76,3 +76,4 @@ if find_spec("matplotlib"):
     axis.set_title("Flows, and prices at the nodes")
     axis.set_axis_off()
     axis.legend()
+    plt.show()

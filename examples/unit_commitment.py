@@ -10,23 +10,14 @@ and power :math:`p`:
    \sum_g p_{tg} = d_t, \quad \underline p_g u_{tg} \le p_{tg} \le \bar p_g u_{tg}, \quad \ldots
 
 Carrion and Arroyo, A computationally efficient mixed-integer linear formulation for the thermal
-unit commitment problem, IEEE Transactions on Power Systems 21, 2006, in a short form: costs of
-starting and running, limits of power and of its change, hours that a station stays on or off, and a
-reserve. The stack of generation goes to unit_commitment.png in the system's folder for temporary
-files, or to the path given on the command line.
+unit commitment problem, IEEE Transactions on Power Systems 21, 2006, in a short form.
 """
 
-import sys
-import tempfile
-from pathlib import Path
+from importlib.util import find_spec
 
-import matplotlib
 import numpy as np
 
 import taviropy as tv
-
-matplotlib.use("Agg")
-import matplotlib.pyplot as plt  # noqa: E402  (after the choice of the backend)
 
 names = ["nuclear", "coal 1", "coal 2", "gas 1", "gas 2", "peak"]
 least, most = np.array([250, 120, 120, 50, 50, 10.0]), np.array([500, 350, 300, 200, 180, 120.0])
@@ -70,12 +61,13 @@ P, S = power.X, on.X.round()
 assert np.allclose(P.sum(axis=1), demand) and np.all(S * most + 1e-5 >= P)
 assert np.all(S @ most >= 1.1 * demand - 1e-5)
 
-figure, axis = plt.subplots(figsize=(8, 4.5), layout="constrained")
-axis.stackplot(hours, P.T, labels=names, step="mid")
-axis.step(hours, demand, "k--", where="mid", label="demand")
-axis.set_xlabel("hour")
-axis.set_ylabel("MW")
-axis.legend(loc="upper left", ncols=4, fontsize=8)
-path = sys.argv[1] if len(sys.argv) > 1 else Path(tempfile.gettempdir(), "unit_commitment.png")
-figure.savefig(path, dpi=130)
-print(f"the stack is drawn in {path}")
+if find_spec("matplotlib"):
+    import matplotlib.pyplot as plt
+
+    figure, axis = plt.subplots(figsize=(8, 4.5), layout="constrained")
+    axis.stackplot(hours, P.T, labels=names, step="mid")
+    axis.step(hours, demand, "k--", where="mid", label="demand")
+    axis.set_xlabel("hour")
+    axis.set_ylabel("MW")
+    axis.legend(loc="upper left", ncols=4, fontsize=8)
+    plt.show()

@@ -9,7 +9,11 @@ EXAMPLES = Path(__file__).parent.parent / "examples"
 SLOW = {"spring_design", "stochastic_capacity", "tour", "unit_commitment"}  # in "make examples"
 
 
-@pytest.mark.filterwarnings("ignore::PendingDeprecationWarning", "ignore::DeprecationWarning")
+@pytest.mark.filterwarnings(
+    "ignore::PendingDeprecationWarning",
+    "ignore::DeprecationWarning",
+    "ignore:FigureCanvasAgg is non-interactive",
+)
 @pytest.mark.parametrize("name", sorted({path.stem for path in EXAMPLES.glob("*.py")} - SLOW))
 def test_an_example(name, capsys, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
