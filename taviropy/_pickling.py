@@ -56,7 +56,7 @@ _FIELDS: dict[type, str] = {
 
 def reduced_model(model: Model) -> Reduced:
     """A model for a pickle; the user's own attributes come as its state."""
-    from .travel import packed
+    from .data.travel import packed
 
     return model_from, (type(model), packed(data_of(model))), model.__getstate__()
 
@@ -65,7 +65,7 @@ def deep_copy_of_model[M: Model](model: M, memo: dict[int, Any]) -> M:
     """A second model for copy.deepcopy, with a deep copy of the user's own attributes."""
     from copy import deepcopy
 
-    from .travel import copied
+    from .data.travel import copied
 
     data = data_of(model)
     if memo.get(id(data)) is data:
@@ -247,11 +247,12 @@ def register(new_shell: Callable[[ModelData], Model]) -> None:
 
 def model_from(cls: type[Model], state: object) -> Model:
     """The model of `reduced_model`; UnpicklingError for another format and for damaged data."""
-    from .travel import unpacked
+    from .data.travel import unpacked
+    from .session import Session
 
     if not (isinstance(cls, type) and issubclass(cls, ModelShell)):
         raise TypeError(f"{cls!r} is no class of models: the pickle is damaged")
-    data = unpacked(state)
+    data = unpacked(state, Session)
     data.new_shell = _new_shell
     model = cls.__new__(cls)
     attach(model, data)

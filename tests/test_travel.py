@@ -9,9 +9,10 @@ import pytest
 import scipy.sparse as sp
 
 import taviropy as tv
-from taviropy import travel
 from taviropy._scalars import data_of
+from taviropy.data import travel
 from taviropy.data.locks import CHANGING
+from taviropy.session import Session
 
 
 def out_of_band(thing):
@@ -234,7 +235,7 @@ def test_closed_and_foreign_models_are_refused(m, monkeypatch):
     assert travel.unpacked(state).variables.size == 2
     for damaged in (None, 3, {}, {"format": "1"}):
         with pytest.raises(pickle.UnpicklingError, match="holds no model"):
-            travel.unpacked(damaged)
+            travel.unpacked(damaged, Session)
 
 
 def test_copies_of_a_model_that_is_being_solved_or_changed(m):
@@ -302,7 +303,7 @@ def test_damaged_models_are_an_error_and_never_a_crash(full):
         for broken in damages(part):
             damaged = replaced(state, path, broken)
             try:
-                data = travel.unpacked(damaged)
+                data = travel.unpacked(damaged, Session)
             except pickle.UnpicklingError as error:
                 assert "damaged" in str(error) or "format" in str(error) or "holds no" in str(error)
                 refused += 1
@@ -314,7 +315,7 @@ def test_damaged_models_are_an_error_and_never_a_crash(full):
     keys = [path for path, _ in leaves(state) if path[:2] == ("elements", 1)]
     without = replaced(state, keys[0][:2], {})
     with pytest.raises(pickle.UnpicklingError, match="KeyError"):
-        travel.unpacked(without)
+        travel.unpacked(without, Session)
 
 
 def test_damaged_handles_are_refused(m):

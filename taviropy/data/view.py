@@ -118,7 +118,7 @@ class View:
 
     def __reduce__(self) -> tuple[Any, ...]:
         """A view travels with the model's data, without the engine and the public Model."""
-        from ..travel import packed
+        from .travel import packed
 
         return _view_of, (packed(self._data),)
 
@@ -435,7 +435,7 @@ class View:
 
 
 def _view_of(state: object) -> View:
-    from ..travel import unpacked
+    from .travel import unpacked
 
     return View(unpacked(state))
 

@@ -60,7 +60,7 @@ def scenarios(
     data: Any, changes: Mapping[str, Any], attributes: Any
 ) -> tuple[Iterator[Any], int, list[Wanted], Any, list[Change]]:
     """Everything of a batch with changes, checked against the model."""
-    from ..travel import copied
+    from ..data.travel import copied
 
     base = copied(data)
     base.update()

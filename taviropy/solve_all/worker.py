@@ -53,13 +53,13 @@ class Batch:
 
     def packed_base(self) -> bytes:
         """The model of all scenarios, for workers in other processes."""
-        from ..travel import packed
+        from ..data.travel import packed
 
         return pickle.dumps(packed(self.base), protocol=5)
 
     def copy(self, data: Any) -> Any:
         """A worker's own copy of a model's data."""
-        from ..travel import copied
+        from ..data.travel import copied
 
         with self.lock:
             return copied(data)
@@ -126,9 +126,10 @@ def _held_batch(token: str, base: bytes | None) -> Batch | None:
     with _batches_lock:
         batch = batches.get(token)
         if batch is None and base is not None:
-            from ..travel import unpacked
+            from ..data.travel import unpacked
+            from ..session import Session
 
-            batch = Batch(iter(()), 0, [], unpacked(pickle.loads(base)))
+            batch = Batch(iter(()), 0, [], unpacked(pickle.loads(base), Session))
             batch.token, batch.was_sent = token, True
             held = [other for other in batches.values() if other.was_sent]
             for old in held[: max(0, len(held) + 1 - _MOST_HELD)]:

@@ -13,8 +13,8 @@ from typing import Any
 
 import numpy as np
 
-from ._tvo import TVO
-from .data.attributes import (
+from .._tvo import TVO
+from .attributes import (
     ATTRIBUTES,
     CHARACTERS,
     DOUBLE,
@@ -22,19 +22,19 @@ from .data.attributes import (
     OF_SOLUTION,
     ON_DEMAND,
 )
-from .data.basis import Basis
-from .data.elements import Elements
-from .data.locks import CHANGING, SOLVING
-from .data.model_data import ModelData
-from .data.quadratic import QuadraticTerms
-from .data.rows import Columns, Rows, Store
-from .data.solution import Solution
-from .data.trees import CONSTANT, OPERATIONS, Trees
-from .data.trees import VARIABLE as VARIABLE_NODE
-from .session import Session
+from .basis import Basis
+from .elements import Elements
+from .locks import CHANGING, SOLVING
+from .model_data import ModelData
+from .quadratic import QuadraticTerms
+from .rows import Columns, Rows, Store
+from .solution import Solution
+from .trees import CONSTANT, OPERATIONS, Trees
+from .trees import VARIABLE as VARIABLE_NODE
 
 FORMAT = 2  # grows with each change of what `packed` gives
 State = dict[str, Any]
+NewSession = Callable[[str], Any]
 _STATUSES = {int(code): code for code in vars(TVO.Status).values() if isinstance(code, int)}
 _BINARY = np.isin(OPERATIONS, ("plus", "minus", "multiply", "divide", "pow"))
 _MOST_CODE = {name: len(text) - 1 for name, text in CHARACTERS.items()} | {"sense": 2, "value": 1}
@@ -65,13 +65,16 @@ def packed(data: ModelData) -> State:
 
 def copied(data: ModelData) -> ModelData:
     """A second model's data; both share what never changes."""
-    copy = _restored(packed(data), trusted=True)
+    copy = _restored(packed(data), True, type(data.session))
     copy.solution.share(data.solution)
     return copy
 
 
-def unpacked(state: object) -> ModelData:
-    """The data of a model that `packed` gave; UnpicklingError where they can't be its."""
+def unpacked(state: object, new_session: NewSession | None = None) -> ModelData:
+    """The data of a model that `packed` gave; UnpicklingError where they can't be its.
+
+    `new_session` makes the session of an engine's name; without it there are data to look at alone.
+    """
     found = state.get("format") if isinstance(state, dict) else None
     if not isinstance(state, dict) or type(found) is not int:
         raise UnpicklingError(
@@ -83,7 +86,7 @@ def unpacked(state: object) -> ModelData:
             f"format {FORMAT}: use one version on both sides, or write() and read()"
         )
     try:
-        return _restored(state, trusted=False)
+        return _restored(state, False, new_session)
     except UnpicklingError:
         raise
     except Exception as error:
@@ -109,10 +112,11 @@ def _held_still(data: ModelData) -> Iterator[None]:
         data.lock = ""
 
 
-def _restored(state: State, trusted: bool) -> ModelData:
+def _restored(state: State, trusted: bool, new_session: NewSession | None) -> ModelData:
     data = ModelData(_text(state["name"]))
-    data.session = Session(_text(state["engine"]))
-    data.session.options.restore(state["options"])
+    if new_session is not None:
+        data.session = new_session(_text(state["engine"]))
+        data.session.options.restore(state["options"])
     for kind in KIND_NAMES:
         elements = data.elements_of(kind)
         elements.restore(state["elements"][kind], takes_arrays=trusted)
