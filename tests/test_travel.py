@@ -11,6 +11,7 @@ import scipy.sparse as sp
 import taviropy as tv
 from taviropy import travel
 from taviropy._scalars import data_of
+from taviropy.data import packing
 from taviropy.data.locks import CHANGING
 
 
@@ -220,7 +221,7 @@ def test_the_engines_form_of_the_rows_travels(m):
 def test_closed_and_foreign_models_are_refused(m, monkeypatch):
     x = m.addMVar(2)
     stream = pickle.dumps(m)
-    monkeypatch.setattr(travel, "FORMAT", 7)
+    monkeypatch.setattr(packing, "FORMAT", 7)
     with pytest.raises(pickle.UnpicklingError, match="format 2, but .* reads format 7"):
         pickle.loads(stream)
     monkeypatch.undo()

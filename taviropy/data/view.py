@@ -15,6 +15,7 @@ from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._tvo import TVO
+from . import packing
 from .attributes import BINARY, CONTINUOUS, GREATER, LESS, SEMI
 from .elements import Elements
 from .model_data import ModelData
@@ -118,9 +119,7 @@ class View:
 
     def __reduce__(self) -> tuple[Any, ...]:
         """A view travels with the model's data, without the engine and the public Model."""
-        from ..travel import packed
-
-        return _view_of, (packed(self._data),)
+        return _view_of, (packing.packed(self._data),)
 
     # Columns
 
@@ -435,9 +434,7 @@ class View:
 
 
 def _view_of(state: object) -> View:
-    from ..travel import unpacked
-
-    return View(unpacked(state))
+    return View(packing.unpacked(state))
 
 
 def _semi_columns(types: NDArray[Any], lower: Floats, upper: Floats) -> SemiColumns | None:
