@@ -230,7 +230,7 @@ def start(aim, rounds):
         environment.pop("PYTHONDONTWRITEBYTECODE", None)
 
         def process(program):
-            command = [sys.executable, "-c", program]
+            command = [sys.executable, "-P", "-c", program]  # not what stands in this folder
             subprocess.run(command, check=True, stdout=subprocess.DEVNULL, env=environment)
 
         Race(title, aim, rounds).run(lambda k: process(BY_HAND), lambda k: process(OURS))

@@ -335,11 +335,12 @@ def travel():
 
 
 def main():
+    # First, while no memory that others gave back hides what is taken.
+    parents_memory(int(sys.argv[2]) if len(sys.argv) > 2 else 10_000)
+    print()
     throughput(int(sys.argv[1]) if len(sys.argv) > 1 else 200)
     print()
     failures()
-    print()
-    parents_memory(int(sys.argv[2]) if len(sys.argv) > 2 else 10_000)
     print()
     travel()
 

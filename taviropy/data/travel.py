@@ -190,7 +190,7 @@ class _Lines:
         if not self.trusted:
             _check_sparse(indptr, ids, values)
             check_ids(ids)
-            finite = bool(np.isfinite(values).all())
+            finite = _are_finite(values)
         return Rows(indptr, ids, values, finite=finite, rising=bool(rising))
 
     def _check_ids(self, ids: Any) -> None:
@@ -242,6 +242,13 @@ def _check_sparse(indptr: Any, ids: Any, values: Any) -> None:
     whole = len(indptr) and indptr[0] == 0 and indptr[-1] == len(ids) == len(values)
     if not whole or (indptr[1:] < indptr[:-1]).any():
         raise ValueError("the starts of the rows don't rise from 0 to the number of coefficients")
+
+
+def _are_finite(values: Any) -> bool:
+    """Whether all numbers are finite: their sum tells, unless it is too large itself."""
+    with np.errstate(over="ignore", invalid="ignore"):
+        total = values.sum()
+    return bool(np.isfinite(total) or np.isfinite(values).all())
 
 
 def _check_range(what: str, numbers: Any, count: int) -> None:
