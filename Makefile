@@ -26,10 +26,12 @@ fuzz: $(VENV)/test
 	$(PY) tests/machine/test_machine.py $(SECONDS)
 	$(if $(FUZZER),$(PY) tools/fuzz/programs.py $(FUZZER) $(SECONDS))
 
-# Format, lint and types: of the package, of its stubs, and as programs that use it see them.
+# Format, lint, layers and types: of the package, of its stubs, and as programs that use it see them.
 check: $(VENV)/check
 	$(PY) -m ruff format --check .
 	$(PY) -m ruff check .
+	$(VENV)/bin/lint-imports --no-logo --no-cache
+	! git grep -n '#include "[.][.]' native  # round the folders that CMakeLists.txt declares
 	$(PY) -m mypy
 	cd tests/typing && ../../$(PY) -P -m mypy.stubtest $(STUBS) --ignore-disjoint-bases --allowlist stubtest.txt
 	$(PY) -m pytest tests/typing

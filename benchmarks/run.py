@@ -49,6 +49,8 @@ SECTIONS = {
     "Small operations": "micro.py",
     "Arrays of expressions": "full_form.py",
     "Nonlinear expressions": "bench_nonlinear.py",
+    "Solving again": "bench_resolve.py",
+    "Many models": "bench_solve_all.py",
     "Scaling": "scaling.py",
 }
 

@@ -39,6 +39,7 @@ from ._matrixapi import (
     hstack,
     vstack,
 )
+from ._model import around as _around
 from ._tvo import TVO
 from .numpy_functions import attach as _attach
 from .showing import attach as _attach_showing
@@ -88,7 +89,7 @@ __all__ = [
 _attach((MVar, MLinExpr, MQuadExpr, MNLExpr))
 _attach_showing()
 
-_pickling.register()
+_pickling.register(_around)
 
 
 def read(path: "str | PathLike[str]") -> Model:
@@ -117,7 +118,7 @@ def read(path: "str | PathLike[str]") -> Model:
 
       FileNotFoundError for a missing file, another OSError for one that can't be opened, and
       TaviroError, with the number and the text of the line, for what can't be understood or what
-      a model can't hold: semi-continuous variables, special ordered sets. Texts are UTF-8, or
+      a model can't hold: special ordered sets. Texts are UTF-8, or
       Latin-1 where they aren't.
     """
     from ._scalars import data_of

@@ -63,6 +63,11 @@ def _settypedattrlist(obj: object, attrname: str, datatype: int, indices: Any, v
     data_of(obj).write(attrname, positions, values)
 
 
+# The matrix classes give these arrays of indices and numbers; what takes their places gets lists.
+_gettypedattrlist.takes_arrays = True  # type: ignore[attr-defined]
+_settypedattrlist.takes_arrays = True  # type: ignore[attr-defined]
+
+
 def _prefetchattr(obj: object, attrname: str) -> None:
     """Do nothing but check the name: attributes are read from the model's own arrays."""
     _getattrinfo(obj, attrname)

@@ -12,14 +12,17 @@ an ndarray gives what NumPy's function of that name gives. Anything else is a Ty
 
 from __future__ import annotations
 
+from functools import partial
+
+from ._core import LinExpr, NLExpr, QuadExpr, Var, _ExprTree
+from ._matrixapi import MLinExpr, MNLExpr, MQuadExpr, MVar
+from ._util import _isscalar
+
 __all__ = ["abs", "cos", "exp", "log", "sin", "sqrt", "tan"]
 
 
 def _apply(name, x):
     """The function of that name on any of the arguments that this module's docstring lists."""
-    from taviropy._core import LinExpr, NLExpr, QuadExpr, Var, _ExprTree
-    from taviropy._util import _isscalar
-
     if isinstance(x, (Var, LinExpr, QuadExpr, NLExpr)):
         return NLExpr(_ExprTree._from_function(name, NLExpr._coerce_to_exprtree(x)))
 
@@ -27,8 +30,6 @@ def _apply(name, x):
 
     if _isscalar(x) or isinstance(x, np.ndarray):
         return getattr(np, name)(x)
-
-    from functools import partial
 
     expression = _as_mnlexpr(x)
     if expression is None:
@@ -41,8 +42,6 @@ def _apply(name, x):
 
 def _as_mnlexpr(x):
     """An object of a matrix class as an MNLExpr, None for anything else."""
-    from taviropy._matrixapi import MLinExpr, MNLExpr, MQuadExpr, MVar
-
     if isinstance(x, MNLExpr):
         return x
     if isinstance(x, MVar):

@@ -133,7 +133,12 @@ class MVar(_LinearOperators):
     VType: _VTypes
     VarName: _Names
     X: _ReadOnly[NDArray[np.float64]]
+    Pool: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[NDArray[np.float64]]
+    Ray: _ReadOnly[NDArray[np.float64]]
+    ObjRange: _ReadOnly[NDArray[np.float64]]
+    LBRange: _ReadOnly[NDArray[np.float64]]
+    UBRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, arr: NDArray[np.object_]) -> None: ...
     @staticmethod
     def fromlist(varlist: Iterable[Any]) -> MVar: ...
@@ -286,6 +291,8 @@ class MConstr:
     ConstrName: _Names
     Dual: _ReadOnly[NDArray[np.float64]]
     Slack: _ReadOnly[NDArray[np.float64]]
+    Certificate: _ReadOnly[NDArray[np.float64]]
+    RHSRange: _ReadOnly[NDArray[np.float64]]
     def __init__(self, constrarr: NDArray[np.object_]) -> None: ...
     @classmethod
     def fromlist(cls, constrlist: Iterable[Any]) -> Self: ...
@@ -316,6 +323,7 @@ class MQConstr:
     QName: _Names
     QSlack: _ReadOnly[NDArray[np.float64]]
     QDual: _ReadOnly[NDArray[np.float64]]
+    QCertificate: _ReadOnly[NDArray[np.float64]]
     def __init__(self, qconstrarr: NDArray[np.object_]) -> None: ...
     @classmethod
     def fromlist(cls, qconstrlist: Iterable[Any]) -> Self: ...

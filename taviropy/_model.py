@@ -36,6 +36,7 @@ if TYPE_CHECKING:
     )
     from ._tvo import _Code
     from .conflict import Conflict
+    from .data.basis import Basis
     from .data.check import Check
     from .data.coefficients import Coefficients, ObjectiveCoefficients
     from .data.model_data import ModelData
@@ -44,7 +45,9 @@ if TYPE_CHECKING:
     from .showing.summary import Summary
     from .typing import Array, Names, Number, Numbers, Sparse
 
-    type _Objective = Number | Var | LinExpr | QuadExpr | MVar | MLinExpr | MQuadExpr
+    type _Objective = (
+        Number | Var | LinExpr | QuadExpr | NLExpr | MVar | MLinExpr | MQuadExpr | MNLExpr
+    )
     type _Scalar = Number | Var | LinExpr | QuadExpr | NLExpr
     type _Matrix = Array | MVar | MLinExpr | MQuadExpr | MNLExpr
     type _Element = Var | Constr | QConstr | GenConstr | MVar | MConstr | MQConstr | MGenConstr
@@ -97,6 +100,7 @@ class Model(ModelShell):
         Gap: _ReadOnly[float]
         Nodes: _ReadOnly[int]
         Iterations: _ReadOnly[int]
+        NumSolutions: _ReadOnly[int]
         SolveTime: _ReadOnly[float]
 
     def __init__(self, name: str = "", engine: types.EngineName = "auto") -> None:
@@ -146,7 +150,8 @@ class Model(ModelShell):
           lb, ub (float): bounds, which may be infinite. Those of a binary variable are cut to
             [0, 1].
           obj (float): cost, its coefficient in the objective.
-          vtype (str): "C" continuous, "B" binary, "I" integer.
+          vtype (str): "C" continuous, "B" binary, "I" integer, "S" semi-continuous (zero, or
+            between the bounds), "N" semi-integer (the same, and whole).
           name (str): name; unnamed variables are "C0", "C1", ... by order of creation.
 
         RETURN VALUE:
@@ -347,15 +352,20 @@ class Model(ModelShell):
           addVar and addMVar gave, and the offset.
 
         ARGUMENTS:
-          expr: a number, or a linear or quadratic expression, scalar or matrix with one element.
+          expr: a number, or an expression of any kind, scalar or matrix with one element.
           sense (str): "min" or "max"; TVO.MINIMIZE and TVO.MAXIMIZE are accepted as well. None
             keeps the model's sense, which is "min" at first.
 
         EXAMPLE:
           m.setObjective(c @ x + 10, "max")
           m.setObjective(x @ Q @ x)
+          m.setObjective(tv.exp(x).sum() - y)
 
         NOTES:
+          A nonlinear objective needs no variable of yours: engines add what they need. Obj of
+          variables holds the costs of a linear or quadratic one; what is set there afterwards is
+          added to a nonlinear one.
+
           ValueError for an array of several elements or an unknown sense, TaviroError as for
           addConstr; the objective stays as it was then.
         """
@@ -433,6 +443,9 @@ class Model(ModelShell):
         RETURN VALUE:
           A named tuple: costs (float64 array of shape (NumVars,)), quadratic (csr_array of shape
           (NumVars, NumVars), an upper triangle, or None), offset (float). Copies.
+
+        NOTES:
+          TaviroError for a nonlinear objective.
         """
         from .data.coefficients import read_objective
 
@@ -600,7 +613,8 @@ class Model(ModelShell):
           Read an attribute of the model: ModelName, ObjSense (1 for min, -1 for max), ObjOffset,
           NumVars, NumConstrs, NumQConstrs, NumGenConstrs, NumNonzeros, Status, Objective, Bound,
           Gap (|Objective - Bound| / |Objective|), Nodes (of the search tree), Iterations (of the
-          engine's algorithm), SolveTime (seconds), Engine (who answered).
+          engine's algorithm), SolveTime (seconds), Engine (who answered), NumSolutions (how many
+          points x.Pool has).
 
         NOTES:
           AttributeError for another name; TaviroError for Objective, Bound and Gap where there
@@ -721,6 +735,60 @@ class Model(ModelShell):
         data = data_of(self)
         data.check_open()
         data.session.solve(data, callback, lazy, progress)
+
+    def basis(self) -> Basis:
+        """
+        ROUTINE:
+          basis()
+
+        PURPOSE:
+          The basis that the simplex method of HiGHS ended with, to begin a later solve from.
+
+        RETURN VALUE:
+          A named tuple: variables (array of shape (NumVars,)) and constrs (of shape
+          (NumConstrs,)), of characters: "B" basic, "L" at the lower bound or side, "U" at the upper
+          one, "F" free and at zero. basis.of(x) gives the part of variables or constraints in
+          their shape.
+
+        EXAMPLE:
+          before = m.basis()
+          m.setBasis(before)
+
+        NOTES:
+          That of the last solve, also where the model changed since; a pickle holds it where it
+          was read before. TaviroError where there is none: before a solve, for models with integers
+          or quadratic parts, and of other engines.
+        """
+        data = data_of(self)
+        data.check_open()
+        found: Basis = data.session.basis(data)
+        return found
+
+    def setBasis(self, basis: Basis | tuple[types.Names, types.Names]) -> None:
+        """
+        ROUTINE:
+          setBasis(basis)
+
+        PURPOSE:
+          Let the next solve begin from a basis, as that of a model with other data.
+
+        ARGUMENTS:
+          basis (Basis or pair of arrays): what basis() gave, here or for another model of as many
+            variables and linear constraints, or the two arrays of its characters.
+
+        EXAMPLE:
+          second.setBasis(first.basis())
+
+        NOTES:
+          Takes effect in the engine at once, which is HiGHS; what is added to the model afterwards
+          is nonbasic (variables) or basic (constraints). A singular basis is mended. Solves of one
+          model begin from its last basis without this. ValueError or TaviroError for arrays that
+          don't fit, TaviroError for models with integers or a quadratic objective and where
+          another engine is asked for.
+        """
+        data = data_of(self)
+        data.check_open()
+        data.session.set_basis(data, basis)
 
     def check(self, tolerance: float = 1e-5) -> Check:
         """

@@ -13,8 +13,8 @@ from __future__ import annotations
 
 import copyreg
 
-from . import _matrixapi
 from ._exception import TaviroError
+from ._matrixapi import MConstr, MGenConstr, MQConstr, MVar
 from ._scalars import (
     Constr,
     GenConstr,
@@ -34,15 +34,21 @@ from ._tvo import TVO
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
+    from collections.abc import Callable
     from typing import Any
 
     from ._model import Model
+    from .data.model_data import ModelData
 
     Reduced = tuple[Any, ...]
 
 _KINDS: dict[Any, int] = {Var: 1, Constr: 2, QConstr: 4, GenConstr: 5}
-_FIELDS = {"MVar": "_vararr", "MConstr": "_constrarr", "MQConstr": "_qconstrarr",
-           "MGenConstr": "_constrarr"}  # fmt: skip
+_FIELDS: dict[type, str] = {
+    MVar: "_vararr",
+    MConstr: "_constrarr",
+    MQConstr: "_qconstrarr",
+    MGenConstr: "_constrarr",
+}
 
 
 # Models
@@ -138,11 +144,27 @@ def _bundle(elements: Any) -> tuple[Any, int, Any] | None:
 def _reduced_matrix(matrix: Any) -> Reduced:
     """Of a matrix handle: its array, and what the user has put in."""
     state = dict(matrix.__dict__)
-    array = state.pop(_FIELDS[type(matrix).__name__], None)
+    array = state.pop(_FIELDS[type(matrix)], None)
     if array is None:
         return copyreg.__newobj__, (type(matrix),), state or None  # type: ignore[attr-defined]
     state.pop("_cmodel", None)
     return matrix_from, (type(matrix), _Handles(array)), state or None
+
+
+def _deep_copy_of_matrix(self: Any, memo: dict[int, Any]) -> Any:
+    """A deep copy, for copy.deepcopy."""
+    from copy import deepcopy
+
+    make, arguments, state = _reduced_matrix(self)
+    copy = memo[id(self)] = make(*deepcopy(arguments, memo))
+    if state is not None:
+        copy.__setstate__(deepcopy(state, memo))
+    return copy
+
+
+def _set_state_of_matrix(self: Any, state: dict[str, Any]) -> None:
+    """Take in what the user has put into another one."""
+    self.__dict__.update(state)
 
 
 # Expressions
@@ -199,12 +221,20 @@ def _reduced_tempconstr(constr: TempConstr) -> Reduced:
     return TempConstr, (constr.lhs, constr.sense, constr.rhs)
 
 
-def register() -> None:
-    """Tell pickle and copy of all these."""
+_new_shell: Callable[[ModelData], Model] | None = None
+
+
+def register(new_shell: Callable[[ModelData], Model]) -> None:
+    """Tell pickle and copy of all these; `new_shell` makes models round unpickled data."""
+    global _new_shell
+    _new_shell = new_shell
     for scalar in _KINDS:
         copyreg.pickle(scalar, _reduced_element)
-    for name in _FIELDS:
-        copyreg.pickle(getattr(_matrixapi, name), _reduced_matrix)
+    for matrix in _FIELDS:
+        copyreg.pickle(matrix, _reduced_matrix)
+        # Methods that copy and pickle ask for: an empty handle has an empty array under any name.
+        matrix.__deepcopy__ = _deep_copy_of_matrix  # type: ignore[attr-defined]
+        matrix.__setstate__ = _set_state_of_matrix  # type: ignore[attr-defined]
     copyreg.pickle(LinExpr, _reduced_linexpr)
     copyreg.pickle(QuadExpr, _reduced_quadexpr)
     copyreg.pickle(_ExprTree, _reduced_tree)
@@ -217,13 +247,12 @@ def register() -> None:
 
 def model_from(cls: type[Model], state: object) -> Model:
     """The model of `reduced_model`; UnpicklingError for another format and for damaged data."""
-    from ._model import around
     from .travel import unpacked
 
     if not (isinstance(cls, type) and issubclass(cls, ModelShell)):
         raise TypeError(f"{cls!r} is no class of models: the pickle is damaged")
     data = unpacked(state)
-    data.new_shell = around
+    data.new_shell = _new_shell
     model = cls.__new__(cls)
     attach(model, data)
     return model

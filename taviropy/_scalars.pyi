@@ -172,7 +172,12 @@ class Var(_LinearOperators, _Handle):
     VarName: str
     Start: _Settable[float, Number]
     X: _ReadOnly[float]
+    Pool: _ReadOnly[NDArray[np.float64]]
     ReducedCost: _ReadOnly[float]
+    Ray: _ReadOnly[float]
+    ObjRange: _ReadOnly[NDArray[np.float64]]
+    LBRange: _ReadOnly[NDArray[np.float64]]
+    UBRange: _ReadOnly[NDArray[np.float64]]
     @property
     def _colno(self) -> int: ...
 
@@ -183,6 +188,8 @@ class Constr(_Handle):
     ConstrName: str
     Dual: _ReadOnly[float]
     Slack: _ReadOnly[float]
+    Certificate: _ReadOnly[float]
+    RHSRange: _ReadOnly[NDArray[np.float64]]
     @property
     def _rowno(self) -> int: ...
 
@@ -193,6 +200,7 @@ class QConstr(_Handle):
     QName: str
     QSlack: _ReadOnly[float]
     QDual: _ReadOnly[float]
+    QCertificate: _ReadOnly[float]
     @property
     def _qconstrno(self) -> int: ...
 
@@ -467,7 +475,7 @@ class Numbering:
     def live_ids(self) -> NDArray[np.int32]: ...
     def discarded_ids(self) -> NDArray[np.int32]: ...
     def restore(
-        self, next_id: int, count: int, live_ids: NDArray[Any] | Sequence[int], /
+        self, next_id: int, count: int, live_ids: NDArray[Any] | Sequence[int] | None, /
     ) -> None: ...
     def all_in_place(self) -> bool: ...
 

@@ -18,7 +18,8 @@ import numpy as np
 from ._exception import TaviroError
 from ._tvo import TVO
 from .data.attributes import GENERAL, LINEAR, QUADRATIC, VARIABLE
-from .data.model_data import SOLVING, ModelData
+from .data.locks import SOLVING
+from .data.model_data import ModelData
 from .data.part import Part
 from .data.view import View
 from .engines import choose, engine_class, own_errors
@@ -30,6 +31,8 @@ from .showing.rowtext import row_texts
 
 _LOWER, _UPPER = -1, -2  # the kinds of members that are bounds
 _ORDER = (_LOWER, _UPPER, GENERAL, QUADRATIC, LINEAR)  # what is kept last comes first
+_LARGEST_WHOLE = 2.0**53
+_ROUNDING = 1e-6  # what an equation may be missed by, relative to its side where that is above one
 _INFEASIBLE = {TVO.Status.INFEASIBLE, TVO.Status.INFEASIBLE_OR_UNBOUNDED}
 _FEASIBLE = {TVO.Status.OPTIMAL, TVO.Status.UNBOUNDED}
 Member = tuple[int, int]  # kind and number
@@ -183,6 +186,8 @@ class _Search:
             return False
         self._solves += 1
         part = self._part(members)
+        if _has_odd_row(part):
+            return True
         answer = decided(part)
         if answer is None:
             name = choose(self._wanted, part)
@@ -202,6 +207,26 @@ class _Search:
         if answer.status not in _FEASIBLE and answer.x is None:
             self._is_open = True
         return False
+
+
+def _has_odd_row(view: View) -> bool:
+    """Whether there is an equation of integers alone whose coefficients have a common divisor that
+    its right-hand side has not. Without bounds no search would come to an end there."""
+    if not view.has_integers or not view.row_count:
+        return False
+    rows, is_integer = view.rows, view.columns().is_integer
+    lower, upper = view.sides()
+    is_foreign = ~is_integer[rows.ids] | (rows.data % 1.0 != 0.0)
+    fits = (rows.sums(is_foreign.astype(np.float64)) == 0.0) & (lower == upper)
+    fits &= (abs(lower) + rows.sums(abs(rows.data)) < _LARGEST_WHOLE) & (np.diff(rows.indptr) > 0)
+    at = np.flatnonzero(fits)
+    if not len(at):
+        return False
+    some, sides = rows.take(at), lower[at]
+    divisors = np.gcd.reduceat(some.data.astype(np.int64), some.indptr[:-1])
+    rest = sides % np.maximum(divisors, 1)
+    slack = _ROUNDING * np.maximum(1.0, abs(sides))
+    return bool(((rest > slack) & (divisors - rest > slack)).any())
 
 
 def _handle(data: ModelData, kind: int, number: int) -> Any:

@@ -12,7 +12,8 @@ from ._matrixapi import MConstr, MVar
 from ._tvo import TVO
 from .data.attributes import LINEAR, VARIABLE
 from .data.elastic import Elastic
-from .data.model_data import SOLVING, ModelData
+from .data.locks import SOLVING
+from .data.model_data import ModelData
 from .data.values import Floats, column_data, invalid
 from .engines import choose, engine_class
 from .engines.decided import decided
@@ -73,6 +74,12 @@ def find_relaxation(
         loose,
         _weights("bound_weights", bound_weights, loose_shape or (0,)),
     )
+    is_semi = view.is_semi[loose]
+    if is_semi.any():
+        name = view.column_name(int(loose[is_semi.argmax()]))
+        raise invalid(
+            f"The bounds of '{name}' can't give: it is semi-continuous; name the others in 'bounds'"
+        )
     data.lock = SOLVING
     stop = Stop()
     try:

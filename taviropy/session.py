@@ -3,22 +3,26 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Callable
+from collections import deque
+from collections.abc import Callable, Iterable
 from time import perf_counter
-from typing import Any
+from typing import Any, cast
 
 import numpy as np
 
 from ._exception import TaviroError
 from ._tvo import TVO
+from .data.basis import Basis, checked_basis, no_basis
 from .data.changes import Changes
-from .data.model_data import SOLVING, ModelData
+from .data.locks import SOLVING
+from .data.model_data import ModelData
 from .data.solution import Solution
 from .data.values import Floats
 from .data.view import View
 from .engines import check_name, choose, engine_class, own_errors
 from .engines.decided import decided
-from .engines.protocol import Answer, Engine, Run
+from .engines.pool import pooled, room_for
+from .engines.protocol import Answer, Engine, Found, Run, WithBasis
 from .engines.running import Log, Reporter, Row, Stop
 from .options import Options
 from .progress import Guard, Point, Progress, Watch, check_callable, lazy_rows
@@ -103,7 +107,9 @@ class Session:
         assert self._engine is not None
         try:
             with own_errors(self._name):
-                answer = self._engine.solve(view, self._run(self._name, log, stop))
+                answer = self._engine.solve(
+                    view, self._run(self._name, view.column_count, log, stop)
+                )
         except BaseException:
             self._drop_engine(data)
             raise
@@ -119,7 +125,7 @@ class Session:
             try:
                 with own_errors(name):
                     other.load(view, None)
-                    answer = other.solve(view, self._run(name, log, stop))
+                    answer = other.solve(view, self._run(name, view.column_count, log, stop))
             finally:
                 other.close()
         return answer, asked[-1]
@@ -129,7 +135,7 @@ class Session:
         """What the engine must be able to do, beyond solving the model."""
         return "lazy" if self._lazy else ""
 
-    def _run(self, name: str, log: Log, stop: Stop) -> Run:
+    def _run(self, name: str, columns: int, log: Log, stop: Stop) -> Run:
         options = self.options
         return Run(
             log,
@@ -142,11 +148,15 @@ class Session:
             options.version,
             self._reporter,
             self._lazy,
+            deque(maxlen=room_for(columns)),
         )
 
-    def _in_step(self, data: ModelData, view: View, final: bool = True) -> Engine:
-        """The engine, which has the model; `final` tells that it is going to be used."""
-        name = choose(self.wanted, view, final, ability=self._ability)
+    def _in_step(
+        self, data: ModelData, view: View, final: bool = True, ability: str = ""
+    ) -> Engine:
+        """The engine, which has the model; `final` tells that it is going to be used, `ability`
+        what it must be able to do beyond solving the model."""
+        name = choose(self.wanted, view, final, ability=ability or self._ability)
         changes: Changes | None = data.changes_since_load()
         if self._engine is None or name != self._name:
             self._drop_engine(data)
@@ -159,6 +169,46 @@ class Session:
             raise
         data.changes.start(view.column_count, view.row_count)
         return self._engine
+
+    def find(self, data: ModelData, attrname: str) -> None:
+        """Find out an attribute of the last solution that is left until somebody asks."""
+        from .afterwards import find
+
+        data.lock = SOLVING
+        try:
+            find(data, attrname)
+        finally:
+            data.lock = ""
+
+    # Bases
+
+    def basis(self, data: ModelData) -> Basis:
+        """The basis of the last solve."""
+        solution = data.solution
+        if solution.basis is not None:
+            return solution.basis
+        if solution.status == TVO.Status.LOADED:
+            raise no_basis("the model has not been solved yet: call optimize() first")
+        engine = f"'{solution.engine}'" if solution.engine else "no engine"
+        raise no_basis(
+            f"{engine} answered, and bases come from the simplex method of engine='highs' for "
+            f"linear models without integers that have a point"
+        )
+
+    def set_basis(self, data: ModelData, basis: Any) -> None:
+        """Let the next solve begin from a basis."""
+        data.update()
+        view = View(data)
+        checked = checked_basis(basis, view.column_count, view.row_count)
+        if view.has_integers or view.quadratic_objective is not None:
+            what = "a quadratic objective" if not view.has_integers else "integer variables"
+            raise TaviroError(
+                TVO.Error.NOT_SUPPORTED,
+                f"A basis helps with linear models, and this one has {what}: set Start instead",
+            )
+        engine = cast(WithBasis, self._in_step(data, view, ability="basis"))
+        with own_errors(self._name):
+            engine.set_basis(checked)
 
     def _drop_engine(self, data: ModelData) -> None:
         engine, self._engine = self._engine, None
@@ -184,10 +234,13 @@ def _solution_of(answer: Answer, view: View) -> Solution:
     """What is kept of an answer; objective and slacks are the model's own at the point."""
     solution = Solution(answer.status, bound=answer.bound, missing=answer.missing)
     solution.nodes, solution.iterations = answer.nodes, answer.iterations
+    solution.basis = answer.basis
     if answer.x is None:
         return solution
-    x = answer.x
-    solution.objective = view.objective_at(x)
+    x, sense = answer.x, view.sense
+    best = Found(view.objective_at(x), x)
+    points: Callable[[], Iterable[Found]] = answer.pool or tuple
+    solution.objective = best.objective
     if solution.bound is None and answer.status == TVO.Status.OPTIMAL:
         solution.bound = solution.objective
     values: dict[str, Any] = {
@@ -195,6 +248,7 @@ def _solution_of(answer: Answer, view: View) -> Solution:
         "ReducedCost": answer.reduced_costs,
         "Dual": answer.row_duals,
         "QDual": answer.quadratic_duals,
+        "Pool": lambda: pooled(best, sense, points()),
     }
     rhs, activity = view.rhs, answer.row_values
     if activity is not None:

@@ -20,9 +20,12 @@ from .data.attributes import (
     DOUBLE,
     KIND_NAMES,
     OF_SOLUTION,
+    ON_DEMAND,
 )
+from .data.basis import Basis
 from .data.elements import Elements
-from .data.model_data import CHANGING, SOLVING, ModelData
+from .data.locks import CHANGING, SOLVING
+from .data.model_data import ModelData
 from .data.quadratic import QuadraticTerms
 from .data.rows import Columns, Rows, Store
 from .data.solution import Solution
@@ -30,7 +33,7 @@ from .data.trees import CONSTANT, OPERATIONS, Trees
 from .data.trees import VARIABLE as VARIABLE_NODE
 from .session import Session
 
-FORMAT = 1  # grows with each change of what `packed` gives
+FORMAT = 2  # grows with each change of what `packed` gives
 State = dict[str, Any]
 _STATUSES = {int(code): code for code in vars(TVO.Status).values() if isinstance(code, int)}
 _BINARY = np.isin(OPERATIONS, ("plus", "minus", "multiply", "divide", "pow"))
@@ -62,7 +65,9 @@ def packed(data: ModelData) -> State:
 
 def copied(data: ModelData) -> ModelData:
     """A second model's data; both share what never changes."""
-    return _restored(packed(data), trusted=True)
+    copy = _restored(packed(data), trusted=True)
+    copy.solution.share(data.solution)
+    return copy
 
 
 def unpacked(state: object) -> ModelData:
@@ -110,7 +115,7 @@ def _restored(state: State, trusted: bool) -> ModelData:
     data.session.options.restore(state["options"])
     for kind in KIND_NAMES:
         elements = data.elements_of(kind)
-        elements.restore(state["elements"][kind])
+        elements.restore(state["elements"][kind], takes_arrays=trusted)
         if not trusted:
             _check_columns(elements)
     lines = _Lines(data.variables.numbering.next_id(), trusted)
@@ -126,7 +131,7 @@ def _restored(state: State, trusted: bool) -> ModelData:
         if made.count != elements.size:
             raise ValueError(f"{made.count} lines '{name}' for {elements.size} constraints")
         store.add(0, made)
-    _restore_objective(data, state["objective"], trusted)
+    _restore_objective(data, state["objective"], lines)
     data.solution = _restored_solution(state["solution"])
     return data
 
@@ -160,12 +165,12 @@ class _Lines:
 
     def __init__(self, known: int, trusted: bool) -> None:
         self._known = known
-        self._trusted = trusted
+        self.trusted = trusted
 
     def rows(self, state: tuple[Any, ...]) -> Any:
         if state[0] == "columns":
             _, count, indptr, ids, values = state
-            if not self._trusted:
+            if not self.trusted:
                 _check_sparse(indptr, ids, values)
                 _check_range("rows", ids, count)
                 if len(indptr) - 1 > self._known:
@@ -178,7 +183,7 @@ class _Lines:
 
     def _plain_rows(self, state: tuple[Any, ...], check_ids: Any) -> Rows:
         _, indptr, ids, values, finite, rising = state
-        if not self._trusted:
+        if not self.trusted:
             _check_sparse(indptr, ids, values)
             check_ids(ids)
             finite = bool(np.isfinite(values).all())
@@ -196,7 +201,7 @@ class _Lines:
 
     def trees(self, state: tuple[Any, ...]) -> Trees:
         trees = Trees(*state)
-        if not self._trusted:
+        if not self.trusted:
             self._check_trees(trees)
         return trees
 
@@ -246,30 +251,35 @@ def _check_range(what: str, numbers: Any, count: int) -> None:
 def _objective_state(data: ModelData) -> tuple[Any, ...]:
     objective, terms = data.objective, data.objective.quadratic
     arrays = None if terms is None else (terms.ids1, terms.ids2, terms.data)
-    return objective.sense, objective.offset, arrays
+    trees = objective.nonlinear
+    nodes = None if trees is None else tuple(getattr(trees, name) for name in Trees.__slots__)
+    return objective.sense, objective.offset, arrays, nodes
 
 
-def _restore_objective(data: ModelData, state: tuple[Any, ...], trusted: bool) -> None:
-    sense, offset, arrays = state
+def _restore_objective(data: ModelData, state: tuple[Any, ...], lines: _Lines) -> None:
+    sense, offset, arrays, nodes = state
     if sense not in (1, -1) or type(offset) is not float:
         raise ValueError(f"an objective of the sense {sense!r} and the offset {offset!r}")
     terms = None if arrays is None else QuadraticTerms(*arrays)
-    if terms is not None and not trusted:
+    if terms is not None and not lines.trusted:
         for ids in (terms.ids1, terms.ids2):
             _check_array(ids, np.int32)
             _check_range("variables", ids, data.variables.numbering.next_id())
         _check_array(terms.data, np.float64)
         if not len(terms.ids1) == len(terms.ids2) == len(terms.data):
             raise ValueError("the arrays of the quadratic objective have different lengths")
-    data.objective.replace(sense, offset, terms)
+    trees = None if nodes is None else lines.trees(nodes)
+    data.objective.replace(sense, offset, terms, trees)
 
 
 def _solution_state(solution: Solution) -> State:
+    basis = solution.known_basis
     return {
         "status": int(solution.status),
         "objective": solution.objective,
         "bound": solution.bound,
-        "values": {name: solution.array(name) for name in solution.values},
+        "values": {n: solution.array(n) for n in solution.values if n not in ON_DEMAND},
+        "basis": None if basis is None else ["".join(part) for part in basis],
         "missing": dict(solution.missing),
         "seconds": solution.seconds,
         "engine": solution.engine,
@@ -290,6 +300,8 @@ def _restored_solution(state: State) -> Solution:
         dict(state["values"]),
         dict(state["missing"]),
     )
+    if state["basis"] is not None:
+        solution.basis = Basis(*(np.array(list(_text(part)), "U1") for part in state["basis"]))
     solution.seconds = float(state["seconds"])
     solution.engine = _text(state["engine"])
     solution.nodes, solution.iterations = int(state["nodes"]), int(state["iterations"])

@@ -40,7 +40,7 @@ type Numbers = (
     | Sequence[Sequence[Sequence[float | HasArray]]]
 )
 type Names = str | HasArray | Sequence[str] | Sequence[Sequence[str]]
-type VType = Literal["C", "B", "I"]
+type VType = Literal["C", "B", "I", "S", "N"]
 type Sense = Literal["<", "=", ">"]
 type ObjSense = Literal["min", "max", 1, -1]
 type EngineName = Literal["auto", "highs", "clarabel", "scip", "ipopt"]

@@ -35,6 +35,12 @@ def m():
     return model
 
 
+@pytest.fixture
+def x(m):
+    """Three variables of that model, which wait."""
+    return m.addMVar(3, name="x")
+
+
 @pytest.fixture(params=[1, 0], ids=["compact", "full"])
 def form(request, monkeypatch):
     """Runs a test with the compact form allowed, and once more without it."""

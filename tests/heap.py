@@ -7,21 +7,8 @@ import sys
 
 
 class _Mallinfo(ctypes.Structure):
-    _fields_ = [
-        (name, ctypes.c_size_t)
-        for name in [
-            "arena",
-            "ordblks",
-            "smblks",
-            "hblks",
-            "hblkhd",
-            "usmblks",
-            "fsmblks",
-            "uordblks",
-            "fordblks",
-            "keepcost",
-        ]
-    ]
+    _names = "arena ordblks smblks hblks hblkhd usmblks fsmblks uordblks fordblks keepcost"
+    _fields_ = [(name, ctypes.c_size_t) for name in _names.split(" ")]
 
 
 def heap():

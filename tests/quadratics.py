@@ -1,19 +1,10 @@
-"""Values of linear and quadratic matrix expressions at a point, taken from their terms."""
+"""Values of matrix expressions at a point, taken from their terms."""
 
 import linear
 import numpy as np
+import trees
 
 import taviropy as tv
-
-
-def point(*mvars, seed=7):
-    """A dictionary with a value for each variable, and the values of each block as an array."""
-    rng = np.random.default_rng(seed)
-    arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
-    at = {}
-    for x, array in zip(mvars, arrays, strict=True):
-        at.update(zip(x._vararr.flat, array.flat, strict=True))
-    return at, *arrays
 
 
 def terms(qe):
@@ -31,7 +22,9 @@ def _value(qe, at):
 
 
 def value_of(expr, at):
-    """The values of the elements of an MLinExpr or MQuadExpr, in its shape; its form stays."""
+    """The values of the elements of a matrix expression, in its shape; its form stays."""
+    if isinstance(expr, tv.MNLExpr):
+        return trees.values_of(expr, at)
     if isinstance(expr, tv.MLinExpr):
         return linear.values(expr, at)
     full = expr._to_full() if expr._is_compact else expr

@@ -14,11 +14,6 @@ from taviropy import typing as types
 from taviropy.data import attributes
 
 
-@pytest.fixture
-def m():
-    return tv.Model()
-
-
 def make(m, kind, shape):
     """A handle of the class with elements in the model."""
     size = int(np.prod(shape))
@@ -73,6 +68,25 @@ def test_reading_gives_an_array_of_the_shape(m, case):
     assert handle[0, 1].getAttr(case[1]).shape == () and handle[0, 1].getAttr(case[1]) == 1.0
     handle.getAttr(case[1])[:] = 9.0  # an array of the caller's own
     assert handle.getAttr(case[1]).tolist() == values.tolist()
+
+
+def test_arrays_of_any_layout_and_number_are_taken_and_stay_the_users(m):
+    x = m.addMVar((2, 3))
+    m.update()
+    values = np.arange(6).reshape(2, 3)
+    wide = np.arange(24.0).reshape(4, 6)
+    for given in (values, values.astype(np.float32), values > 2, np.asfortranarray(values, float),
+                  values.astype(">f8"), values.astype(np.longdouble), values.astype(object),
+                  wide[::2, ::2], wide[::-2, 1::2]):  # fmt: skip
+        before = given.copy()
+        x.UB = given
+        assert x.UB.tolist() == given.astype(float).tolist()
+        given[...] = 0
+        assert x.UB.tolist() == before.astype(float).tolist()
+    for given in (values * np.nan, values.astype(complex), values.astype("U1")):
+        with pytest.raises(tv.TaviroError, match="'UB'"):
+            x.UB = given
+    assert x.UB.tolist() == before.astype(float).tolist()
 
 
 @by_class

@@ -7,13 +7,6 @@ import scipy.sparse as sp
 import taviropy as tv
 
 
-@pytest.fixture
-def m():
-    model = tv.Model("m")
-    model.setOption("log", False)
-    return model
-
-
 @pytest.mark.parametrize("seed", range(25))
 def test_changed_coefficients_are_those_of_a_model_built_anew(m, seed):
     rng = np.random.default_rng(seed)

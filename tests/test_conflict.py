@@ -3,59 +3,21 @@
 import numpy as np
 import pytest
 import scipy.sparse as sp
+from conflicts import drawn, fault
 
 import taviropy as tv
 
-N, ROWS = 12, 15
 
-
-@pytest.fixture
-def m():
-    model = tv.Model("m")
-    model.setOption("log", False)
-    return model
-
-
-def planted(m, seed):
-    """A model of a random feasible part and a small contradiction; odd seeds have integers."""
-    rng = np.random.default_rng(seed)
-    A = rng.integers(-3, 4, (ROWS, N)) * (rng.random((ROWS, N)) < 0.3)
-    x = m.addMVar(N, ub=10, vtype="I" if seed % 2 else "C", name="x")
-    inside = rng.integers(0, 11, N)
-    m.addConstr(A @ x <= A @ inside + rng.integers(0, 3, ROWS), name="c")
-    k, a = rng.integers(0, N - 2), rng.integers(1, 4, 3)
-    m.addConstr(a @ x[k : k + 3] >= 10 * a.sum() - 1, name="p")
-    m.addConstr(x[k] + x[k + 1] <= 15, name="q")
-    m.update()
-    return x
-
-
-def is_feasible(names, bounds, seed, but):
-    m = tv.Model("again")
-    m.setOption("log", False)
-    x = planted(m, seed)
-    m.remove([c for c in m.getConstrs().tolist() if c.ConstrName not in names - {but}])
-    for v in x.tolist():
-        for attribute, open_end in (("LB", -np.inf), ("UB", np.inf)):
-            if (v.VarName, attribute) not in bounds - {but}:
-                setattr(v, attribute, open_end)
-    m.optimize()
-    assert m.Status in ("OPTIMAL", "INFEASIBLE")
-    return m.Status == "OPTIMAL"
-
-
-@pytest.mark.parametrize("seed", range(6))
-def test_a_conflict_is_irreducible(m, seed):
-    x = planted(m, seed)
-    conflict = m.conflict()
-    names = {c.ConstrName for c in conflict.constrs}
-    bounds = {(v.VarName, attribute) for v, attribute in conflict.bounds}
-    assert conflict.is_minimal and len(conflict) == len(names) + len(bounds)
-    assert not is_feasible(names, bounds, seed, None)
-    for member in names | bounds:
-        assert is_feasible(names, bounds, seed, member), member
-    # The model is as it was.
-    assert np.array_equal(x.UB, np.full(N, 10.0)) and m.NumConstrs == ROWS + 2
+# Where it looks at parts of the last three, the dual simplex method of HiGHS 1.16 comes to no end.
+@pytest.mark.parametrize("seed", [*range(8), 17, 52, 56])
+def test_a_conflict_is_irreducible_and_leaves_the_model_alone(seed):
+    plain = drawn(np.random.default_rng(seed))[1]
+    assert fault(plain)[0] == ""
+    m = plain.model()
+    m.conflict()
+    x = m.getVars()
+    assert np.array_equal(x.LB, plain.lower) and np.array_equal(x.VType, plain.types)
+    assert m.NumConstrs == len(plain.rhs)
 
 
 def test_conflicts_of_all_kinds_of_constraints(m):

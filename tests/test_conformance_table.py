@@ -1,4 +1,5 @@
-"""Every operator of MLinExpr with every kind of operand, beside what NumPy does with the values.
+"""Every operator of MLinExpr, MQuadExpr and MNLExpr with every kind of operand, beside what NumPy
+does with the values.
 
 One table: expressions of each shape and form, operands of each kind and shape, all operators from
 either side. The result must have NumPy's shape and values, or fail as NumPy does; operands keep
@@ -26,7 +27,7 @@ SOME_SHAPES = [(), (3,), (3, 1), (2, 3)]
 BINARY = [operator.add, operator.sub, operator.mul, operator.truediv, operator.matmul]
 IN_PLACE = {
     operator.iadd: operator.add, operator.isub: operator.sub, operator.imul: operator.mul,
-    operator.itruediv: operator.truediv,
+    operator.itruediv: operator.truediv, operator.ipow: operator.pow,
 }  # fmt: skip
 EXPRESSIONS = (tv.MVar, tv.MLinExpr, tv.MQuadExpr, tv.MNLExpr)
 
@@ -44,11 +45,33 @@ class Operands:
         self.arrays = {shape: rng.integers(1, 9, shape) / 4.0 for shape in SHAPES}
 
     def expression(self, shape, form):
+        """A linear expression of a shape and form, a nonlinear one, or a quadratic one by name."""
+        if form == "quadratic":
+            return self.quadratic(shape)
+        if form == "nonlinear":
+            return self.blocks[shape].nl * 1.5
         with keeping_compact(1):
             expr = 2 * self.blocks[shape] + self.arrays[shape]
             if form == "parts":
                 expr += 0.5 * self.blocks[shape]
         return expr._to_full() if form == "full" and expr._is_compact else expr
+
+    def quadratic(self, name):
+        x, w, one = self.blocks[3,], self.blocks[3, 1], self.blocks[1,]
+        Q = np.array([[1.0, 0.0, 2.0], [0.0, 3.0, 0.0], [4.0, 0.0, 0.0]])
+        corner = one.reshape(1, 1)
+        with keeping_compact(1):
+            return {
+                "0d": lambda: x @ Q @ x + x.sum() + 1.0,
+                "0d two parts": lambda: x @ Q @ x + w.T[0] @ w.T[0] - 1.0,
+                "0d no part": lambda: tv.MQuadExpr.zeros(()) + 5.0,
+                "0d full": lambda: (x * x).sum() + x.sum(),
+                "one": lambda: one * one + 2 * one,
+                "one by one": lambda: corner @ np.ones((1, 1)) @ corner + 1.0,
+                "vector": lambda: x * x + x + 1.0,
+                "matrix": lambda: self.blocks[2, 3] * x - self.blocks[2, 3],
+                "column": lambda: w * w,
+            }[name]()
 
     def operand(self, kind, shape=None):
         """One operand. Kinds without a shape are scalars, or of one shape."""
@@ -66,12 +89,18 @@ class Operands:
             "array": lambda: array, "ints": lambda: (4 * array).astype(int),
             "float32": lambda: array.astype("f4"),
             "fortran": lambda: np.asfortranarray(array), "bools": lambda: array > 0,
+            "swapped": lambda: array.astype(">f8"),
             "strided": lambda: np.repeat(array, 2, axis=-1)[..., ::2] if shape else array,
             "csr": lambda: sp.csr_matrix(array), "coo": lambda: sp.coo_matrix(array),
             "csc_array": lambda: sp.csc_array(array), "lil": lambda: sp.lil_matrix(array),
             "MVar": lambda: x, "MLinExpr": lambda: self.expression(shape, "compact"),
             "MLinExpr full": lambda: self.expression(shape, "full"),
             "MQuadExpr": lambda: x * x + 1.0, "MNLExpr": lambda: x.nl,
+            "quadratic": lambda: self.quadratic("0d two parts"),
+            "wide": lambda: np.ones((3, 2)),
+            "long array": lambda: np.arange(1, 4, dtype=np.longdouble),
+            "numpy.matrix": lambda: np.array([[1.0], [2.0], [3.0]]).view(np.matrix),
+            "numpy.matrix of one": lambda: np.array([[2.0]]).view(np.matrix),
         }[kind]()  # fmt: skip
 
     def value(self, operand):
@@ -96,7 +125,7 @@ class Operands:
 SCALARS = ["int", "float", "bool", "float64", "int32", "Fraction", "Decimal", "longdouble", "bool_",
            "Var", "LinExpr", "QuadExpr", "NLExpr"]  # fmt: skip
 EVERYWHERE = ["array", "MVar", "MLinExpr", "MLinExpr full"]
-SOMEWHERE = ["ints", "float32", "fortran", "bools", "strided", "MQuadExpr", "MNLExpr"]
+SOMEWHERE = ["ints", "float32", "fortran", "swapped", "bools", "strided", "MQuadExpr", "MNLExpr"]
 SPARSE = ["csr", "coo", "csc_array", "lil"]
 TABLE = (
     [(kind, None) for kind in SCALARS]
@@ -104,6 +133,10 @@ TABLE = (
     + [(kind, shape) for kind in SOMEWHERE for shape in SOME_SHAPES]
     + [(kind, shape) for kind in SPARSE for shape in SHAPES if len(shape) == 2]
 )
+MATRICES = ["numpy.matrix", "numpy.matrix of one"]
+MORE = [(kind, None) for kind in ("quadratic", "wide", "long array", *MATRICES)]
+QUADRATIC = ["0d", "0d two parts", "0d no part", "0d full", "one", "one by one", "vector", "matrix",
+             "column"]  # fmt: skip
 NUMBERS = (int, float, np.generic, Number)
 SCALAR_OBJECTS = (tv.Var, tv.LinExpr, tv.QuadExpr, tv.NLExpr)
 
@@ -128,14 +161,17 @@ def wanted(operation, left, right, values):
             return (ValueError, TypeError)
     if operation is operator.sub and sp.issparse(right):
         return TypeError
-    declined = isinstance(left, tv.NLExpr) or isinstance(right, tv.MQuadExpr)
-    if operation is operator.truediv and declined:
-        return TypeError
+    if operation is operator.truediv:
+        of_linear = isinstance(left, tv.NLExpr) and isinstance(right, tv.MLinExpr)
+        if of_linear or (
+            isinstance(left, (tv.MVar, tv.MLinExpr)) and isinstance(right, tv.MQuadExpr)
+        ):
+            return TypeError
     return outcome(operation, *values)
 
 
 def close(found, expected):
-    return np.allclose(found, expected, rtol=1e-6, atol=0)
+    return np.allclose(found, expected, rtol=1e-6, atol=1e-12, equal_nan=True)
 
 
 def compare(world, operation, left, right):
@@ -145,11 +181,7 @@ def compare(world, operation, left, right):
     if operation is operator.isub and sp.issparse(right):
         expected = outcome(operator.sub, *values)
     result = outcome(operation, left, right)
-    if (
-        operation in IN_PLACE
-        and isinstance(expected, np.ndarray)
-        and stays_linear(operation, right)
-    ):
+    if operation in IN_PLACE and isinstance(expected, np.ndarray) and stays(operation, left, right):
         if expected.shape != values[0].shape:
             expected = ValueError  # in place, an expression cannot grow
         else:
@@ -158,14 +190,23 @@ def compare(world, operation, left, right):
         assert isinstance(result, type) and issubclass(result, expected), result
     else:
         assert isinstance(result, EXPRESSIONS), result
-        assert result.shape == expected.shape and close(world.value(result), expected)
+        with np.errstate(all="ignore"):
+            assert result.shape == expected.shape and close(world.value(result), expected)
     return result, values
 
 
-def stays_linear(operation, right):
-    numeric = isinstance(right, (*NUMBERS, np.ndarray)) or sp.issparse(right)
-    linear = isinstance(right, (tv.Var, tv.LinExpr, tv.MVar, tv.MLinExpr))
-    return numeric or (linear and operation in (operator.iadd, operator.isub))
+def stays(operation, left, right):
+    """Whether an expression that is changed in place remains what it is."""
+    if isinstance(right, (*NUMBERS, np.ndarray)) or sp.issparse(right):
+        return True
+    if isinstance(left, tv.MNLExpr):
+        return True
+    if operation not in (operator.iadd, operator.isub):
+        return False
+    if isinstance(left, tv.MQuadExpr):
+        rebinds = operation is operator.iadd and isinstance(right, tv.MVar)
+        return not rebinds and not isinstance(right, (tv.NLExpr, tv.MNLExpr))
+    return isinstance(right, (tv.Var, tv.LinExpr, tv.MVar, tv.MLinExpr))
 
 
 def disturb(result):
@@ -180,14 +221,27 @@ def world():
     return Operands()
 
 
-@pytest.mark.parametrize("shape_form", [(s, f) for s in SHAPES for f in ("compact", "parts", "full")],
-                         ids=str)  # fmt: skip
+@pytest.mark.parametrize(
+    "shape_form",
+    [(s, f) for s in SHAPES for f in ("compact", "parts", "full")]
+    + [(name, "quadratic") for name in QUADRATIC]
+    + [(s, "nonlinear") for s in SOME_SHAPES],
+    ids=str,
+)
 def test_operators_with_every_operand(world, form, shape_form):
-    for kind, shape in TABLE:
+    is_nonlinear = shape_form[1] == "nonlinear"
+    operators = BINARY + [operator.pow] * is_nonlinear
+    in_place = [*IN_PLACE][: None if is_nonlinear else -1]
+    for kind, shape in TABLE + MORE * (shape_form[1] == "quadratic"):
+        if is_nonlinear and kind in SPARSE:
+            operators, in_place = [operator.matmul], []  # no operands of its other operators
         operand = world.operand(kind, shape)
         before = world.value(operand)
-        cases = [(op, reflected) for op in BINARY for reflected in (False, True)]
-        for operation, reflected in cases + [(op, False) for op in IN_PLACE]:
+        cases = [(op, reflected) for op in operators for reflected in (False, True)]
+        for operation, reflected in cases + [(op, False) for op in in_place]:
+            # A matrix would make the product one, and SciPy's kron takes no swapped bytes.
+            if operation is operator.matmul and kind in ("swapped", *MATRICES):
+                continue
             expr = world.expression(*shape_form)
             pair = (operand, expr) if reflected else (expr, operand)
             try:

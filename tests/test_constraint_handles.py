@@ -9,11 +9,6 @@ import taviropy as tv
 from taviropy import _matrixapi
 
 
-@pytest.fixture
-def m():
-    return tv.Model()
-
-
 def rows(m, kind, count):
     v, r = m.addVar(), m.addVar()
     add = {

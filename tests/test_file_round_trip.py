@@ -29,7 +29,7 @@ def models(draw, higher=True):
     """A model with everything that both formats can say."""
     m = tv.Model(draw(TEXTS))
     n = draw(st.integers(1, 5))
-    types = draw(st.lists(st.sampled_from("CCBI"), min_size=n, max_size=n))
+    types = draw(st.lists(st.sampled_from("CCBISN"), min_size=n, max_size=n))
     for vtype in types:
         lb, ub = draw(SIDES), draw(SIDES)
         m.addVar(
@@ -89,10 +89,11 @@ def picture(m):
     view = view_of(m)
     n = view.column_count
     rows, columns = view.rows, view.columns()
+    bounds = columns.own_bounds()
     found = {
         "model": (view.name, view.sense, view.offset),
-        "columns": [each.tolist() for each in columns],
-        "binary": view.is_binary.tolist(),
+        "columns": [each.tolist() for each in (columns.costs, columns.is_integer, *bounds)],
+        "types": (view.is_binary.tolist(), view.is_semi.tolist()),
         "names": (view.column_names(), view.row_names()),
         "rows": dense(rows, n),
         "sides": [each.tolist() for each in view.sides()],
@@ -156,12 +157,11 @@ def test_highs_reads_the_same_model(m, ending):
         lp, columns = highs.getLp(), view.columns()
         assert (lp.sense_, lp.offset_) == (ObjSense(view.sense), view.offset)
         assert list(lp.col_cost_) == columns.costs.tolist()
-        assert list(lp.col_lower_) == columns.lower.tolist()
-        assert list(lp.col_upper_) == columns.upper.tolist()
-        if len(lp.integrality_):
-            assert [int(kind) == 1 for kind in lp.integrality_] == columns.is_integer.tolist()
-        else:
-            assert not columns.is_integer.any()
+        bounds = columns.own_bounds()
+        assert list(lp.col_lower_) == bounds[0].tolist()
+        assert list(lp.col_upper_) == bounds[1].tolist()
+        types = columns.is_integer + 2 * view.is_semi
+        assert [int(kind) for kind in lp.integrality_] == (types.tolist() if types.any() else [])
         lower, upper = view.sides()
         split = (lower > -INF) & (upper < INF) & (lower != upper)
         if ending == "mps":

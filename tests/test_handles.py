@@ -146,6 +146,11 @@ def test_attributes_of_handles():
         v.setAttr("UB", 5)
         assert (v.LB, v.getAttr("UB"), v.VType, c.RHS, c.ConstrName) == (1.0, 5.0, "I", 3.0, "c")
         assert type(v.LB) is float and type(v.VType) is str and {"LB", "X", "getAttr"} <= {*dir(v)}
+        v.VType = "C"
+        m.setObjective(v + w, "max")
+        m.optimize()
+        assert {type(value) for value in (v.X, v.ReducedCost, c.Dual, c.Slack)} == {float}
+        assert (v.X + w.X, c.Dual, type(c.Sense), c.Sense) == (3, 1, str, "<")
         for error, words, use in [
             (AttributeError, "'taviropy.Var' object has no attribute 'RHS'", lambda: v.RHS),
             (AttributeError, "no attribute 'Nope'", lambda: v.getAttr("Nope")),

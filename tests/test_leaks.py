@@ -147,23 +147,3 @@ def test_operations_leave_nothing_behind(group):
             if is_leak(*rounds[-1]):
                 grown.append((statement, rounds))
     assert not grown
-
-
-def test_models_go_with_their_last_handle():
-    def build():
-        m = tv.Model()
-        x = m.addMVar((30, 30))
-        m.addConstr(x.sum(axis=0) <= 1, name="rows")
-        m.addConstr(np.ones((5, 30)) @ x[0] <= 1)
-        m.setObjective(x.sum())
-        m.load()
-        m.close()
-
-    for _ in range(3):
-        build()
-    blocks, size = heap()
-    for _ in range(20):
-        build()
-    more_blocks, more_size = heap()
-    assert more_blocks - blocks < 200
-    assert more_size - size < 2_000_000

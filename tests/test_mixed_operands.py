@@ -1,8 +1,6 @@
 """Numbers and arrays of unusual kinds beside matrix expressions: taken whole, or refused before anything changes."""
 
 import operator
-from decimal import Decimal
-from fractions import Fraction
 
 import numpy as np
 import pytest
@@ -60,19 +58,6 @@ def test_complex_arrays_don_t_lose_their_imaginary_part(x, form):
     ):  # fmt: skip
         with pytest.raises(TypeError):
             use()
-
-
-@pytest.mark.parametrize("value", [Fraction(1, 2), Decimal("0.5"), np.longdouble(0.5)], ids=repr)
-def test_numbers_with_a_float_count_as_that(x, form, value):
-    for k in range(4):
-        for op in IN_PLACE:
-            expr, same = expressions(x)[k], expressions(x)[k]
-            assert op(expr, value) is expr
-            op(same, 0.5)
-            assert picture(expr) == picture(same)
-            assert picture(op(expressions(x)[k], np.full(expr.shape, 0.5, np.longdouble))) == (
-                picture(same)
-            )
 
 
 def test_what_is_masked_all_over_is_no_factor(x, form):

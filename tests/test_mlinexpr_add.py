@@ -10,11 +10,6 @@ import taviropy as tv
 MLinExpr = tv.MLinExpr
 
 
-@pytest.fixture
-def x(m):
-    return m.addMVar(3)
-
-
 def compact(x, b=0.0):
     return np.eye(x.size) @ x.reshape(-1) + b
 
@@ -90,17 +85,12 @@ def test_zero_is_added_to_constants_alone(x, form):
     assert same is expr and content(expr) == content(copy)
 
 
-@pytest.mark.parametrize("other", [np.ones((2, 3)), np.ones(4), np.full(3, 1j), np.array(["a"] * 3),
-                                   np.array([None] * 3)], ids=str)  # fmt: skip
-def test_refused_in_place_sums_change_nothing(m, x, form, other):
+def test_refused_in_place_sums_change_nothing(m, x, form):
     expr = 2 * x + 1
     before = content(expr)
-    with pytest.raises((ValueError, TypeError)):
-        expr += other
-    assert content(expr) == before
     uneven = 2 * m.addVar() + 3.0
     uneven.vars.append(m.addVar())
-    for wrong in (2 * m.addMVar((2, 3)), 2 * m.addMVar((2, 1)), 1j, uneven):
+    for wrong in (np.full(3, 1j), np.array(["a"] * 3), np.array([None] * 3), 1j, uneven):
         with pytest.raises((ValueError, TypeError)):
             expr += wrong
         assert content(expr) == before
@@ -129,26 +119,6 @@ def test_the_switch_turns_operands_full(x, monkeypatch):
     monkeypatch.setattr(MLinExpr, "_keep_compact", 0)
     assert expr.__add__("a") is NotImplemented
     assert not expr._is_compact
-
-
-def test_quadratic_operands_give_quadratic_sums(x, form):
-    expr = kept = 2 * x
-    v = x[0].item()
-    expr += v * v
-    assert isinstance(expr, tv.MQuadExpr) and isinstance(v * v - kept, tv.MQuadExpr)
-    assert kept._is_compact == bool(form)
-    assert isinstance(kept + v * v, tv.MQuadExpr)
-    assert kept.__add__(x * x) is NotImplemented
-    assert isinstance(kept + x * x, tv.MQuadExpr)
-
-
-def test_sparse_operands_are_added_but_not_subtracted(x, form):
-    expr, S = 2 * x.reshape(3, 1), sp.csr_matrix([[1.0], [0.0], [2.0]])
-    assert [le.constant for le in elements(expr + S)] == [1, 0, 2]
-    assert expr.__sub__(S) is NotImplemented
-    assert [le.constant for le in elements(S - expr)] == [1, 0, 2]
-    expr += S
-    assert [le.constant for le in elements(expr)] == [1, 0, 2]
 
 
 def test_elements_that_are_no_linear_expressions(x):

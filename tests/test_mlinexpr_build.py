@@ -1,7 +1,5 @@
 """MLinExpr: zeros, affine expressions, products of matrices and variables, scalar expressions."""
 
-import warnings
-
 import numpy as np
 import pytest
 import scipy.sparse as sp
@@ -12,20 +10,6 @@ from linear import block, content, elements, keeping_compact, own_lists, terms, 
 import taviropy as tv
 
 MLinExpr = tv.MLinExpr
-
-
-@pytest.mark.parametrize(
-    ("shape", "compact"),
-    [(3, True), ((3,), True), ((), True), ((1, 5), True), ((5, 1), True), ((0, 7), True),
-     ((2, 2), False), ((0, 3, 4), False), ((1, 1, 1), False)],
-)  # fmt: skip
-def test_zeros(shape, compact, monkeypatch):
-    zero = MLinExpr.zeros(shape)
-    assert (zero._is_compact, zero.shape) == (compact, np.zeros(shape).shape)
-    assert all(terms(le) == (0.0, []) for le in elements(zero))
-    monkeypatch.setattr(MLinExpr, "_keep_compact", 0)
-    full = MLinExpr.zeros(shape)
-    assert not full._is_compact and own_lists(full) and content(full) == content(zero)
 
 
 # ---- Affine expressions ---------------------------------------------------------------------
@@ -185,23 +169,6 @@ def test_sparse_vectors_are_refused(m, form):
                 _ = vector @ variables
         with pytest.raises((IndexError, ValueError)):
             _ = x.T @ vector
-
-
-@pytest.mark.parametrize("make", [sp.csr_matrix, sp.csc_matrix, sp.csr_array])
-@pytest.mark.parametrize(
-    ("field", "array"),
-    [("indptr", [0, 9, 9, 9]), ("indptr", [0, 2, 1, 3]), ("indptr", [2, 2, 2, 3]),
-     ("indices", [0, 1, 7]), ("indices", [0, -1, 2]), ("indptr", [0, 1]), ("data", [1.0])],
-)  # fmt: skip
-def test_malformed_sparse_matrices_are_value_errors(m, make, field, array):
-    A = make(np.eye(3))
-    setattr(A, field, np.array(array, dtype=getattr(A, field).dtype))
-    x, X = m.addMVar(3), m.addMVar((3, 3))
-    with warnings.catch_warnings():
-        warnings.simplefilter("error")
-        for product in (lambda: A @ x, lambda: x @ A, lambda: A @ X, lambda: X @ A):
-            with pytest.raises(ValueError):
-                product()
 
 
 # ---- Variables and scalar expressions -------------------------------------------------------

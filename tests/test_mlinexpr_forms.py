@@ -1,7 +1,6 @@
 """MLinExpr: the fields of its two forms, their invariants, and the way from compact to full."""
 
 import copy
-import inspect
 
 import numpy as np
 import pytest
@@ -11,11 +10,6 @@ from linear import content, elements, own_lists, terms
 import taviropy as tv
 
 MLinExpr, MVar = tv.MLinExpr, tv.MVar
-
-
-@pytest.fixture
-def x(m):
-    return m.addMVar(3, name="x")
 
 
 @pytest.fixture
@@ -30,24 +24,27 @@ def unsorted_matrix():
 
 
 @pytest.mark.parametrize(
-    ("shape", "allowed"),
+    ("shape", "linear", "quadratic"),
     [
-        ((), True), ((5,), True), ((5, 1), True), ((1, 5), True), ((1, 1), True), ((0, 7), True),
-        ((7, 0), True), ((0,), True), ((2, 2), False), ((1, 1, 1), False), ((0, 0, 0), False),
-        ([3, 1], True), ((np.int64(2), np.int32(2)), False),
+        ((), True, True), (1, True, True), ((1, 1), True, True), ((0,), True, True),
+        ((0, 1), True, True), ((0, 0), True, True), ((5,), True, False), ((5, 1), True, False),
+        ((1, 5), True, False), ((0, 7), True, False), ((7, 0), True, False), ([3, 1], True, False),
+        ((2, 2), False, False), ((1, 1, 1), False, False), ((0, 3, 4), False, False),
+        ((np.int64(2), np.int32(2)), False, False),
     ],
 )  # fmt: skip
-def test_allowed_shapes(shape, allowed):
-    assert MLinExpr._allows_compact(shape) is allowed
-
-
-def test_class_as_users_see_it(x):
-    assert (MLinExpr.__array_priority__, MLinExpr._keep_compact) == (100, 1)
-    assert MLinExpr.__bases__ == (object,) and type(MLinExpr) is type
-    with pytest.raises(TypeError, match="unhashable"):
-        hash(2 * x)
-    assert inspect.signature((2 * x).sum).parameters["axis"].default is None
-    assert MLinExpr.shape.__doc__ == "The shape of the expression, as a tuple of ints"
+def test_zeros_and_which_shapes_are_compact(shape, linear, quadratic, monkeypatch):
+    assert shape == 1 or MLinExpr._allows_compact(shape) is linear
+    for cls, compact in ((MLinExpr, linear), (tv.MQuadExpr, quadratic)):
+        shapes, zero = np.zeros(shape), cls.zeros(shape)
+        assert (zero._is_compact, zero.shape) == (compact, shapes.shape)
+        assert (zero.ndim, zero.size) == (shapes.ndim, shapes.size)
+        monkeypatch.setattr(cls, "_keep_compact", 0)
+        full = cls.zeros(shape)
+        assert not full._is_compact and full.shape == zero.shape
+        if cls is MLinExpr:
+            assert all(terms(le) == (0.0, []) for le in elements(zero))
+            assert own_lists(full) and content(full) == content(zero)
 
 
 def test_constructor_keeps_what_it_wraps(x):

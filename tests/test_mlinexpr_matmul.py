@@ -88,31 +88,6 @@ def test_like_terms_of_a_full_product_are_merged(m):
     assert terms(product._learr[0]) == (0.0, [(2.0, v), (2.0, w)])
 
 
-@pytest.mark.parametrize("operand", [1.0, np.float64(2), [1.0, 2.0, 3.0], "a", None])
-def test_declined_operands(m, form, operand):
-    expr = expression(m, 3)
-    assert expr.__matmul__(operand) is NotImplemented
-    assert expr.__rmatmul__(operand) is NotImplemented
-    assert expr._is_compact == bool(form)
-    v = m.addVar()
-    for scalar in (v, v + 1, v * v):
-        with pytest.raises(TypeError):
-            _ = expr @ scalar
-
-
-def test_shapes_that_do_not_chain_change_nothing(m, form):
-    expr = expression(m, 3)
-    before = content(expr)
-    for other in (np.ones(4), np.ones((2, 3)), np.ones(()), np.ones((1, 3, 3)), sp.eye(4),
-                  m.addMVar(4), expression(m, (2, 3))):  # fmt: skip
-        with pytest.raises((ValueError, TypeError)):
-            _ = expr @ other
-        assert content(expr) == before
-    scalar = MLinExpr._from_var(m.addVar())
-    with pytest.raises(TypeError):
-        _ = scalar @ np.array(1.0)
-
-
 def test_a_vector_by_variables_is_one_quadratic_part(m):
     x, y = m.addMVar(3), m.addMVar(3)
     A, b = np.arange(9.0).reshape(3, 3), np.ones(3)

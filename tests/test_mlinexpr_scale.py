@@ -12,11 +12,6 @@ import taviropy as tv
 MLinExpr, TVO = tv.MLinExpr, tv.TVO
 
 
-@pytest.fixture
-def x(m):
-    return m.addMVar(3)
-
-
 def two_parts(x):
     expr = 2 * x + 1.0
     expr += x
@@ -64,23 +59,6 @@ def test_arrays_must_be_finite_where_the_expression_is_compact(x, bad):
         assert not np.isfinite((expr * bad)._const).any()
 
 
-@pytest.mark.parametrize("layout", [
-    lambda a: a, lambda a: a[::-1][::-1], lambda a: np.repeat(a, 2)[::2], lambda a: a.astype("f4"),
-    lambda a: a.astype(int), lambda a: a.astype(">f8"), lambda a: a.reshape(1, 3)[0],
-])  # fmt: skip
-def test_rows_take_their_own_factors(m, x, form, layout):
-    factors, y = np.array([2.0, -1.0, 4.0]), m.addMVar(2)
-    A = np.array([[1.0, 2.0], [0.0, 3.0], [0.0, 0.0]])
-    expr = A @ y + 1.0
-    results = [expr * layout(factors), layout(factors) * expr]
-    expr *= layout(factors)
-    for result in (*results, expr):
-        for row, factor, element in zip(A, factors, elements(result), strict=True):
-            found = dict(zip(element.vars, element.coeffs, strict=True))
-            assert element.constant == factor
-            assert [found.get(v, 0.0) for v in y._vararr] == (factor * row).tolist()
-
-
 def test_arrays_of_objects_are_no_factors(x, form):
     with pytest.raises(TypeError):
         _ = two_parts(x) * np.array([1.0, 2.0, 3.0], dtype=object)
@@ -103,16 +81,6 @@ def test_compact_products_and_those_that_leave(m, x):
     scaled = expr * np.ones(3)
     assert scaled._matmulparts[0][1]._vararr is expr._matmulparts[0][1]._vararr
     assert not np.shares_memory(scaled._const, expr._const)
-
-
-@pytest.mark.parametrize("factor", [np.ones((2, 3)), np.ones(4), np.full(3, 1j), 1j, np.array("a")],
-                         ids=str)  # fmt: skip
-def test_refused_in_place_products_change_nothing(x, form, factor):
-    expr = two_parts(x)
-    before = content(expr)
-    with pytest.raises((ValueError, TypeError)):
-        expr *= factor
-    assert content(expr) == before
 
 
 def test_quadratic_products_leave_the_operands_compact(m, x):
@@ -157,13 +125,6 @@ def test_division(x, form):
     assert expr.__itruediv__(x) is NotImplemented
     for nonlinear in (1 / expr, expr / x, expr / expr, np.ones(3) / expr, expr**3, 2.0**expr):
         assert isinstance(nonlinear, tv.MNLExpr) and nonlinear.shape == (3,)
-
-
-def test_squares_take_the_shape_of_both(m, form):
-    scalar = MLinExpr._from_var(m.addVar())
-    assert (scalar ** np.array([2.0])).shape == (1,)
-    assert isinstance(scalar ** np.array([2.0]), tv.MQuadExpr)
-    assert isinstance((2 * m.addMVar(2)) ** np.array([2.0, 2.0]), tv.MNLExpr)
 
 
 def test_sizes_of_zero(m):

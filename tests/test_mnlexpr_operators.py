@@ -13,11 +13,6 @@ from taviropy._core import _ExprTree
 
 
 @pytest.fixture
-def x(m):
-    return m.addMVar(3, name="x")
-
-
-@pytest.fixture
 def y(m):
     return m.addMVar((2, 3), name="y")
 
@@ -25,46 +20,6 @@ def y(m):
 # ---- Operators element by element -----------------------------------------------------------
 
 OPERATORS = [operator.add, operator.sub, operator.mul, operator.truediv, operator.pow]
-
-
-@pytest.mark.parametrize("op", OPERATORS)
-def test_values_are_those_of_numpy(x, y, op):
-    """Every kind of operand on either side, broadcast both ways."""
-    at, xv, yv = point(x, y)
-    nl, nlv = y.nl * 1.5, yv * 1.5
-    v, vv = x[0].item(), xv[0]
-    column = np.array([[1.0], [3.0]])
-    operands = [
-        (2, 2.0),
-        (2.0, 2.0),
-        (np.float64(3), 3.0),
-        (np.float64(2), 2.0),
-        (np.bool_(True), 1.0),
-        (v, vv),
-        (2 * v + 1, 2 * vv + 1),
-        (v * v, vv**2),
-        (tv.NLExpr._from_var(v), vv),
-        (np.array([1, 2, 3]), np.array([1, 2, 3])),
-        (column, column),
-        (np.array(2.0), 2.0),
-        (np.ones((2, 1, 1)), np.ones((2, 1, 1))),
-        (x, xv),
-        (x + 1, xv + 1),
-        (y * 2, yv * 2),
-        (x * x, xv**2),
-        (y.nl, yv),
-        (y.nl[:, ::-1], yv[:, ::-1]),
-        (y.T.nl[:, :1].sum(axis=1), yv.T[:, 0]),
-    ]
-    for operand, number in operands:
-        for result, wanted in [
-            (op(nl, operand), op(nlv, number)),
-            (op(operand, nl), op(number, nlv)),
-        ]:
-            assert type(result) is tv.MNLExpr
-            assert result.shape == wanted.shape
-            np.testing.assert_allclose(values_of(result, at), wanted)
-    np.testing.assert_allclose(values_of(nl, at), nlv)
 
 
 @pytest.mark.parametrize(
@@ -85,30 +40,16 @@ def test_one_node_on_top_of_shared_ones(x, op, node):
     assert [form(t) for t in roots(-nl)] == [("uminus", v) for v in x.tolist()]
 
 
-@pytest.mark.parametrize(
-    "op", [operator.iadd, operator.isub, operator.imul, operator.itruediv, operator.ipow]
-)
-def test_in_place_operators_change_the_elements_alone(x, y, op):
+IN_PLACE = [operator.iadd, operator.isub, operator.imul, operator.itruediv, operator.ipow]
+
+
+@pytest.mark.parametrize("op, plain", list(zip(IN_PLACE, OPERATORS, strict=True)))
+def test_in_place_operators_change_the_elements_alone(x, y, op, plain):
     at, xv, yv = point(x, y)
-    plain = {
-        operator.iadd: operator.add,
-        operator.isub: operator.sub,
-        operator.imul: operator.mul,
-        operator.itruediv: operator.truediv,
-        operator.ipow: operator.pow,
-    }[op]
-    for operand, number in [
-        (3, 3),
-        (2, 2),
-        (x[0].item(), xv[0]),
-        (x, xv),
-        (y.nl, yv),
-        (np.ones(3), 1),
-    ]:
+    for operand, number in [(3, 3), (2, 2), (x, xv), (y.nl, yv), (np.ones(3), 1)]:
         nl = y.nl
         array, elements = nl._nlearr, list(nl._nlearr.flat)
-        assert op(nl, operand) is nl
-        assert nl._nlearr is array
+        assert op(nl, operand) is nl and nl._nlearr is array
         assert all(a is b for a, b in zip(array.flat, elements, strict=True))
         np.testing.assert_allclose(values_of(nl, at), plain(yv, number))
     nl = x.nl
@@ -151,22 +92,11 @@ def test_shapes_that_do_not_fit(x, y):
 
 def test_zero_sizes(m):
     empty = m.addMVar((0, 3)).nl
-    for result in [
-        -empty,
-        empty + 1,
-        2**empty,
-        empty**2,
-        empty * np.ones(3),
-        np.ones((1, 3)) / empty,
-    ]:
-        assert result.shape == (0, 3)
-    for change in [
-        lambda e: e.__iadd__(1),
-        lambda e: e.__ipow__(2),
-        lambda e: e.__imul__(np.ones(3)),
-    ]:
+    results = [-empty, empty + 1, 2**empty, empty**2, empty * np.ones(3), np.ones((1, 3)) / empty]
+    assert {result.shape for result in results} == {(0, 3)}
+    for change, operand in [(empty.__iadd__, 1), (empty.__ipow__, 2), (empty.__imul__, np.ones(3))]:
         with pytest.raises(ValueError, match="zero-sized"):
-            change(empty)
+            change(operand)
     with pytest.raises(ValueError, match="zero-sized"):
         empty[...] = 1
 
@@ -174,7 +104,7 @@ def test_zero_sizes(m):
 @pytest.mark.parametrize("operand", ["spam", None, [1, 2, 3], sp.eye(3, format="csr"), object()])
 def test_foreign_operands_are_declined(x, operand):
     nl = x.nl
-    for name in [
+    names = [
         "add",
         "radd",
         "iadd",
@@ -186,34 +116,17 @@ def test_foreign_operands_are_declined(x, operand):
         "itruediv",
         "pow",
         "ipow",
-    ]:
-        assert getattr(nl, f"__{name}__")(operand) is NotImplemented
+    ]
+    assert all(getattr(nl, f"__{name}__")(operand) is NotImplemented for name in names)
     with pytest.raises(TypeError):
         nl + operand
 
 
-def test_comparisons_with_variables_give_constraints(m, x):
-    """MNLExpr has none of its own: those of MVar are asked, on whichever side they stand."""
-    nl = x**3
-    for made, sense in [
-        (x == nl, tv.TVO.EQUAL),
-        (nl == x, tv.TVO.EQUAL),
-        (x <= nl, tv.TVO.LESS_EQUAL),
-        (nl >= x, tv.TVO.LESS_EQUAL),
-        (x >= nl, tv.TVO.GREATER_EQUAL),
-        (nl <= x, tv.TVO.GREATER_EQUAL),
-    ]:
-        assert type(made) is tv.TempConstr
-        assert made.lhs is x and made.sense == sense and made.rhs is nl
-    assert type(m.addConstr(nl == x)) is tv.MGenConstr
-    with pytest.raises(TypeError):
-        nl <= 1  # noqa: B015
-
-
-def test_comparisons_with_scalar_expressions_give_constraints(m, x):
-    """They are the scalar's, in whichever order the two stand."""
+def test_comparisons_give_constraints(m, x):
+    """MNLExpr has none of its own: those of variables and scalar expressions are asked, on
+    whichever side they stand."""
     nl, v = x**3, m.addVar(name="v")
-    for e in (v, 2 * v + 1, v * v, tv.NLExpr._from_var(v)):
+    for e in (x, v, 2 * v + 1, v * v, tv.NLExpr._from_var(v)):
         for made, sense in [
             (e == nl, tv.TVO.EQUAL),
             (nl == e, tv.TVO.EQUAL),
@@ -231,6 +144,9 @@ def test_comparisons_with_scalar_expressions_give_constraints(m, x):
             with pytest.raises(TypeError, match="not supported between"):
                 strict()
     assert m.addConstr(v <= nl).shape == nl.shape
+    assert type(m.addConstr(nl == x)) is tv.MGenConstr
+    with pytest.raises(TypeError):
+        nl <= 1  # noqa: B015
 
 
 def test_a_variable_equals_a_nonlinear_matrix_expression(m):
@@ -338,19 +254,10 @@ def test_products_with_sparse_matrices_have_no_needless_nodes(x):
 
 
 def test_sums(m, y):
-    at, yv = point(y)
     nl = y.nl
-    for axis in [None, 0, 1, -1, (0, 1)]:
-        total = nl.sum(axis)
-        wanted = yv.sum(axis)
-        assert total.shape == wanted.shape
-        np.testing.assert_allclose(values_of(total, at), wanted)
     assert forms(nl.sum(axis=0)) == [("plus", *column) for column in y._vararr.T]
     assert forms(nl.sum()) == [("plus", *y._vararr.flat)]
     assert nl.sum()._nlearr.item()._root.children[0] is roots(nl)[0]
     empty = m.addMVar((0, 2)).nl
     assert forms(empty.sum(axis=0)) == [("plus",), ("plus",)]
     assert empty.sum(axis=1).shape == (0,)
-    with pytest.raises(tv.TaviroError, match="Invalid axis specifications: 9") as error:
-        nl.sum(axis=9)
-    assert error.value.args[0] == -1

@@ -1,6 +1,5 @@
 """Building a model: variables, constraints and objectives, and what is refused."""
 
-import gc
 import tracemalloc
 from fractions import Fraction
 
@@ -322,48 +321,3 @@ def test_removal_moves_later_elements_up(model):
         model.remove("x")
     model.update()
     assert (model.NumVars, model.NumConstrs) == (5, 4)
-
-
-def test_a_closed_model_says_so():
-    m = tv.Model()
-    x = m.addMVar(2)
-    m.update()
-    m.close()
-    m.close()
-    for use in (
-        lambda: m.addVar(),
-        lambda: m.NumVars,
-        lambda: m.optimize(),
-        lambda: x.LB,
-        lambda: m.addConstr(x <= 1),
-        lambda: m.setObjective(1),
-        lambda: m.update(),
-        lambda: m.remove(x),
-        lambda: m.setOption("log", 0),
-        lambda: m.write("a.lp"),
-    ):
-        with refused(TVO.Error.MODEL_CLOSED, "closed"):
-            use()
-    assert "closed" in repr(m)
-
-
-def test_a_dropped_model_is_freed():
-    import weakref
-
-    class Probe:
-        pass
-
-    gc.collect()
-    gc.disable()
-    try:
-        m = tv.Model()
-        m.setOption("log", False)
-        x = m.addMVar(3, lb=1)
-        c = m.addConstr(x.sum() <= 9)
-        m.optimize()
-        m._probe = Probe()
-        probe = weakref.ref(m._probe)
-        del m, x, c
-        assert probe() is None
-    finally:
-        gc.enable()

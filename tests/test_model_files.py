@@ -14,15 +14,12 @@ import taviropy as tv
 from taviropy import TVO, TaviroError
 
 INF = np.inf
+NO_OPTIMUM = (TVO.Status.INFEASIBLE, TVO.Status.UNBOUNDED, TVO.Status.INFEASIBLE_OR_UNBOUNDED)
 STATUSES = {
     HighsModelStatus.kOptimal: (TVO.Status.OPTIMAL,),
-    HighsModelStatus.kInfeasible: (TVO.Status.INFEASIBLE, TVO.Status.INFEASIBLE_OR_UNBOUNDED),
-    HighsModelStatus.kUnbounded: (TVO.Status.UNBOUNDED, TVO.Status.INFEASIBLE_OR_UNBOUNDED),
-    HighsModelStatus.kUnboundedOrInfeasible: (
-        TVO.Status.INFEASIBLE,
-        TVO.Status.UNBOUNDED,
-        TVO.Status.INFEASIBLE_OR_UNBOUNDED,
-    ),
+    HighsModelStatus.kInfeasible: NO_OPTIMUM[::2],
+    HighsModelStatus.kUnbounded: NO_OPTIMUM[1:],
+    HighsModelStatus.kUnboundedOrInfeasible: NO_OPTIMUM,
 }
 
 
@@ -59,8 +56,8 @@ def random_data(seed, kind):
     return cost, lower, upper, row_lower, row_upper, A, integer
 
 
-def solve_by_hand(data, sense, offset, path=None):
-    """HiGHS on the arrays; also writes a file. Returns status and objective."""
+def solve_by_hand(data, sense, offset, path):
+    """What HiGHS writes to a file and reads back: its status and objective."""
     cost, lower, upper, row_lower, row_upper, A, integer = data
     lp = HighsLp()
     lp.num_row_, lp.num_col_ = A.shape
@@ -71,16 +68,13 @@ def solve_by_hand(data, sense, offset, path=None):
     lp.a_matrix_.num_row_, lp.a_matrix_.num_col_ = A.shape
     lp.sense_, lp.offset_ = sense, offset
     if integer.any():
-        lp.integrality_ = [
-            HighsVarType.kInteger if each else HighsVarType.kContinuous for each in integer
-        ]
+        lp.integrality_ = [HighsVarType(int(each)) for each in integer]
     highs = Highs()
     highs.setOptionValue("output_flag", False)
     highs.passModel(lp)
-    if path is not None:
-        highs.writeModel(str(path))
-        highs.clearModel()
-        highs.readModel(str(path))
+    highs.writeModel(str(path))
+    highs.clearModel()
+    highs.readModel(str(path))
     highs.run()
     return highs.getModelStatus(), highs.getInfo().objective_function_value
 
@@ -93,67 +87,27 @@ def assert_same_outcome(model, status, objective):
         assert model.Objective == pytest.approx(objective, abs=1e-6, rel=1e-6)
 
 
-def rebuilt(data, sense, offset, way):
-    """The same model by addMVar and blocks, or row by row."""
-    cost, lower, upper, row_lower, row_upper, A, integer = data
-    m = tv.Model()
-    x = m.addMVar(len(cost), lb=lower, ub=upper, vtype=np.where(integer, "I", "C"))
-    m.setObjective(cost @ x + offset, "min" if sense == ObjSense.kMinimize else "max")
-    above, below = row_lower > -INF, row_upper < INF
-    if way == "blocks":
-        m.addConstr(A[above] @ x >= row_lower[above])
-        m.addConstr(A[below] @ x - row_upper[below] <= 0)
-    elif way == "arrays":
-        m.addConstr(x @ A.toarray().T <= np.where(below, row_upper, INF))
-        m.addConstr(A.toarray() @ x >= np.where(above, row_lower, -INF))
-    else:
-        for k in range(A.shape[0]):
-            row = A[[k]].toarray()[0]
-            m.addConstr(row @ x <= row_upper[k])
-            m.addConstr(
-                sum(float(a) * v for a, v in zip(row, x.tolist(), strict=True))
-                >= float(row_lower[k])
-            )
-    return m
-
-
 @pytest.mark.parametrize(
     "kind", ["plain", "degenerate", "integer", "free", "infeasible", "unbounded"]
 )
 @pytest.mark.parametrize("seed", range(4))
-def test_read_solve_and_rebuild(kind, seed, tmp_path, monkeypatch):
+def test_what_highs_writes_is_read_and_written_again(kind, seed, tmp_path):
     data = random_data(seed, kind)
     sense = ObjSense.kMaximize if seed == 3 and kind != "unbounded" else ObjSense.kMinimize
-    offset = 2.5 * seed
     for ending in ("mps", "lp"):
-        path = tmp_path / f"model.{ending}"
-        status, objective = solve_by_hand(data, sense, offset, path)
+        path, again = tmp_path / f"model.{ending}", tmp_path / f"again.{ending}"
+        outcome = solve_by_hand(data, sense, 2.5 * seed, path)
         with tv.read(path) as read:
-            assert_same_outcome(read, status, objective)
-            again = tmp_path / f"again.{ending}"
+            assert_same_outcome(read, *outcome)
             read.write(again)
             with tv.read(again) as second:
-                assert_same_outcome(second, status, objective)
+                assert_same_outcome(second, *outcome)
                 assert second.NumNonzeros == read.NumNonzeros
-    status, objective = solve_by_hand(data, sense, offset)
-    for way in ("blocks", "arrays", "rows"):
-        with rebuilt(data, sense, offset, way) as model:
-            assert_same_outcome(model, status, objective)
-    monkeypatch.setattr(tv.MLinExpr, "_keep_compact", 0)
-    with rebuilt(data, sense, offset, "blocks") as model:
-        assert_same_outcome(model, status, objective)
 
 
 def test_ranges_survive_and_can_be_changed(tmp_path):
-    data = (
-        np.ones(2),
-        np.zeros(2),
-        np.full(2, 9.0),
-        np.array([2.0, -INF]),
-        np.array([5.0, 4.0]),
-        sp.csr_array(np.array([[1.0, 1.0], [1.0, 0.0]])),
-        np.zeros(2, bool),
-    )
+    rows = np.array([2.0, -INF]), np.array([5.0, 4.0]), sp.csr_array([[1.0, 1.0], [1.0, 0.0]])
+    data = np.ones(2), np.zeros(2), np.full(2, 9.0), *rows, np.zeros(2, bool)
     path = tmp_path / "range.mps"
     solve_by_hand(data, ObjSense.kMinimize, 0.0, path)
     with tv.read(path) as m:
@@ -467,7 +421,6 @@ LP = "min\n obj: x + y\nst\n c: x + y >= 1\nbounds\n 2 <= x <= 8\nend\n"
         (MPS, "y c 1", "y c nan", 7, "'nan' is no finite number"),
         (MPS, " L c", " L c\n G c", 5, "a row 'c' already"),
         (MPS, "UP b x", "UQ b x", 11, "'UQ' is no type of bound"),
-        (MPS, "UP b x", "SC b x", 11, "'x' is semi-continuous"),
         (MPS, "UP b x", "UP b q", 11, "no column 'q'"),
         (MPS, "r c 3", "r c 3\n s c 4", 10, "two sets of data, 'r' and 's'"),
         (MPS, "BOUNDS", "SOS1\n S1 s\nBOUNDS", 10, "'SOS1' is no section"),
@@ -480,7 +433,6 @@ LP = "min\n obj: x + y\nst\n c: x + y >= 1\nbounds\n 2 <= x <= 8\nend\n"
         (LP, "x + y >= 1", "b = 2 -> x >= 1", 4, "an indicator is a variable"),
         (LP, "x + y\n", "x + [ y^2 ]\n", 2, "'\\[ ... \\] / 2'"),
         (LP, "2 <= x", "2 <= 3 x", 6, "a bound is '1 <= x <= 2'"),
-        (LP, "end", "semi-continuous\n x\nend", 8, "'x' is semi-continuous"),
         (LP, "end", "sos\n s1: S1:: x:1\nend", 8, "section 'sos' can't be read"),
     ],
 )
@@ -500,14 +452,7 @@ def test_paths_that_cannot_be_used(tmp_path):
     for engine in ("highs", "scip"):
         with tv.Model(engine=engine) as m:
             m.addVar(name="x")
-            for bad in (
-                "",
-                "a",
-                "m.foo",
-                tmp_path / "none" / "m.lp",
-                tmp_path / "folder.lp",
-                "a\0.lp",
-            ):
+            for bad in ("", "a", "m.foo", tmp_path / "none/m.lp", tmp_path / "folder.lp", "a\0.lp"):
                 with pytest.raises(TaviroError) as caught:
                     m.write(bad)
                 assert caught.value.code == TVO.Error.FILE

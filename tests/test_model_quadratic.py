@@ -79,25 +79,6 @@ def test_a_point_that_highs_wrongly_calls_optimal_is_left(m, sense):
     assert m.Bound == m.Objective
 
 
-@pytest.mark.parametrize("seed", range(6))
-def test_answers_without_rows_and_without_curvature(seed, m):
-    rng = np.random.default_rng(seed)
-    for _ in range(10):
-        n = rng.integers(2, 9)
-        F = np.round(rng.normal(size=(rng.integers(1, n + 1), n)), 1)
-        c = np.round(rng.normal(size=n), 1)
-        lower = rng.integers(-4, 4, n)
-        x = m.addMVar(n, lb=lower, ub=lower + rng.integers(0, 6, n))
-        m.setObjective((F @ x) @ (F @ x) + c @ x)
-        m.optimize()
-        assert m.Status == TVO.Status.OPTIMAL
-        point, slope = x.X, 2 * F.T @ (F @ x.X) + c
-        np.testing.assert_allclose(x.ReducedCost, slope, atol=1e-5)
-        room = np.where(slope > 0, point - x.LB, x.UB - point)
-        assert abs(slope) @ room <= 1e-5 * (1 + abs(m.Objective))
-        m.remove(x)
-
-
 def test_rays_are_found(m):
     x = m.addMVar(3, lb=-1)
     row = m.addConstr(x[0] + x[1] + x[2] >= 0)

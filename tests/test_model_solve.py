@@ -5,11 +5,9 @@ import signal
 import subprocess
 import sys
 import textwrap
-import threading
 
 import numpy as np
 import pytest
-from hard import market_split
 from inside import engine_of
 
 import taviropy as tv
@@ -52,16 +50,6 @@ def test_attributes_before_a_solve_and_of_other_kinds(model):
         model.NumVars = 3
     with pytest.raises(AttributeError):
         model.nosuch = 3
-
-
-def test_a_model_without_columns(model):
-    model.optimize()
-    assert model.Status == Status.OPTIMAL and model.Objective == 0
-    assert model.addMVar((0,)).X.shape == (0,)
-    model.setObjective(3)
-    model.addConstr(tv.LinExpr() + 0 >= -1)
-    model.optimize()
-    assert model.Objective == 3
 
 
 def test_a_small_change_keeps_the_basis(model):
@@ -126,24 +114,6 @@ def test_attributes_refuse_what_does_not_fit(model, name, value, error):
             x[0].item().setAttr(name, value)
 
 
-def test_scalar_handles_read_plain_values(model):
-    v = model.addVar(name="v")
-    c = model.addConstr(v >= 2)
-    model.setObjective(v)
-    model.optimize()
-    assert [type(value) for value in (v.X, v.LB, v.VType, v.VarName, c.Dual, c.Sense)] == [
-        float,
-        float,
-        str,
-        str,
-        float,
-        str,
-    ]
-    v.UB = 7
-    v.VarName = "w"
-    assert (v.X, v.UB, v.VarName, c.Sense, c.Dual) == (2, 7, "w", ">", 1)
-
-
 def test_infinite_sides_that_no_value_satisfies_name_their_element(model):
     x = model.addMVar(3, lb=[0, np.inf, 0], name="x")
     with pytest.raises(TaviroError, match=r"'x\[1\]'"):
@@ -185,15 +155,7 @@ def test_options_apply_to_the_solves_that_follow(model):
         tv.Model(engine="nosuch")
 
 
-def test_the_log_is_live_on_standard_output(capsys, tmp_path):
-    m, _ = market_split()
-    m.setOption("log", True)
-    m.setOption("timeLimit", 0.5)
-    m.optimize()
-    assert "HiGHS" in capsys.readouterr().out  # sys.stdout was exchanged
-    m.setOption("log", False)
-    m.optimize()
-    assert capsys.readouterr().out == ""
+def test_the_log_is_live_on_standard_output():
     code = textwrap.dedent("""
         import hard
         m, _ = hard.market_split()
@@ -219,16 +181,6 @@ def test_the_log_is_live_on_standard_output(capsys, tmp_path):
     finally:
         process.kill()
         process.communicate()
-
-
-def test_a_solve_in_another_thread():
-    m = tv.Model()
-    m.setOption("log", False)
-    x = m.addMVar(3, lb=1, obj=1)
-    thread = threading.Thread(target=m.optimize)
-    thread.start()
-    thread.join()
-    assert m.Objective == 3 and x.X.sum() == 3
 
 
 def test_fixed_variables_need_no_engine(capfd):

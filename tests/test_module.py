@@ -69,6 +69,20 @@ def test_an_absent_numpy_or_scipy_is_an_error_of_the_call_that_needs_it():
     assert lines[1:] == ["ModuleNotFoundError scipy.sparse"] * 2 + ["numpy"] * 5
 
 
+def test_a_small_linear_model_is_solved_without_the_import_of_scipy():
+    program = """
+        import sys
+        import taviropy as tv
+        m = tv.Model()
+        m.setOption("log", False)
+        x = m.addMVar(3, ub=1.0, obj=-1.0)
+        m.addConstr(x.sum() <= 2)
+        m.optimize()
+        print(m.Objective, [name for name in sys.modules if name.startswith("scipy")])
+    """
+    assert run(program) == "-2.0 []"
+
+
 def test_the_namespace_in_order():
     program = """
         import types
@@ -236,6 +250,52 @@ def test_calls_that_dont_fit_a_signature():
         assert isinstance(expr, tv.MNLExpr) or expr.__le__(rhs=1).rhs == 1
 
 
+def test_every_method_counts_its_arguments():
+    """A method that reads another one's list of parameters writes past its own."""
+    m = tv.Model()
+    x = m.addMVar(2)
+    blocks = [x, 2 * x, x * x, x.nl, m.addConstr(x <= 1), m.addConstr(x * x <= 1),
+              tv.MGenConstr(np.array([], dtype=object))]  # fmt: skip
+    called = 0
+    for block in blocks:
+        for name, method in vars(type(block)).items():
+            function = getattr(method, "__func__", method)
+            if not getattr(function, "__text_signature__", None):
+                continue  # Python's own, such as __dict__
+            parameters = inspect.signature(function).parameters.values()
+            if any(p.kind is p.VAR_POSITIONAL for p in parameters):
+                continue
+            for given in (range(len(parameters) + 1), range(40)):
+                with pytest.raises(TypeError):
+                    getattr(block, name)(*given)
+            called += 1
+    assert called > 200
+    for block in blocks[:3]:
+        with pytest.raises(TypeError, match="__le__"):
+            block.__le__(1, 2, 3)
+
+
+def test_a_second_import_works_like_the_first():
+    program = """
+        import sys
+        import taviropy as tv
+        x = tv.Model().addMVar(3)
+        del sys.modules["taviropy._matrixapi"]
+        import taviropy._matrixapi
+        again = sys.modules["taviropy._matrixapi"]
+        y = again.MVar(x._vararr)
+        print(again.MVar is tv.MVar, (y + y.sum(axis=0)).shape, again.hstack((y, y)).shape)
+        try:
+            y.__le__(1, 2, 3)
+        except TypeError as error:
+            print(error)
+    """
+    assert run(program).split("\n") == [
+        "False (3,) (6,)",
+        "__le__() takes at most 1 positional arguments but 3 were given",
+    ]
+
+
 def last_own_entry(call):
     with pytest.raises(Exception) as error:  # noqa: B017, PT011
         call()
@@ -248,9 +308,9 @@ def last_own_entry(call):
 def test_tracebacks_name_the_function_with_its_file_and_line():
     x = tv.Model().addMVar(3)
     for call, name, file in (
-        (lambda: x * np.ones(4), "MVar.__mul__", "native/matrix/mvar_operators.cpp"),
-        (lambda: x.reshape(2), "MVar.reshape", "native/matrix/mvar.cpp"),
-        (lambda: x != 1, "MVar.__ne__", "native/matrix/mvar_operators.cpp"),
+        (lambda: x * np.ones(4), "MVar.__mul__", "native/matrix/mvar/arithmetic.cpp"),
+        (lambda: x.reshape(2), "MVar.reshape", "native/matrix/mvar/index.cpp"),
+        (lambda: x != 1, "MVar.__ne__", "native/matrix/support/comparisons.cpp"),
         (lambda: tv.MVar.fromlist([1]), "MVar.fromlist", "native/matrix/support/handles.cpp"),
         (lambda: x.setAttr("LB", [1, 2]), "MVar.setAttr", "native/matrix/support/attributes.cpp"),
         (lambda: tv.MConstr(3), "MConstr.__init__", "native/matrix/support/handles.cpp"),

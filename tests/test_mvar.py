@@ -13,11 +13,6 @@ from taviropy import _matrixapi
 
 
 @pytest.fixture
-def m():
-    return tv.Model()
-
-
-@pytest.fixture
 def X(m):
     X = m.addMVar((2, 3), name="X")
     m.update()
@@ -309,24 +304,6 @@ def test_products_with_larger_arrays_are_made_element_by_element(X):
     for expr in (X * W, W * X):
         for le, w, var in zip(expr._learr.flat, W.flat, X._vararr.flat, strict=True):
             assert le.coeffs == [w] and le.vars[0] is var
-
-
-def test_comparisons_hold_their_operands_unseen(X):
-    rhs = object()
-    for compare, sense in (
-        (operator.le, tv.TVO.LESS_EQUAL),
-        (operator.ge, tv.TVO.GREATER_EQUAL),
-        (operator.eq, tv.TVO.EQUAL),
-    ):
-        constr = compare(X, rhs)
-        assert type(constr) is tv.TempConstr
-        assert constr.lhs is X and constr.sense == sense and constr.rhs is rhs
-    with pytest.raises(tv.TaviroError) as error:
-        operator.ne(X, rhs)
-    assert error.value.args == (-1, "Inequality constraints not supported")
-    for unsupported in (lambda: X < 1, lambda: X > 1, lambda: hash(X), lambda: {X}):
-        with pytest.raises(TypeError):
-            unsupported()
 
 
 def test_refused_operands(X):

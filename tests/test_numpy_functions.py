@@ -298,18 +298,7 @@ def test_results_of_moves_are_copies(point):
 # ---- pandas
 
 PANDAS_CALLS = [
-    "s*x",
-    "x*s",
-    "s+x",
-    "x+s",
-    "s-x",
-    "x-s",
-    "s/x",
-    "x/s",
-    "s**x",
-    "x**s",
-    "s@x",
-    "x@s",
+    f"{a}{sign}{b}" for sign in ("*", "+", "-", "/", "**", "@") for a, b in ("sx", "xs")
 ]
 PANDAS_CALLS += ["D@x", "x@D", "D*x", "x-D", "i*x", "x+i"]
 

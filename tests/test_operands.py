@@ -100,35 +100,6 @@ def test_sparse_matrices_give_way_to_every_reflected_method(x):
             check(left, spy)
 
 
-def test_an_array_changed_in_place_becomes_what_the_operator_gives(x):
-    for op in (operator.iadd, operator.isub, operator.imul):
-        assert type(op(np.ones(3), x)) is tv.MLinExpr
-        assert type(op(2.0, x)) is tv.MLinExpr
-        if op is not operator.imul:
-            assert type(op(sp.csr_array(np.ones((3, 1))), x.reshape(3, 1))) is tv.MLinExpr
-
-
-def test_values_come_out_as_numpy_computes_them():
-    m = tv.Model()
-    values = np.array([2.0, 3.0, 5.0])
-    x = m.addMVar(3, lb=values, ub=values)
-    m.setOption("log", False)
-    m.optimize()
-    for left in [
-        *sparse_matrices(),
-        np.arange(9.0).reshape(3, 3),
-        np.arange(3)[::-1],
-        np.float32(2),
-    ]:
-        dense = left.toarray() if sp.issparse(left) else np.asarray(left)
-        for op in (operator.add, operator.sub, operator.mul):
-            got = op(left, x).getValue()
-            assert got.shape == op(dense, values).shape
-            np.testing.assert_allclose(got, op(dense, values))
-        if dense.ndim == 2:
-            np.testing.assert_allclose((left @ x).getValue(), dense @ values)
-
-
 def test_an_empty_variable_array_on_the_right_of_arrays():
     empty = tv.MVar(np.empty(0, dtype=object))
     for result in (np.ones(0) + empty, np.ones((2, 0)) @ empty, 2.0 * empty):

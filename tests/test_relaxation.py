@@ -6,13 +6,6 @@ import pytest
 import taviropy as tv
 
 
-@pytest.fixture
-def m():
-    model = tv.Model("m")
-    model.setOption("log", False)
-    return model
-
-
 @pytest.mark.parametrize("seed", range(8))
 def test_what_gives_makes_the_model_feasible_and_less_does_not(m, seed):
     rng = np.random.default_rng(seed)

@@ -294,9 +294,9 @@ def test_the_parents_memory_stays_flat():
     count = sum(1 for result in tv.solveAll(made for _ in range(500)) if result.error is None)
     gc.collect()
     assert count == 500 and len(gc.get_objects()) - before < 200
-    from taviropy import solve_all
+    from taviropy.solve_all.worker import batches
 
-    assert not solve_all._batches
+    assert not batches
 
 
 def test_a_worker_keeps_few_models(pool):
@@ -309,9 +309,9 @@ def test_a_worker_keeps_few_models(pool):
 
 
 def held_models():
-    from taviropy import solve_all
+    from taviropy.solve_all.worker import batches
 
-    return len(solve_all._batches)
+    return len(batches)
 
 
 @pytest.mark.filterwarnings("default")

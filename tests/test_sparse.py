@@ -10,6 +10,7 @@ from hypothesis import strategies as st
 from linear import content
 
 import taviropy as tv
+from taviropy._util import _sparse_left_matmul_kernel, _sparse_right_matmul_kernel
 
 M = tv.Model()
 VARIABLES = M.addMVar(12)
@@ -126,6 +127,19 @@ def test_malformed_matrices_are_refused_where_they_are_only_data(A, message):
     # No operand of a nonlinear expression, but SciPy's own operator would come next.
     with pytest.raises(ValueError, match=f"malformed.*{message}"):
         X.nl * A
+    q, objects = X[0] * X[0], np.array([1, 2, 3], dtype=object)
+    for product in (
+        lambda: q * A, lambda: q @ A, lambda: tv.MQuadExpr._from_quadfun(X[0], A, X[1]),
+        lambda: _sparse_right_matmul_kernel(objects, A, operator.mul, sum),
+        lambda: _sparse_left_matmul_kernel(A, objects, operator.mul, sum),
+    ):  # fmt: skip
+        with pytest.raises(ValueError, match="malformed|exceeds matrix"):  # SciPy's own for dok
+            product()
+    # Lists of values: an iteration over A would be SciPy's.
+    with pytest.raises(ValueError, match=message):
+        X[0].UB = A
+    with pytest.raises(TypeError, match=r"no list of values; its toarray\(\) is one"):
+        tv.LinExpr(A, X[0].tolist())
 
 
 def test_negative_extents_are_refused():

@@ -11,7 +11,7 @@ import scipy.sparse as sp
 import taviropy as tv
 from taviropy import travel
 from taviropy._scalars import data_of
-from taviropy.data.model_data import CHANGING
+from taviropy.data.locks import CHANGING
 
 
 def out_of_band(thing):
@@ -131,6 +131,26 @@ def test_deep_copies_of_what_one_holds_stay_with_the_model(full):
             copy.deepcopy([first, m])
 
 
+@pytest.mark.parametrize("shape", [(0,), (0, 3)])
+def test_what_is_empty_travels(m, send, shape):
+    e = m.addMVar(shape)
+    expressions = [2 * e + 1, e.sum(), e.sum(axis=0), e * e, e**3, tv.exp(e), e <= 1, e * e >= 0]
+    rows = [m.addConstr(e <= 1), m.addConstr(e * e <= 1), m.addGenConstrIndicator(e, 1, e <= 1)]
+    m.update()
+    slices = [m.getVars()[:0], m.getConstrs(), m.addMVar(3)[:0] + 1]
+    e.__dict__["note"] = ["of the user's own"]
+    for thing in [e, *expressions, *rows, *slices]:
+        second, sent = send((m, thing))
+        assert type(sent) is type(thing) and repr(sent) == repr(thing)
+        if not isinstance(thing, tv.TempConstr):
+            assert sent.shape == thing.shape
+    second, sent = send((m, e))
+    assert sent.note == e.note and sent.note is not e.note
+    assert sent.UB.shape == shape and e.anything.shape == shape
+    second.addConstr(sent + 1 <= 2)
+    second.update()
+
+
 class Plan(tv.Model):
     """A user's own class, whose attributes hold elements and the model itself."""
 
@@ -201,7 +221,7 @@ def test_closed_and_foreign_models_are_refused(m, monkeypatch):
     x = m.addMVar(2)
     stream = pickle.dumps(m)
     monkeypatch.setattr(travel, "FORMAT", 7)
-    with pytest.raises(pickle.UnpicklingError, match="format 1, but .* reads format 7"):
+    with pytest.raises(pickle.UnpicklingError, match="format 2, but .* reads format 7"):
         pickle.loads(stream)
     monkeypatch.undo()
     state = travel.packed(data_of(m))

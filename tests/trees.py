@@ -66,7 +66,7 @@ def forms(nl):
 
 
 def point(*mvars):
-    """A value for each variable of the blocks, and the blocks' values as arrays."""
+    """A dictionary with a value for each variable, and the values of each block as an array."""
     rng = np.random.default_rng(7)
     arrays = [rng.uniform(0.5, 2.0, x.shape) for x in mvars]
     at = {}

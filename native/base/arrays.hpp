@@ -1,34 +1,49 @@
 // NumPy arrays without NumPy's headers: made by calls, read and filled through the buffer protocol.
 #pragma once
 
-#include <cstring>
-
 #include "python.hpp"
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// A buffer of an array, released when it goes out of scope.
 class Buffer {
   public:
+    Buffer() = default;
     Buffer(PyObject* array, int flags) { check(PyObject_GetBuffer(array, &view_, flags)); }
-    ~Buffer() { PyBuffer_Release(&view_); }
+    ~Buffer() { release(); }
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
 
+    /// False, with no exception set, where the array doesn't offer such a buffer.
+    bool acquire(PyObject* array, int flags) {
+        release();
+        if (PyObject_GetBuffer(array, &view_, flags) == 0) return true;
+        PyErr_Clear();
+        view_.obj = nullptr;
+        return false;
+    }
+    void release() {
+        if (view_.obj) PyBuffer_Release(&view_);
+        view_.obj = nullptr;
+    }
+
     const Py_buffer* operator->() const { return &view_; }
-    bool has_format(const char* format) const {
-        return std::strcmp(view_.format ? view_.format : "B", format) == 0;
+    const Py_buffer& operator*() const { return view_; }
+    /// Whether the items are of a native type, by its letter: 'd' for doubles, 'O' for references.
+    bool holds(char letter) const {
+        const char* format = view_.format ? view_.format : "B";
+        return format[0] == letter && format[1] == '\0';
     }
     Py_ssize_t size() const { return view_.len / view_.itemsize; }
 
   private:
-    Py_buffer view_;
+    Py_buffer view_{};
 };
 
 /// The addresses of the items of a strided buffer in C order.
 class Walker {
   public:
-    explicit Walker(const Buffer& buffer) : view_(*buffer.operator->()) {
+    explicit Walker(const Buffer& buffer) : view_(*buffer) {
         address_ = static_cast<char*>(view_.buf);
         inner_ = view_.ndim ? view_.shape[view_.ndim - 1] : 1;
         step_ = view_.ndim ? view_.strides[view_.ndim - 1] : 0;
@@ -81,11 +96,16 @@ inline bool is_ndarray(PyObject* object) {
 
 /// The kind character of an array's dtype, as 'O' or 'f'.
 inline char dtype_kind(PyObject* array) {
-    Ref dtype = checked(PyObject_GetAttrString(array, "dtype"));
-    Ref kind = checked(PyObject_GetAttrString(dtype.get(), "kind"));
+    Ref dtype = field(array, "dtype");
+    Ref kind = field(dtype.get(), "kind");
     const char* text = PyUnicode_AsUTF8(kind.get());
     if (!text) throw PythonError();
     return text[0];
+}
+
+inline long dimensions(PyObject* array) {
+    Ref ndim = checked(PyObject_GetAttrString(array, "ndim"));
+    return PyLong_AsLong(ndim.get());
 }
 
 /// A new array of a shape; the dtype is one of NumPy's names, as "int32" or "object".
@@ -115,4 +135,4 @@ struct FilledArray {
     Item* items;
 };
 
-}  // namespace taviropy
+}  // namespace taviropy::base

@@ -3,7 +3,7 @@
 
 #include "python.hpp"
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// Raises a TaviroError with one of the codes of `TVO.Error`, given by its name.
 [[noreturn]] inline void raise_taviro_error(const char* code, const char* format, ...) {
@@ -13,8 +13,8 @@ namespace taviropy {
     va_end(values);
     if (!message) throw PythonError();
     Ref constants = import_name("taviropy._tvo", "TVO");
-    Ref codes = checked(PyObject_GetAttrString(constants.get(), "Error"));
-    Ref number = checked(PyObject_GetAttrString(codes.get(), code));
+    Ref codes = field(constants.get(), "Error");
+    Ref number = field(codes.get(), code);
     Ref error_class = import_name("taviropy._exception", "TaviroError");
     Ref error = checked(
         PyObject_CallFunctionObjArgs(error_class.get(), number.get(), message.get(), nullptr));
@@ -30,4 +30,4 @@ namespace taviropy {
     throw PythonError();
 }
 
-}  // namespace taviropy
+}  // namespace taviropy::base

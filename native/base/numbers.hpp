@@ -5,7 +5,7 @@
 
 #include "python.hpp"
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// Types that have been found to be numbers, so that `numbers.Number` is asked once a type.
 class NumberTypes {
@@ -63,4 +63,4 @@ inline bool is_number(PyObject* object) {
     return true;
 }
 
-}  // namespace taviropy
+}  // namespace taviropy::base

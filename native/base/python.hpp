@@ -1,9 +1,10 @@
-// What every native file of the layer under the matrix module uses: owned references, errors, and
-// the way from C++ functions to CPython's tables.
+// Owned references, errors, and the way from C++ functions to CPython's tables. The matrix module
+// has nanobind's objects in place of the references; what an exception becomes is decided here.
 #pragma once
 
 #include <Python.h>
 
+#include <concepts>
 #include <cstdarg>
 #include <exception>
 #include <new>
@@ -11,7 +12,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// Thrown where Python's error indicator is already set.
 struct PythonError {};
@@ -50,6 +51,14 @@ inline Ref checked(PyObject* result) {
     return Ref(result);
 }
 
+/// Takes the number that a CPython call gave, of which -1 may stand for an error.
+template <std::signed_integral Number>
+Number checked(Number result) {
+    if (result == -1 && PyErr_Occurred()) throw PythonError();
+    return result;
+}
+
+/// Throws where a CPython call tells an error by its status.
 inline void check(int status) {
     if (status < 0) throw PythonError();
 }
@@ -60,6 +69,11 @@ inline void check(int status) {
     PyErr_FormatV(type, format, values);
     va_end(values);
     throw PythonError();
+}
+
+/// object.name
+inline Ref field(PyObject* object, const char* name) {
+    return checked(PyObject_GetAttrString(object, name));
 }
 
 inline Ref not_implemented() { return borrow(Py_NotImplemented); }
@@ -154,4 +168,4 @@ inline void check_count(const char* name, Py_ssize_t given, Py_ssize_t least, Py
     raise(PyExc_TypeError, "%s() takes %zd to %zd arguments (%zd given)", name, least, most, given);
 }
 
-}  // namespace taviropy
+}  // namespace taviropy::base

@@ -7,7 +7,7 @@
 
 #include <Python.h>
 
-namespace taviropy {
+namespace taviropy::base {
 
 /// Reads a coefficient, a float or an int. False, with a TypeError set, for anything else; an int
 /// beyond all floats is an OverflowError.
@@ -46,4 +46,4 @@ bool check_lengths(const char* type, PyObject* coeffs, const Lists&... vars) {
     return false;
 }
 
-}  // namespace taviropy
+}  // namespace taviropy::base

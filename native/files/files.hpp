@@ -9,6 +9,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 /// The characters of an ASCII str, alive as long as it is.
 inline std::string_view ascii_view(PyObject* text) {
     if (!PyUnicode_Check(text) || !PyUnicode_IS_ASCII(text))
@@ -42,8 +44,7 @@ inline Numbering numbering_of(PyObject* dict) {
     PyObject *name, *number;
     for (Py_ssize_t place = 0; PyDict_Next(dict, &place, &name, &number);) {
         if (!PyUnicode_Check(name) || !PyUnicode_IS_ASCII(name)) continue;
-        const long long value = PyLong_AsLongLong(number);
-        if (value == -1 && PyErr_Occurred()) throw PythonError();
+        const long long value = checked(PyLong_AsLongLong(number));
         numbers.emplace(ascii_view(name), value);
     }
     return numbers;

@@ -31,8 +31,7 @@ struct Lines {
         : indptr_(arrays[0], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           ids_(arrays[1], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           data_(arrays[2], PyBUF_CONTIG_RO | PyBUF_FORMAT) {
-        if (!(indptr_.has_format("l") || indptr_.has_format("q")) || !ids_.has_format("i") ||
-            !data_.has_format("d"))
+        if (!(indptr_.holds('l') || indptr_.holds('q')) || !ids_.holds('i') || !data_.holds('d'))
             raise(PyExc_TypeError, "expected arrays of int64, int32 and float64");
         bool fits = indptr_.size() > 0 && starts()[0] >= 0 && ids_.size() == data_.size() &&
                     starts()[count()] <= ids_.size();
@@ -53,7 +52,7 @@ struct Lines {
 
 Ref number_texts(PyObject*, PyObject* array) {
     Buffer values(array, PyBUF_CONTIG_RO | PyBUF_FORMAT);
-    if (!values.has_format("d")) raise(PyExc_TypeError, "expected an array of float64");
+    if (!values.holds('d')) raise(PyExc_TypeError, "expected an array of float64");
     const auto* items = static_cast<const double*>(values->buf);
     Ref list = checked(PyList_New(values.size()));
     std::string text;
@@ -93,8 +92,7 @@ Ref sum_texts(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("sum_texts", nargs, 5, 5);
     const auto names = ascii_views(args[0]);
     const Lines rows(args + 1, names.size());
-    const Py_ssize_t width = PyLong_AsSsize_t(args[4]);
-    if (width == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t width = checked(PyLong_AsSsize_t(args[4]));
     if (width < 1) raise(PyExc_ValueError, "a line has at least one term");
     Ref list = checked(PyList_New(rows.count()));
     std::string text;

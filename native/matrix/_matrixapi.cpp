@@ -56,9 +56,7 @@ static void fill(nb::module_ module) {
     taviropy::define_mvar(module);
     taviropy::define_mlinexpr(module);
     taviropy::define_mquadexpr(module);
-    taviropy::define_mconstr(module);
-    taviropy::define_mqconstr(module);
-    taviropy::define_mgenconstr(module);
+    taviropy::define_constraints(module);
     taviropy::define_mfunctions(module);
     taviropy::define_mnlexpr(module);
     module.attr("__test__") = nb::dict();

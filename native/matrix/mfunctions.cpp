@@ -3,7 +3,7 @@
 // The result is of the narrowest class that can hold all operands. Expressions are copied before
 // they are stacked, since NumPy keeps references and an expression owns its elements.
 
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/classes.hpp"
 #include "support/errors.hpp"
 #include "support/functions.hpp"
@@ -18,16 +18,12 @@ namespace {
 
 bool is_compact(nb::handle expr) { return truth(expr.attr("_is_compact")); }
 
-/// operand += addend, for an expression that no one else holds
-nb::object added(nb::object operand, nb::handle addend) {
-    return checked(PyNumber_InPlaceAdd(operand.ptr(), addend.ptr()));
-}
-
 nb::object _copy_learr(nb::handle obj) {
     nb::object np = import_numpy();
     nb::object copy;
     if (is_ndarray(np, obj)) {
-        copy = added(names::MLinExpr().attr("_zeros_full")(nb::getattr(obj, "shape")), obj);
+        copy = names::MLinExpr().attr("_zeros_full")(nb::getattr(obj, "shape"));
+        copy += obj;
     } else if (is_a(obj, names::MVar)) {
         copy = names::MLinExpr().attr("_from_mvar")(obj, nb::arg("force_full") = true);
     } else {
@@ -42,7 +38,8 @@ nb::object _copy_learr_qearr(nb::handle obj) {
     nb::object np = import_numpy();
     nb::object copy;
     if (is_ndarray(np, obj) || is_a(obj, names::MVar, names::MLinExpr)) {
-        copy = added(names::MQuadExpr().attr("_zeros_full")(nb::getattr(obj, "shape")), obj);
+        copy = names::MQuadExpr().attr("_zeros_full")(nb::getattr(obj, "shape"));
+        copy += obj;
     } else {
         const char* copier = is_compact(obj) ? "_to_full" : "_copy_full";
         PY_ASSERT(is_a(obj, names::MQuadExpr));

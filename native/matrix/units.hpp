@@ -10,9 +10,7 @@ namespace nb = nanobind;
 void define_mvar(nb::module_ module);
 void define_mlinexpr(nb::module_ module);
 void define_mquadexpr(nb::module_ module);
-void define_mconstr(nb::module_ module);
-void define_mqconstr(nb::module_ module);
-void define_mgenconstr(nb::module_ module);
+void define_constraints(nb::module_ module);
 void define_mfunctions(nb::module_ module);
 void define_mnlexpr(nb::module_ module);
 

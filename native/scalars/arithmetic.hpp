@@ -36,6 +36,9 @@ Ref operate_with_array(Operator op, PyObject* left, PyObject* right);
 /// search for a variable in an array of objects. Else empty.
 Ref compare_with_array(PyObject* self, PyObject* array, int operation);
 bool is_array_operand(PyObject* object);
+/// The items of what a user gave as a list. Sparse arrays are refused: SciPy's iteration trusts what
+/// they hold.
+Ref tuple_of(PyObject* iterable);
 /// Whether an object is an MNLExpr, which has no comparisons of its own and leaves them to these.
 bool is_mnlexpr(PyObject* object);
 

@@ -48,9 +48,8 @@ bool is_sparse(PyObject* object) {
 }
 
 bool has_no_dimensions(PyObject* array) {
-    Ref ndim = checked(PyObject_GetAttrString(array, "ndim"));
-    long dimensions = PyLong_AsLong(ndim.get());
-    if (dimensions == -1 && PyErr_Occurred()) throw PythonError();
+    Ref ndim = field(array, "ndim");
+    long dimensions = checked(PyLong_AsLong(ndim.get()));
     return dimensions == 0;
 }
 
@@ -79,6 +78,13 @@ Ref as_matrix_object(PyObject* scalar) {
 }  // namespace
 
 bool is_array_operand(PyObject* object) { return is_ndarray(object) || is_sparse(object); }
+
+Ref tuple_of(PyObject* iterable) {
+    if (!PyTuple_Check(iterable) && !PyList_Check(iterable) && is_sparse(iterable))
+        raise(PyExc_TypeError, "a sparse '%s' is no list of values; its toarray() is one",
+              Py_TYPE(iterable)->tp_name);
+    return checked(PySequence_Tuple(iterable));
+}
 
 bool is_mnlexpr(PyObject* object) {
     static PyObject* module_name = nullptr;

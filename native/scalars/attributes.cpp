@@ -1,5 +1,6 @@
 #include "attributes.hpp"
 
+#include "arithmetic.hpp"
 #include "base/arrays.hpp"
 #include "base/errors.hpp"
 #include "operands.hpp"
@@ -45,8 +46,7 @@ AttributeInfo find_attribute(HandleObject* handle, PyObject* name, bool to_set) 
         PyErr_Format(PyExc_AttributeError, "Attribute '%S' cannot be set", name);
         raise_with_note(note.get());
     }
-    long type = PyLong_AsLong(datatype);
-    if (type == -1 && PyErr_Occurred()) throw PythonError();
+    long type = checked(PyLong_AsLong(datatype));
     return {borrow(datatype), type};
 }
 
@@ -73,7 +73,7 @@ Ref plain_value(long type, PyObject* value) {
 bool append_doubles(PyObject* array, std::vector<double>& out) {
     if (!is_ndarray(array) || dtype_kind(array) != 'f') return false;
     Buffer buffer(array, PyBUF_RECORDS_RO);
-    if (!buffer.has_format("d")) return false;
+    if (!buffer.holds('d')) return false;
     Walker walker(buffer);
     for (Py_ssize_t k = buffer.size(); k > 0; --k)
         out.push_back(*reinterpret_cast<const double*>(walker.next()));
@@ -81,7 +81,7 @@ bool append_doubles(PyObject* array, std::vector<double>& out) {
 }
 
 void append_items(PyObject* sequence, std::vector<double>& out) {
-    Ref items = checked(PySequence_Tuple(sequence));
+    Ref items = tuple_of(sequence);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k)
         out.push_back(number_value(PyTuple_GET_ITEM(items.get(), k), "a solution value"));
 }
@@ -121,6 +121,8 @@ Ref read_attribute(HandleObject* handle, PyObject* name) {
     PyList_SET_ITEM(indices.get(), 0, index.release());
     Ref values = call_attrutil("_gettypedattrlist",
                                {as_object(handle), name, info.datatype.get(), indices.get()});
+    if (is_ndarray(values.get()) && dimensions(values.get()) == 2)  // several values an element
+        return checked(PyObject_CallMethod(values.get(), "ravel", nullptr));
     Ref value = checked(PySequence_GetItem(values.get(), 0));
     return plain_value(info.type, value.get());
 }

@@ -1,5 +1,6 @@
 #include "elements.hpp"
 
+#include "arithmetic.hpp"
 #include "attributes.hpp"
 #include "registry.hpp"
 
@@ -15,7 +16,7 @@ Objects::Objects(PyObject* source) : source_(source) {
         return;
     }
     buffer_.emplace(source, PyBUF_RECORDS_RO);
-    if (!buffer_->has_format("O"))
+    if (!buffer_->holds('O'))
         raise(PyExc_TypeError,
               "an array of the buffer format '%s' holds no objects; expected dtype object",
               (*buffer_)->format);
@@ -34,18 +35,16 @@ Integers::Integers(PyObject* source, const char* what) {
         buffer_.emplace(source, PyBUF_RECORDS_RO);
         if ((*buffer_)->ndim != 1)
             raise(PyExc_ValueError, "%s has %d dimensions; expected 1", what, (*buffer_)->ndim);
-        if (buffer_->has_format("i") || buffer_->has_format("l") || buffer_->has_format("q"))
-            return;
+        if (buffer_->holds('i') || buffer_->holds('l') || buffer_->holds('q')) return;
         raise(PyExc_TypeError,
               "%s has entries of the buffer format '%s'; expected int32 or int64, as "
               "astype(numpy.int64) gives",
               what, (*buffer_)->format);
     }
-    Ref items = checked(PySequence_Tuple(source));
+    Ref items = tuple_of(source);
     for (Py_ssize_t k = 0; k < PyTuple_GET_SIZE(items.get()); ++k) {
         Ref index = checked(PyNumber_Index(PyTuple_GET_ITEM(items.get(), k)));
-        long long value = PyLong_AsLongLong(index.get());
-        if (value == -1 && PyErr_Occurred()) throw PythonError();
+        long long value = checked(PyLong_AsLongLong(index.get()));
         items_.push_back(value);
     }
 }

@@ -123,7 +123,7 @@ Ref linear_terms(PyObject* linexpr) {
 
 Ref quadratic_terms(PyObject* quadexpr) {
     Ref list = empty_list();
-    QuadraticView view = quadratic_view(as_quadexpr(quadexpr));
+    QuadraticView view = view_of(as_quadexpr(quadexpr));
     for (Py_ssize_t k = 0; k < view.size; ++k)
         append(list.get(), scaled_node(coefficient(view.coeffs[k]),
                                        product_node(view.vars1[k], view.vars2[k])));
@@ -215,35 +215,70 @@ PyMethodDef node_maker(const char* name, const char* doc) {
 
 PyMethodDef methods[] = {
     {"_from_constant", method<ExprTree_from_constant>(), METH_O | METH_STATIC,
-     "_from_constant(number, /)\n--\n\nA constant node; its data is float(number)."},
+     R"(_from_constant(number, /)
+--
+
+A constant node; its data is float(number).)"},
     {"_from_var", method<ExprTree_from_var>(), METH_O | METH_STATIC,
-     "_from_var(var, /)\n--\n\nA variable node."},
+     R"(_from_var(var, /)
+--
+
+A variable node.)"},
     {"_from_linexpr", method<ExprTree_from_linexpr>(), METH_O | METH_STATIC,
-     "_from_linexpr(linexpr, /)\n--\n\nThe tree of a LinExpr: its single term, 0.0 where there is "
-     "none, else their sum."},
+     R"(_from_linexpr(linexpr, /)
+--
+
+The tree of a LinExpr: its single term, 0.0 where there is none, else their sum.)"},
     {"_from_quad_expr", method<ExprTree_from_quad_expr>(), METH_O | METH_STATIC,
-     "_from_quad_expr(quadexpr, /)\n--\n\nThe tree of a QuadExpr, as _from_linexpr does it."},
+     R"(_from_quad_expr(quadexpr, /)
+--
+
+The tree of a QuadExpr, as _from_linexpr does it.)"},
     {"_linexpr_terms", method<ExprTree_linexpr_terms>(), METH_O | METH_STATIC,
-     "_linexpr_terms(linexpr, /)\n--\n\nA list of nodes, one a term in stored order, then the "
-     "constant "
-     "where it isn't 0.0."},
+     R"(_linexpr_terms(linexpr, /)
+--
+
+A list of nodes, one a term in stored order, then the constant where it isn't 0.0.)"},
     {"_quadexpr_terms", method<ExprTree_quadexpr_terms>(), METH_O | METH_STATIC,
-     "_quadexpr_terms(quadexpr, /)\n--\n\nA list of nodes, one a quadratic term in stored order, "
-     "then "
-     "those of the linear part."},
+     R"(_quadexpr_terms(quadexpr, /)
+--
+
+A list of nodes, one a quadratic term in stored order, then those of the linear part.)"},
     {"_from_plus", method<ExprTree_from_plus>(), METH_FASTCALL | METH_STATIC,
-     "_from_plus(*nodes)\n--\n\nA sum node on any number of nodes."},
-    node_maker<Op::minus, 2>("_from_minus", "_from_minus(left, right, /)\n--\n\nA difference."),
+     R"(_from_plus(*nodes)
+--
+
+A sum node on any number of nodes.)"},
+    node_maker<Op::minus, 2>("_from_minus", R"(_from_minus(left, right, /)
+--
+
+A difference.)"),
     node_maker<Op::multiply, 2>("_from_multiply",
-                                "_from_multiply(left, right, /)\n--\n\nA product."),
-    node_maker<Op::divide, 2>("_from_divide", "_from_divide(left, right, /)\n--\n\nA quotient."),
-    node_maker<Op::pow, 2>("_from_pow", "_from_pow(base, exponent, /)\n--\n\nA power."),
-    node_maker<Op::square, 1>("_from_square", "_from_square(node, /)\n--\n\nA square."),
-    node_maker<Op::uminus, 1>("_from_uminus", "_from_uminus(node, /)\n--\n\nA negation."),
+                                R"(_from_multiply(left, right, /)
+--
+
+A product.)"),
+    node_maker<Op::divide, 2>("_from_divide", R"(_from_divide(left, right, /)
+--
+
+A quotient.)"),
+    node_maker<Op::pow, 2>("_from_pow", R"(_from_pow(base, exponent, /)
+--
+
+A power.)"),
+    node_maker<Op::square, 1>("_from_square", R"(_from_square(node, /)
+--
+
+A square.)"),
+    node_maker<Op::uminus, 1>("_from_uminus", R"(_from_uminus(node, /)
+--
+
+A negation.)"),
     {"_from_function", method<ExprTree_from_function>(), METH_FASTCALL | METH_STATIC,
-     "_from_function(name, node, /)\n--\n\nA function node; name is one of exp, log, sqrt, sin, "
-     "cos, "
-     "tan, abs, and becomes its op."},
+     R"(_from_function(name, node, /)
+--
+
+A function node; name is one of exp, log, sqrt, sin, cos, tan, abs, and becomes its op.)"},
     {nullptr},
 };
 

@@ -29,7 +29,7 @@ Sizes measure(const Objects& exprs, bool quadratic) {
             sizes.linear += linear_view(as_linexpr(object)).size;
         } else if (quadratic && is_quadexpr(object)) {
             sizes.linear += linear_view(linear_part(as_quadexpr(object))).size;
-            sizes.quadratic += quadratic_view(as_quadexpr(object)).size;
+            sizes.quadratic += view_of(as_quadexpr(object)).size;
         } else if (!is_number(object) && object != Py_None) {
             refuse_expression(row, object, quadratic ? kQuadraticOperands : kLinearOperands);
         }
@@ -136,8 +136,7 @@ Ref gather_quadratic(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
             has_products ? linear_view(linear_part(as_quadexpr(object))) : linear_view(operand);
         constants.items[row] = view.constant;
         fill_linear(model, linear, row, view);
-        if (has_products)
-            fill_quadratic(model, quadratic, row, quadratic_view(as_quadexpr(object)));
+        if (has_products) fill_quadratic(model, quadratic, row, view_of(as_quadexpr(object)));
         linear.end_row(row);
         quadratic.end_row(row);
     });
@@ -153,19 +152,24 @@ Ref gather_quadratic(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef gather_methods[] = {
     {"gather_linear", method<gather_linear>(), METH_FASTCALL,
-     "gather_linear(model, exprs, /)\n--\n\n"
-     "The terms of linear expressions as arrays.\n\n"
-     "exprs is an object ndarray of any strides (C order) or a list; each item a LinExpr, a Var, "
-     "a\n"
-     "number or None. Gives (indptr int64, ids int32, coeffs float64, constants float64): the "
-     "terms of\n"
-     "expression i are at indptr[i]:indptr[i + 1], in stored order, unmerged.\n\n"
-     "TypeError for another type, TaviroError for a variable of another model or a removed one."},
+     R"(gather_linear(model, exprs, /)
+--
+
+The terms of linear expressions as arrays.
+
+exprs is an object ndarray of any strides (C order) or a list; each item a LinExpr, a Var, a
+number or None. Gives (indptr int64, ids int32, coeffs float64, constants float64): the terms of
+expression i are at indptr[i]:indptr[i + 1], in stored order, unmerged.
+
+TypeError for another type, TaviroError for a variable of another model or a removed one.)"},
     {"gather_quadratic", method<gather_quadratic>(), METH_FASTCALL,
-     "gather_quadratic(model, exprs, /)\n--\n\n"
-     "The terms of quadratic expressions as arrays.\n\n"
-     "As gather_linear, for QuadExpr also. Gives (qptr, ids1, ids2, qcoeffs, indptr, ids, coeffs,\n"
-     "constants): the quadratic terms, then the linear parts."},
+     R"(gather_quadratic(model, exprs, /)
+--
+
+The terms of quadratic expressions as arrays.
+
+As gather_linear, for QuadExpr also. Gives (qptr, ids1, ids2, qcoeffs, indptr, ids, coeffs,
+constants): the quadratic terms, then the linear parts.)"},
     {nullptr},
 };
 

@@ -115,37 +115,64 @@ Ref Handle_index(PyObject* self, void*) {
          "element are equal and have one hash. Attributes are read and set by name; " index \
          " is -1 for an element\nthat waits for an update, and -2 for a removed one."
 
-PyDoc_STRVAR(
-    getAttr_doc,
-    "getAttr($self, attrname, /)\n--\n\n"
-    "ROUTINE:\n    getAttr(attrname)\n\n"
-    "PURPOSE:\n    Reads an attribute of the element.\n\n"
-    "ARGUMENTS:\n    attrname (str): name of an attribute of this kind of element.\n\n"
-    "RETURN VALUE:\n    The value, a float, an int or a str.\n\n"
-    "EXAMPLE:\n    bound = v.getAttr(\"LB\")   # as v.LB\n\n"
-    "NOTES:\n    AttributeError for an unknown name; TaviroError where the element is not in "
-    "the\n    model, or where there is no solution to read from.");
+PyDoc_STRVAR(getAttr_doc,
+             R"(getAttr($self, attrname, /)
+--
 
-PyDoc_STRVAR(
-    setAttr_doc,
-    "setAttr($self, attrname, value, /)\n--\n\n"
-    "ROUTINE:\n    setAttr(attrname, value)\n\n"
-    "PURPOSE:\n    Sets an attribute of the element.\n\n"
-    "ARGUMENTS:\n    attrname (str): name of a settable attribute of this kind of element.\n"
-    "    value: the new value, of the attribute's type.\n\n"
-    "EXAMPLE:\n    v.setAttr(\"LB\", 1.0)   # as v.LB = 1.0\n\n"
-    "NOTES:\n    AttributeError for an unknown name or one that can't be set; TaviroError "
-    "for a value\n    that does not fit.");
+ROUTINE:
+    getAttr(attrname)
+
+PURPOSE:
+    Reads an attribute of the element.
+
+ARGUMENTS:
+    attrname (str): name of an attribute of this kind of element.
+
+RETURN VALUE:
+    The value, a float, an int or a str.
+
+EXAMPLE:
+    bound = v.getAttr("LB")   # as v.LB
+
+NOTES:
+    AttributeError for an unknown name; TaviroError where the element is not in the
+    model, or where there is no solution to read from.)");
+
+PyDoc_STRVAR(setAttr_doc,
+             R"(setAttr($self, attrname, value, /)
+--
+
+ROUTINE:
+    setAttr(attrname, value)
+
+PURPOSE:
+    Sets an attribute of the element.
+
+ARGUMENTS:
+    attrname (str): name of a settable attribute of this kind of element.
+    value: the new value, of the attribute's type.
+
+EXAMPLE:
+    v.setAttr("LB", 1.0)   # as v.LB = 1.0
+
+NOTES:
+    AttributeError for an unknown name or one that can't be set; TaviroError for a value
+    that does not fit.)");
 
 PyMethodDef methods[] = {
     {"getAttr", method<Handle_getAttr>(), METH_O, getAttr_doc},
     {"setAttr", method<Handle_setAttr>(), METH_FASTCALL, setAttr_doc},
     {"__dir__", method<Handle_dir>(), METH_NOARGS, nullptr},
     {"__copy__", method<Handle_same>(), METH_NOARGS,
-     "__copy__($self, /)\n--\n\nThe handle itself: it never changes."},
+     R"(__copy__($self, /)
+--
+
+The handle itself: it never changes.)"},
     {"__deepcopy__", method<Handle_deepcopy>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nThe handle itself; where its model is copied along, and "
-     "comes first, that on the copy's element."},
+     R"(__deepcopy__($self, memo, /)
+--
+
+The handle itself; where its model is copied along, and comes first, that on the copy's element.)"},
     {nullptr},
 };
 

@@ -1,35 +1,13 @@
 // LinExpr: constant + sum of coefficient * variable.
-#include "arithmetic.hpp"
+#include <array>
+
 #include "attributes.hpp"
-#include "terms.hpp"
+#include "termexpr.hpp"
 #include "text.hpp"
 
 namespace taviropy {
 
 namespace {
-
-LinExprObject* self_of(PyObject* self) { return as_linexpr(self); }
-
-// ---- construction
-
-Ref LinExpr_new(PyTypeObject* type, PyObject*, PyObject*) {
-    Ref self = checked(type->tp_alloc(type, 0));
-    LinExprObject* linexpr = self_of(self.get());
-    linexpr->coeffs = empty_list().release();
-    linexpr->vars = empty_list().release();
-    linexpr->cont_ref = Py_NewRef(Py_None);
-    return self;
-}
-
-void LinExpr_dealloc(PyObject* self) {
-    PyTypeObject* type = Py_TYPE(self);
-    LinExprObject* linexpr = self_of(self);
-    Py_XDECREF(linexpr->coeffs);
-    Py_XDECREF(linexpr->vars);
-    Py_XDECREF(linexpr->cont_ref);
-    type->tp_free(self);
-    Py_DECREF(type);
-}
 
 void assign(LinExprObject* self, double constant, Ref coeffs, Ref vars) {
     self->constant = constant;
@@ -49,7 +27,7 @@ Ref sequence(PyObject* source, const char* what) {
     if (!tolist) {
         if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw PythonError();
         PyErr_Clear();
-        return checked(PySequence_Fast(source, "LinExpr: expected a list or an array"));
+        return tuple_of(source);
     }
     Ref list = checked(PyObject_CallNoArgs(tolist.get()));
     if (!PyList_Check(list.get()))
@@ -101,7 +79,7 @@ void assign_one(LinExprObject* self, PyObject* source) {
 }
 
 /// The forms of the constructor, on an expression in any state.
-void fill(LinExprObject* self, PyObject* const* args, Py_ssize_t nargs) {
+void fill_linexpr(LinExprObject* self, PyObject* const* args, Py_ssize_t nargs) {
     check_count("LinExpr", nargs, 0, 2);
     if (nargs == 2 && is_var(args[1])) {
         double coeff = number_value(args[0], "LinExpr: the coefficient");
@@ -118,202 +96,127 @@ void fill(LinExprObject* self, PyObject* const* args, Py_ssize_t nargs) {
     }
 }
 
-void LinExpr_init(PyObject* self, PyObject* args, PyObject* kwargs) {
-    if (kwargs && PyDict_GET_SIZE(kwargs))
-        raise(PyExc_TypeError, "LinExpr() takes no keyword arguments");
-    fill(self_of(self), PySequence_Fast_ITEMS(args), PyTuple_GET_SIZE(args));
-}
+struct Linear {
+    using Object = LinExprObject;
+    static constexpr const char *name = "LinExpr", *full_name = "taviropy._core.LinExpr";
+    static constexpr OperandKind kind = OperandKind::linear;
+    static constexpr const char* expected = "a number, a Var or a LinExpr";
 
-Ref LinExpr_vectorcall(PyObject* type, PyObject* const* args, size_t nargsf, PyObject* kwnames) {
-    if (kwnames && PyTuple_GET_SIZE(kwnames))
-        raise(PyExc_TypeError, "LinExpr() takes no keyword arguments");
-    Ref self = LinExpr_new(reinterpret_cast<PyTypeObject*>(type), nullptr, nullptr);
-    Py_ssize_t nargs = PyVectorcall_NARGS(nargsf);
-    if (nargs) fill(self_of(self.get()), args, nargs);
-    return self;
-}
+    static Ref make(PyTypeObject* type, PyObject*, PyObject*) {
+        Ref self = checked(type->tp_alloc(type, 0));
+        LinExprObject* linexpr = as_linexpr(self.get());
+        linexpr->coeffs = empty_list().release();
+        linexpr->vars = empty_list().release();
+        linexpr->cont_ref = Py_NewRef(Py_None);
+        return self;
+    }
+    static void fill(LinExprObject* self, PyObject* const* args, Py_ssize_t nargs) {
+        fill_linexpr(self, args, nargs);
+    }
+    static auto fields(LinExprObject* self) {
+        return std::array{self->coeffs, self->vars, self->cont_ref};
+    }
+    static auto variable_lists(LinExprObject* self) { return std::array{self->vars}; }
+    static Ref copy(LinExprObject* self) { return scaled_linexpr(linear_view(self), 1.0); }
+    static void clear(LinExprObject* self) { assign(self, 0.0, empty_list(), empty_list()); }
+    static Ref text(LinExprObject* self) { return linexpr_text(self); }
+    static double value(LinExprObject* self) { return linexpr_value(self); }
 
-// ---- in-place operators
+    static constexpr const char* doc = R"(LinExpr()
+LinExpr(expr, /)
+LinExpr(coeff, var, /)
+LinExpr(coeffs, vars, /)
 
-Ref add_inplace(PyObject* self, PyObject* other, double sign) {
-    Operand operand = classify(other);
-    if (operand.kind == OperandKind::other || operand.kind > OperandKind::linear)
-        return not_implemented();
-    add_to_linexpr(self_of(self), operand, sign);
-    return borrow(self);
-}
+A linear expression: constant + sum of coefficient * variable.
 
-Ref LinExpr_iadd(PyObject* self, PyObject* other) { return add_inplace(self, other, 1.0); }
-Ref LinExpr_isub(PyObject* self, PyObject* other) { return add_inplace(self, other, -1.0); }
+ARGUMENTS:
+    expr: a number, a Var, or a LinExpr to copy; without it, or with None, the expression is empty.
+    coeff, var: one term, a number and a Var.
+    coeffs, vars: terms, as lists or arrays of one length; they are copied.
 
-Ref LinExpr_imul(PyObject* self, PyObject* other) {
-    Operand operand = classify(other);
-    if (operand.kind != OperandKind::number) return not_implemented();
-    scale_linexpr(self_of(self), operand.number);
-    return borrow(self);
-}
+EXAMPLE:
+    expr = LinExpr([1.0, 2.0], [x, y])   # as x + 2 * y
 
-Ref LinExpr_itruediv(PyObject* self, PyObject* other) {
-    Operand operand = classify(other);
-    if (operand.kind != OperandKind::number) return not_implemented();
-    scale_linexpr(self_of(self), reciprocal(operand.number));
-    return borrow(self);
-}
+NOTES:
+    The fields constant, coeffs and vars are to be read; coeffs and vars are the lists
+    themselves. ValueError for lists of different length, TypeError for what is no
+    number or no Var. a + b copies the terms of both, so a long sum is built fastest with
+    += on one expression, or from lists; sum() of Python copies all terms at every step.)";
 
-// ---- methods
+    static constexpr const char* add_doc = R"(add($self, other, /)
+--
 
-Ref LinExpr_add(PyObject* self, PyObject* other) {
-    Operand operand = classify(other);
-    if (operand.kind == OperandKind::other || operand.kind > OperandKind::linear)
-        raise(PyExc_TypeError,
-              "Cannot add '%s' to a LinExpr in place: expected a number, a Var or a LinExpr; the "
-              "operator + makes a new expression",
-              Py_TYPE(other)->tp_name);
-    add_to_linexpr(self_of(self), operand, 1.0);
-    return none();
-}
+ROUTINE:
+    add(other)
 
-Ref LinExpr_copy(PyObject* self, PyObject*) {
-    return scaled_linexpr(linear_view(self_of(self)), 1.0);
-}
+PURPOSE:
+    Adds to the expression in place, behind its own terms. Terms of one variable are not merged.
 
-Ref LinExpr_deepcopy(PyObject* self, PyObject* memo) {
-    Ref copy = LinExpr_copy(self, nullptr);
-    deep_copy_vars(self_of(copy.get())->vars, memo);
-    return copy;
-}
+ARGUMENTS:
+    other: a number, a Var or a LinExpr; it is left as it is.
 
-Ref LinExpr_clear(PyObject* self, PyObject*) {
-    assign(self_of(self), 0.0, empty_list(), empty_list());
-    return none();
-}
+EXAMPLE:
+    expr.add(2 * y)   # as expr += 2 * y)";
 
-Ref LinExpr_getConstant(PyObject* self, PyObject*) { return float_object(self_of(self)->constant); }
+    static constexpr const char* copy_doc = R"(copy($self, /)
+--
 
-Ref LinExpr_getValue(PyObject* self, PyObject*) {
-    return float_object(linexpr_value(self_of(self)));
-}
+ROUTINE:
+    copy()
 
-Ref LinExpr_size(PyObject* self, PyObject*) {
-    return checked(PyLong_FromSsize_t(linear_view(self_of(self)).size));
-}
+PURPOSE:
+    Makes an independent copy.
 
-Ref LinExpr_getCoeff(PyObject* self, PyObject* index) {
-    return list_item(self_of(self)->coeffs, index, "LinExpr");
-}
+RETURN VALUE:
+    A new LinExpr of the same variables.)";
 
-Ref LinExpr_getVar(PyObject* self, PyObject* index) {
-    return list_item(self_of(self)->vars, index, "LinExpr");
-}
+    static constexpr const char* size_doc = R"(size($self, /)
+--
 
-Ref LinExpr_scale(PyObject* self, PyObject* factor) {
-    scale_linexpr(self_of(self), number_value(factor, "the factor"));
-    return none();
-}
+ROUTINE:
+    size()
 
-Ref LinExpr_flatten(PyObject* self, PyObject*) {
-    linear_view(self_of(self));  // all terms stand in the lists, once these match
-    return none();
-}
+PURPOSE:
+    Counts the terms, the constant aside.
 
-Ref LinExpr_normalize(PyObject* self, PyObject*) {
-    normalize_linexpr(self_of(self));
-    return none();
-}
+RETURN VALUE:
+    An int.)";
 
-Ref LinExpr_str(PyObject* self) { return linexpr_text(self_of(self)); }
+    static constexpr const char* getCoeff_doc = R"(getCoeff($self, i, /)
+--
 
-Ref LinExpr_repr(PyObject* self) {
-    Ref text = LinExpr_str(self);
-    return checked(PyUnicode_FromFormat("<LinExpr: %U>", text.get()));
-}
+ROUTINE:
+    getCoeff(i)
 
-PyDoc_STRVAR(
-    type_doc,
-    "LinExpr()\nLinExpr(expr, /)\nLinExpr(coeff, var, /)\nLinExpr(coeffs, vars, /)\n\n"
-    "A linear expression: constant + sum of coefficient * variable.\n\n"
-    "ARGUMENTS:\n"
-    "    expr: a number, a Var, or a LinExpr to copy; without it, or with None, the expression is "
-    "empty.\n"
-    "    coeff, var: one term, a number and a Var.\n"
-    "    coeffs, vars: terms, as lists or arrays of one length; they are copied.\n\n"
-    "EXAMPLE:\n"
-    "    expr = LinExpr([1.0, 2.0], [x, y])   # as x + 2 * y\n\n"
-    "NOTES:\n"
-    "    The fields constant, coeffs and vars are to be read; coeffs and vars are the lists\n"
-    "    themselves. ValueError for lists of different length, TypeError for what is no\n"
-    "    number or no Var. a + b copies the terms of both, so a long sum is built fastest with\n"
-    "    += on one expression, or from lists; sum() of Python copies all terms at every step.");
+PURPOSE:
+    Reads the coefficient of a term.
 
-PyDoc_STRVAR(add_doc,
-             "add($self, other, /)\n--\n\n"
-             "ROUTINE:\n    add(other)\n\n"
-             "PURPOSE:\n    Adds to the expression in place, behind its own terms. Terms of one "
-             "variable are not merged.\n\n"
-             "ARGUMENTS:\n    other: a number, a Var or a LinExpr; it is left as it is.\n\n"
-             "EXAMPLE:\n    expr.add(2 * y)   # as expr += 2 * y");
-PyDoc_STRVAR(copy_doc,
-             "copy($self, /)\n--\n\n"
-             "ROUTINE:\n    copy()\n\n"
-             "PURPOSE:\n    Makes an independent copy.\n\n"
-             "RETURN VALUE:\n    A new LinExpr of the same variables.");
-PyDoc_STRVAR(clear_doc,
-             "clear($self, /)\n--\n\n"
-             "ROUTINE:\n    clear()\n\n"
-             "PURPOSE:\n    Removes all terms and sets the constant to 0.0.");
-PyDoc_STRVAR(getConstant_doc,
-             "getConstant($self, /)\n--\n\n"
-             "ROUTINE:\n    getConstant()\n\n"
-             "PURPOSE:\n    Reads the constant.\n\n"
-             "RETURN VALUE:\n    A float.");
-PyDoc_STRVAR(getValue_doc,
-             "getValue($self, /)\n--\n\n"
-             "ROUTINE:\n    getValue()\n\n"
-             "PURPOSE:\n    Computes the value of the expression at the last solution.\n\n"
-             "RETURN VALUE:\n    A float.\n\n"
-             "EXAMPLE:\n    m.optimize()\n    cost = expr.getValue()\n\n"
-             "NOTES:\n    TaviroError where there is no solution, or none for a variable.");
-PyDoc_STRVAR(size_doc,
-             "size($self, /)\n--\n\n"
-             "ROUTINE:\n    size()\n\n"
-             "PURPOSE:\n    Counts the terms, the constant aside.\n\n"
-             "RETURN VALUE:\n    An int.");
-PyDoc_STRVAR(getCoeff_doc,
-             "getCoeff($self, i, /)\n--\n\n"
-             "ROUTINE:\n    getCoeff(i)\n\n"
-             "PURPOSE:\n    Reads the coefficient of a term.\n\n"
-             "ARGUMENTS:\n    i (int): place of the term, from 0; IndexError outside.\n\n"
-             "RETURN VALUE:\n    A float.");
-PyDoc_STRVAR(getVar_doc,
-             "getVar($self, i, /)\n--\n\n"
-             "ROUTINE:\n    getVar(i)\n\n"
-             "PURPOSE:\n    Reads the variable of a term.\n\n"
-             "ARGUMENTS:\n    i (int): place of the term, from 0; IndexError outside.\n\n"
-             "RETURN VALUE:\n    A Var.");
+ARGUMENTS:
+    i (int): place of the term, from 0; IndexError outside.
 
-PyMethodDef methods[] = {
-    {"add", method<LinExpr_add>(), METH_O, add_doc},
-    {"copy", method<LinExpr_copy>(), METH_NOARGS, copy_doc},
-    {"clear", method<LinExpr_clear>(), METH_NOARGS, clear_doc},
-    {"getConstant", method<LinExpr_getConstant>(), METH_NOARGS, getConstant_doc},
-    {"getValue", method<LinExpr_getValue>(), METH_NOARGS, getValue_doc},
-    {"size", method<LinExpr_size>(), METH_NOARGS, size_doc},
-    {"getCoeff", method<LinExpr_getCoeff>(), METH_O, getCoeff_doc},
-    {"getVar", method<LinExpr_getVar>(), METH_O, getVar_doc},
-    {"_mul", method<LinExpr_scale>(), METH_O,
-     "_mul($self, value, /)\n--\n\nMultiplies in place by a number."},
-    {"_flatten", method<LinExpr_flatten>(), METH_NOARGS,
-     "_flatten($self, /)\n--\n\nBrings all content into the lists, where it is at all times."},
-    {"_normalize", method<LinExpr_normalize>(), METH_NOARGS,
-     "_normalize($self, /)\n--\n\nMerges the terms of one variable, in the order of first "
-     "appearance;\n"
-     "terms that come out zero stay."},
-    {"__copy__", method<LinExpr_copy>(), METH_NOARGS, "__copy__($self, /)\n--\n\nAs copy()."},
-    {"__deepcopy__", method<LinExpr_deepcopy>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same; "
-     "where "
-     "their model is copied along, and\ncomes first, they are the copy's."},
-    {nullptr},
+RETURN VALUE:
+    A float.)";
+
+    static constexpr const char* getVar_doc = R"(getVar($self, i, /)
+--
+
+ROUTINE:
+    getVar(i)
+
+PURPOSE:
+    Reads the variable of a term.
+
+ARGUMENTS:
+    i (int): place of the term, from 0; IndexError outside.
+
+RETURN VALUE:
+    A Var.)";
+
+    static constexpr const char* normalize_doc = R"(_normalize($self, /)
+--
+
+Merges the terms of one variable, in the order of first appearance;
+terms that come out zero stay.)";
 };
 
 PyMemberDef members[] = {
@@ -330,7 +233,7 @@ PyMemberDef members[] = {
 
 Ref new_linexpr(double constant, Ref coeffs, Ref vars) {
     Ref self = checked(types.linexpr->tp_alloc(types.linexpr, 0));
-    LinExprObject* linexpr = self_of(self.get());
+    LinExprObject* linexpr = as_linexpr(self.get());
     linexpr->constant = constant;
     linexpr->coeffs = coeffs.release();
     linexpr->vars = vars.release();
@@ -352,27 +255,11 @@ double linexpr_value(LinExprObject* linexpr) {
 }
 
 void ready_linexpr(PyObject* module) {
-    std::vector<PyType_Slot> slots = with_operators({
-        {Py_tp_doc, const_cast<char*>(type_doc)},
-        {Py_tp_new, slot<LinExpr_new>()},
-        {Py_tp_init, slot<LinExpr_init>()},
-        {Py_tp_dealloc, reinterpret_cast<void*>(LinExpr_dealloc)},
-        {Py_tp_hash, reinterpret_cast<void*>(PyBaseObject_Type.tp_hash)},
-        {Py_tp_repr, slot<LinExpr_repr>()},
-        {Py_tp_str, slot<LinExpr_str>()},
-        {Py_nb_inplace_add, slot<LinExpr_iadd>()},
-        {Py_nb_inplace_subtract, slot<LinExpr_isub>()},
-        {Py_nb_inplace_multiply, slot<LinExpr_imul>()},
-        {Py_nb_inplace_true_divide, slot<LinExpr_itruediv>()},
-        {Py_tp_methods, methods},
-        {Py_tp_members, members},
+    using Shared = TermExpr<Linear>;
+    static std::vector<PyMethodDef> methods = Shared::methods({
+        {"getVar", method<Shared::getVar<&LinExprObject::vars>>(), METH_O, Linear::getVar_doc},
     });
-    PyType_Spec spec = {"taviropy._core.LinExpr", sizeof(LinExprObject), 0,
-                        Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE, slots.data()};
-    types.linexpr = ready_type(module, &spec);
-    types.linexpr->tp_vectorcall = &Guarded<LinExpr_vectorcall>::call;
-    add_array_priority(types.linexpr);
-    add_function_methods(types.linexpr);
+    types.linexpr = Shared::ready(module, methods.data(), members);
 }
 
 }  // namespace taviropy

@@ -7,12 +7,13 @@
 // their Model by a weak reference, and make a new one where the user has dropped it.
 #include <structmember.h>
 
+#include <cstring>
 #include <limits>
 
 #include "base/arrays.hpp"
 #include "elements.hpp"
 #include "registry.hpp"
-#include "taviro120.h"
+#include "taviro120/taviro120.h"
 
 namespace taviropy {
 
@@ -33,8 +34,7 @@ ModelShellObject* as_shell(PyObject* self) { return reinterpret_cast<ModelShellO
 bool is_shell(PyObject* object) { return PyObject_TypeCheck(object, types.modelshell); }
 
 int kind_argument(PyObject* argument) {
-    long value = PyLong_AsLong(argument);
-    if (value == -1 && PyErr_Occurred()) throw PythonError();
+    long value = checked(PyLong_AsLong(argument));
     for (int kind : kKinds)
         if (value == kind) return kind;
     raise(PyExc_ValueError,
@@ -130,13 +130,15 @@ Ref Numbering_restore(PyObject* self, PyObject* const* args, Py_ssize_t nargs) {
     check_count("restore", nargs, 3, 3);
     int32_t counts[2];
     for (int k = 0; k < 2; ++k) {
-        long count = PyLong_AsLong(args[k]);
-        if (count == -1 && PyErr_Occurred()) throw PythonError();
+        long count = checked(PyLong_AsLong(args[k]));
         if (count < 0 || count > std::numeric_limits<int32_t>::max())
             raise(PyExc_ValueError, "a model can't hold %ld elements", count);
         counts[k] = static_cast<int32_t>(count);
     }
-    registry(self).restore(counts[0], counts[1], id_list(args[2], counts[0]));
+    if (args[2] == Py_None)
+        registry(self).restore(counts[0], counts[1]);
+    else
+        registry(self).restore(counts[0], counts[1], id_list(args[2], counts[0]));
     return none();
 }
 
@@ -170,7 +172,8 @@ PyMethodDef numbering_methods[] = {
      "settle() removes."},
     {"restore", method<Numbering_restore>(), METH_FASTCALL,
      "restore($self, next_id, count, live_ids, /)\n--\n\nEnters the elements of another Numbering, "
-     "as its methods of these names tell them, into a new one.\n\nValueError where they can't be "
+     "as its methods of these names tell them, into a new one; None for live_ids stands for "
+     "all.\n\nValueError where they can't be "
      "those of a Numbering, or where this one has elements."},
     {"all_in_place", method<Numbering_all_in_place>(), METH_NOARGS,
      "all_in_place($self, /)\n--\n\nWhether no element was ever removed: then the ids of "

@@ -119,50 +119,85 @@ void NLExpr_set_root(PyObject* self, PyObject* value, void*) {
     set_root(self, borrow(node_argument(value)));
 }
 
-PyDoc_STRVAR(
-    type_doc,
-    "NLExpr(tree, /)\n\n"
-    "A nonlinear expression. Arithmetic that leaves the quadratic world makes one, such as "
-    "x ** 3 or 1 / x;\n"
-    "so do the functions exp, log, sqrt, sin, cos, tan and abs.\n\n"
-    "ARGUMENTS:\n"
-    "    tree: a tree node, a number, a Var, a LinExpr, a QuadExpr or an NLExpr.\n\n"
-    "EXAMPLE:\n"
-    "    expr = numpy.sqrt(x * x + 1) / y\n\n"
-    "NOTES:\n"
-    "    Trees are shared, never copied; the in-place operators give the expression a new "
-    "root.");
+PyDoc_STRVAR(type_doc,
+             R"(NLExpr(tree, /)
+
+A nonlinear expression. Arithmetic that leaves the quadratic world makes one, such as x ** 3 or 1 / x;
+so do the functions exp, log, sqrt, sin, cos, tan and abs.
+
+ARGUMENTS:
+    tree: a tree node, a number, a Var, a LinExpr, a QuadExpr or an NLExpr.
+
+EXAMPLE:
+    expr = numpy.sqrt(x * x + 1) / y
+
+NOTES:
+    Trees are shared, never copied; the in-place operators give the expression a new root.)");
 PyDoc_STRVAR(copy_doc,
-             "copy($self, /)\n--\n\n"
-             "ROUTINE:\n    copy()\n\n"
-             "PURPOSE:\n    Makes an independent copy.\n\n"
-             "RETURN VALUE:\n    A new NLExpr; the tree, which never changes, is shared.");
-PyDoc_STRVAR(
-    getValue_doc,
-    "getValue($self, /)\n--\n\n"
-    "ROUTINE:\n    getValue()\n\n"
-    "PURPOSE:\n    Computes the value of the expression at the last solution.\n\n"
-    "RETURN VALUE:\n    A float; nan or an infinity where the expression has no value there.\n\n"
-    "EXAMPLE:\n    m.optimize()\n    level = expr.getValue()\n\n"
-    "NOTES:\n    TaviroError where there is no solution, or none for a variable.");
+             R"(copy($self, /)
+--
+
+ROUTINE:
+    copy()
+
+PURPOSE:
+    Makes an independent copy.
+
+RETURN VALUE:
+    A new NLExpr; the tree, which never changes, is shared.)");
+PyDoc_STRVAR(getValue_doc,
+             R"(getValue($self, /)
+--
+
+ROUTINE:
+    getValue()
+
+PURPOSE:
+    Computes the value of the expression at the last solution.
+
+RETURN VALUE:
+    A float; nan or an infinity where the expression has no value there.
+
+EXAMPLE:
+    m.optimize()
+    level = expr.getValue()
+
+NOTES:
+    TaviroError where there is no solution, or none for a variable.)");
 
 PyMethodDef methods[] = {
     {"copy", method<NLExpr_copy>(), METH_NOARGS, copy_doc},
     {"getValue", method<NLExpr_getValue>(), METH_NOARGS, getValue_doc},
     {"_from_constant", method<NLExpr_from_constant>(), METH_O | METH_STATIC,
-     "_from_constant(number, /)\n--\n\nAn NLExpr of a constant."},
+     R"(_from_constant(number, /)
+--
+
+An NLExpr of a constant.)"},
     {"_from_var", method<NLExpr_from_var>(), METH_O | METH_STATIC,
-     "_from_var(var, /)\n--\n\nAn NLExpr of a variable."},
+     R"(_from_var(var, /)
+--
+
+An NLExpr of a variable.)"},
     {"_from_plus", method<NLExpr_from_plus>(), METH_FASTCALL | METH_STATIC,
-     "_from_plus(*nlexprs)\n--\n\nThe sum of any number of NLExprs, one plus node on their roots."},
+     R"(_from_plus(*nlexprs)
+--
+
+The sum of any number of NLExprs, one plus node on their roots.)"},
     {"_coerce_to_exprtree", method<NLExpr_coerce_to_exprtree>(), METH_O | METH_STATIC,
-     "_coerce_to_exprtree(value, /)\n--\n\nThe tree of a number, Var, LinExpr, QuadExpr or "
-     "NLExpr."},
-    {"__copy__", method<NLExpr_copy>(), METH_NOARGS, "__copy__($self, /)\n--\n\nAs copy()."},
+     R"(_coerce_to_exprtree(value, /)
+--
+
+The tree of a number, Var, LinExpr, QuadExpr or NLExpr.)"},
+    {"__copy__", method<NLExpr_copy>(), METH_NOARGS, R"(__copy__($self, /)
+--
+
+As copy().)"},
     {"__deepcopy__", method<NLExpr_deepcopy>(), METH_O,
-     "__deepcopy__($self, memo, /)\n--\n\nAs copy(): variables are handles, and stay the same; "
-     "where "
-     "their model is copied along, and\ncomes first, they are the copy's."},
+     R"(__deepcopy__($self, memo, /)
+--
+
+As copy(): variables are handles, and stay the same; where their model is copied along, and
+comes first, they are the copy's.)"},
     {nullptr},
 };
 

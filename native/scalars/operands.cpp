@@ -41,7 +41,7 @@ LinearView linear_view(LinExprObject* linexpr) {
             PySequence_Fast_ITEMS(linexpr->vars)};
 }
 
-QuadraticView quadratic_view(QuadExprObject* quadexpr) {
+QuadraticView view_of(QuadExprObject* quadexpr) {
     Py_ssize_t size = PyList_GET_SIZE(quadexpr->coeffs);
     if (!check_lengths("QuadExpr", quadexpr->coeffs, quadexpr->vars1, quadexpr->vars2))
         throw PythonError();

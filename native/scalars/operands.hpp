@@ -41,8 +41,12 @@ struct QuadraticView {
     PyObject* const* vars1 = nullptr;
     PyObject* const* vars2 = nullptr;
 };
-QuadraticView quadratic_view(QuadExprObject* quadexpr);
+QuadraticView view_of(QuadExprObject* quadexpr);
 LinExprObject* linear_part(QuadExprObject* quadexpr);
+
+// The same of a LinExpr, for what is written for both.
+inline LinearView view_of(LinExprObject* linexpr) { return linear_view(linexpr); }
+inline LinExprObject* linear_part(LinExprObject* linexpr) { return linexpr; }
 
 /// A coefficient as stored in a term list.
 double coefficient(PyObject* stored);

@@ -18,7 +18,7 @@ class Part {
         : ids1_(item(arrays, 0), PyBUF_CONTIG_RO | PyBUF_FORMAT),
           ids2_(item(arrays, 1), PyBUF_CONTIG_RO | PyBUF_FORMAT),
           data_(item(arrays, 2), PyBUF_CONTIG_RO | PyBUF_FORMAT) {
-        if (!ids1_.has_format("i") || !ids2_.has_format("i") || !data_.has_format("d"))
+        if (!ids1_.holds('i') || !ids2_.holds('i') || !data_.holds('d'))
             raise(PyExc_TypeError, "sum_pairs takes arrays of int32, int32 and float64");
         if (ids1_.size() != ids2_.size() || ids1_.size() != data_.size())
             raise(PyExc_ValueError, "sum_pairs got %zd, %zd and %zd entries in one part",
@@ -70,7 +70,7 @@ Ref first_items(std::unique_ptr<FilledArray<Item>> filled, Py_ssize_t count) {
     Ref array = std::move(filled->array);
     filled.reset();
     if (is_longer) {
-        Ref resize = checked(PyObject_GetAttrString(array.get(), "resize"));
+        Ref resize = field(array.get(), "resize");
         Ref size = checked(Py_BuildValue("(n)", count));
         Ref options = checked(Py_BuildValue("{s:O}", "refcheck", Py_False));
         checked(PyObject_Call(resize.get(), size.get(), options.get()));
@@ -150,8 +150,7 @@ class Triangle {
 Ref sum_pairs(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("sum_pairs", nargs, 2, 2);
     PyObject* parts = args[0];
-    const Py_ssize_t size = PyLong_AsSsize_t(args[1]);
-    if (size == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t size = checked(PyLong_AsSsize_t(args[1]));
     if (size < 0) raise(PyExc_ValueError, "sum_pairs got the number %zd of variables", size);
     if (!PyList_Check(parts)) raise(PyExc_TypeError, "sum_pairs takes a list of parts");
     std::deque<Part> terms;
@@ -162,12 +161,15 @@ Ref sum_pairs(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef functions[] = {
     {"sum_pairs", method<sum_pairs>(), METH_FASTCALL,
-     "sum_pairs(parts, size, /)\n--\n\nThe sum of quadratic terms, each pair of variables once and "
-     "none "
-     "with the coefficient 0.\n\nparts is a list of (ids1 int32, ids2 int32, coeffs float64), "
-     "contiguous arrays; ids are below size. Gives arrays of the\nsame kinds; the smaller id of a "
-     "pair comes first, "
-     "and the pairs rise.\n\nTypeError and ValueError for other arrays."},
+     R"(sum_pairs(parts, size, /)
+--
+
+The sum of quadratic terms, each pair of variables once and none with the coefficient 0.
+
+parts is a list of (ids1 int32, ids2 int32, coeffs float64), contiguous arrays; ids are below size. Gives arrays of the
+same kinds; the smaller id of a pair comes first, and the pairs rise.
+
+TypeError and ValueError for other arrays.)"},
     {nullptr},
 };
 

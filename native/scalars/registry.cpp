@@ -1,8 +1,10 @@
 #include "registry.hpp"
 
+#include <algorithm>
 #include <limits>
+#include <numeric>
 
-#include "taviro120.h"
+#include "taviro120/taviro120.h"
 
 namespace taviropy {
 
@@ -14,6 +16,16 @@ int32_t Registry::count() const {
 
 void Registry::set_count(int32_t count) { TVOsetintattr(native_, count_name_, count); }
 
+/// Calls visit(entries, size) for the ids from `first` on, before `end`, page by page.
+template <class Visit>
+void Registry::each_part(int32_t first, int32_t end, Visit visit) {
+    while (first < end) {
+        const int32_t place = first & kPageMask, size = std::min(kPageSize - place, end - first);
+        visit(page_of(first).get() + place, size);
+        first += size;
+    }
+}
+
 int32_t Registry::enter(Py_ssize_t elements) {
     const int32_t first = next_id_;
     if (elements < 0 || elements > std::numeric_limits<int32_t>::max() - first)
@@ -23,7 +35,9 @@ int32_t Registry::enter(Py_ssize_t elements) {
               static_cast<int>(first), elements);
     const int32_t end = first + static_cast<int32_t>(elements);
     pages_.resize((static_cast<std::size_t>(end) + kPageMask) >> kPageBits);
-    for (int32_t id = first; id < end; ++id) page_of(id)[id & kPageMask] = kWaiting;
+    each_part(first, end, [](int32_t* entries, int32_t size) {
+        std::fill_n(entries, size, int32_t{kWaiting});
+    });
     next_id_ = end;
     return first;
 }
@@ -36,6 +50,17 @@ Registry::Page& Registry::page_of(int32_t id) {
         std::fill_n(page.get(), kPageSize, kRemoved);
     }
     return page;
+}
+
+void Registry::restore(int32_t next_id, int32_t placed) {
+    if (next_id_ != 0 || placed < 0 || placed > next_id)
+        raise(PyExc_ValueError,
+              "%d elements, %d of them in place: they are no elements of one model", next_id,
+              placed);
+    enter(placed);
+    place_waiting();
+    first_waiting_ = placed;
+    enter(next_id - placed);
 }
 
 void Registry::restore(int32_t next_id, int32_t placed, const std::vector<int32_t>& live) {
@@ -82,10 +107,10 @@ void Registry::settle(std::vector<int32_t>& kept) {
 /// Without a removal only what waits gets its number.
 void Registry::place_waiting() {
     int32_t next = count();
-    for (int32_t id = first_waiting_; id < next_id_; ++id) {
-        Page& page = pages_[id >> kPageBits];
-        page[id & kPageMask] = next++;
-    }
+    each_part(first_waiting_, next_id_, [&](int32_t* entries, int32_t size) {
+        std::iota(entries, entries + size, next);
+        next += size;
+    });
     set_count(next);
 }
 

@@ -55,6 +55,8 @@ class Registry {
     /// Enters the elements of another registry into a new one: those with the ids `live`, which
     /// rise, of `next_id`; the first `placed` of them are in place. ValueError where that can't be.
     void restore(int32_t next_id, int32_t placed, const std::vector<int32_t>& live);
+    /// The same where nothing was removed.
+    void restore(int32_t next_id, int32_t placed);
     /// Calls visit(id) for each element that the next settling removes.
     template <class Visit>
     void each_discarded(Visit visit) const {
@@ -85,6 +87,8 @@ class Registry {
     static int32_t number_of(int32_t entry) { return is_marked(entry) ? kMark - entry : entry; }
 
     Page& page_of(int32_t id);
+    template <class Visit>
+    void each_part(int32_t first, int32_t end, Visit visit);
     void place_waiting();
     void remove_marked(std::vector<int32_t>& kept);
     void set_count(int32_t count);

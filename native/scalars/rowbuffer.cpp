@@ -5,6 +5,7 @@
 // each, and gives all of them out as CSR arrays when the model is updated. What it can't take as it
 // is, or finds faulty, it leaves to the general way, which also words the errors.
 #include <cmath>
+#include <cstring>
 
 #include "elements.hpp"
 #include "operands.hpp"
@@ -83,7 +84,7 @@ class RightSide {
         // Not of a derived class: a masked array has entries that aren't to be read.
         if (!Py_IS_TYPE(side, loaded_ndarray_type()) || dtype_kind(side) != 'f') return false;
         array_.emplace(side, PyBUF_RECORDS_RO);
-        if (!array_->has_format("d")) return false;
+        if (!array_->holds('d')) return false;
         const bool single = array_->size() == 1 && constant.size() == 1;
         if (!single && (*array_)->ndim != constant->ndim) return false;
         for (int d = 0; d < constant->ndim && !single; ++d)
@@ -113,7 +114,7 @@ class Part {
 
     bool fits(Py_ssize_t rows) const {
         return arrays_.is_whole(rows) && arrays_.indptr[rows] <= kMostTerms &&
-               variables_.has_format("O") && variables_->ndim == 1;
+               variables_.holds('O') && variables_->ndim == 1;
     }
 
     /// Appends the terms of a row; false where one of them isn't sound.
@@ -164,7 +165,7 @@ Ref append_block(PyObject* model, TempConstrObject* constr, uint8_t sense, RowDa
     Py_ssize_t rows = constant.size(), count = PyTuple_GET_SIZE(parts.get());
     RightSide right;
     std::optional<Part> opened[kMostParts];
-    if (!constant.has_format("d") || rows > kMostTerms || !right.take(constr->rhs, constant) ||
+    if (!constant.holds('d') || rows > kMostTerms || !right.take(constr->rhs, constant) ||
         !open_parts(parts, rows, opened))
         return Ref();
     Walker constants(constant);
@@ -268,8 +269,7 @@ Ref RowBuffer_arrays(PyObject* self, PyObject*) {
 }
 
 Ref RowBuffer_drop(PyObject* self, PyObject* argument) {
-    const Py_ssize_t count = PyLong_AsSsize_t(argument);
-    if (count == -1 && PyErr_Occurred()) throw PythonError();
+    const Py_ssize_t count = checked(PyLong_AsSsize_t(argument));
     RowData& rows = *as_buffer(self)->rows;
     if (count < 0 || static_cast<std::size_t>(count) > rows.rhs.size())
         raise(PyExc_ValueError, "there are %zu rows, %zd can't be dropped", rows.rhs.size(), count);
@@ -300,21 +300,30 @@ void RowBuffer_dealloc(PyObject* self) {
 
 PyMethodDef methods[] = {
     {"append", method<RowBuffer_append>(), METH_FASTCALL,
-     "append($self, model, constr, /)\n--\n\nTakes the rows of a TempConstr with a small compact "
-     "MLinExpr and data, or with scalar linear\nsides, and makes their handles: an object ndarray, "
-     "or one Constr. None where it takes nothing:\nthen the general way is to see to the "
-     "constraint."},
+     R"(append($self, model, constr, /)
+--
+
+Takes the rows of a TempConstr with a small compact MLinExpr and data, or with scalar linear
+sides, and makes their handles: an object ndarray, or one Constr. None where it takes nothing:
+then the general way is to see to the constraint.)"},
     {"arrays", method<RowBuffer_arrays>(), METH_NOARGS,
-     "arrays($self, /)\n--\n\nThe rows: (indptr int64, ids int32, data float64, rhs float64, "
-     "senses uint8)."},
+     R"(arrays($self, /)
+--
+
+The rows: (indptr int64, ids int32, data float64, rhs float64, senses uint8).)"},
     {"drop", method<RowBuffer_drop>(), METH_O,
-     "drop($self, count, /)\n--\n\nDrops the first rows, so many of them."},
+     R"(drop($self, count, /)
+--
+
+Drops the first rows, so many of them.)"},
     {nullptr},
 };
 
 PyType_Slot slots[] = {
-    {Py_tp_doc, const_cast<char*>("RowBuffer(mlinexpr_type)\n--\n\nRows of small linear "
-                                  "constraints that wait for an update, in order of creation.")},
+    {Py_tp_doc, const_cast<char*>(R"(RowBuffer(mlinexpr_type)
+--
+
+Rows of small linear constraints that wait for an update, in order of creation.)")},
     {Py_tp_new, slot<RowBuffer_new>()},
     {Py_tp_dealloc, reinterpret_cast<void*>(RowBuffer_dealloc)},
     {Py_tp_methods, methods},

@@ -1,5 +1,6 @@
 // Checks of the rows of large blocks, which a model takes as the arrays that they are.
 #include <algorithm>
+#include <cstring>
 #include <functional>
 
 #include "elements.hpp"
@@ -84,7 +85,7 @@ Ref product_rows(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 /// Whether an array, of which the caller has one new reference, is held by its matrix alone.
 bool is_held_once(const Ref& array) {
-    Ref base = checked(PyObject_GetAttrString(array.get(), "base"));
+    Ref base = field(array.get(), "base");
     return Py_REFCNT(array.get()) == 2 && base.get() == Py_None;
 }
 
@@ -164,22 +165,32 @@ Ref columns_of_rows(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef functions[] = {
     {"columns_of_rows", method<columns_of_rows>(), METH_FASTCALL,
-     "columns_of_rows(indptr, ids, data, columns, /)\n--\n\nThe same coefficients by column: "
-     "(indptr, rows, data). None where the arrays don't make up rows of\nthat many columns, or "
-     "their ids aren't int32."},
+     R"(columns_of_rows(indptr, ids, data, columns, /)
+--
+
+The same coefficients by column: (indptr, rows, data). None where the arrays don't make up rows of
+that many columns, or their ids aren't int32.)"},
     {"scan_rows", method<scan_rows>(), METH_FASTCALL,
-     "scan_rows(indptr, indices, data, /)\n--\n\nLooks through CSR rows: (whether all "
-     "coefficients are finite, whether indices rise in each row).\nNone where the arrays don't "
-     "make up rows: indptr starts at 0, never falls and ends within the data."},
+     R"(scan_rows(indptr, indices, data, /)
+--
+
+Looks through CSR rows: (whether all coefficients are finite, whether indices rise in each row).
+None where the arrays don't make up rows: indptr starts at 0, never falls and ends within the data.)"},
     {"product_rows", method<product_rows>(), METH_FASTCALL,
-     "product_rows(model, vararr, indptr, indices, data, /)\n--\n\nReads the rows of a CSR matrix "
-     "times variables: (ids of the variables of all coefficients int32, or\nNone where they equal "
-     "the indices; whether all coefficients are finite; whether ids are known to\nrise in each "
-     "row). None where the arrays don't make up rows of that many columns.\n\nTypeError and "
-     "TaviroError for variables as Model._ids has them."},
+     R"(product_rows(model, vararr, indptr, indices, data, /)
+--
+
+Reads the rows of a CSR matrix times variables: (ids of the variables of all coefficients int32, or
+None where they equal the indices; whether all coefficients are finite; whether ids are known to
+rise in each row). None where the arrays don't make up rows of that many columns.
+
+TypeError and TaviroError for variables as Model._ids has them.)"},
     {"holds_left_alone", method<holds_left_alone>(), METH_O,
-     "holds_left_alone(constr, /)\n--\n\nWhether nobody but a TempConstr holds its left side, a "
-     "compact MLinExpr, with its matrices\nand their arrays: then nothing can change them."},
+     R"(holds_left_alone(constr, /)
+--
+
+Whether nobody but a TempConstr holds its left side, a compact MLinExpr, with its matrices
+and their arrays: then nothing can change them.)"},
     {nullptr},
 };
 

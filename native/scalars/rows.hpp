@@ -6,15 +6,16 @@
 
 namespace taviropy {
 
+using namespace base;
+
 /// A one-dimensional array of int32 or int64 that lies in one piece.
 class IntegerArray {
   public:
     explicit IntegerArray(PyObject* array)
-        : buffer_(array, PyBUF_FORMAT | PyBUF_C_CONTIGUOUS), narrow_(buffer_.has_format("i")) {}
+        : buffer_(array, PyBUF_FORMAT | PyBUF_C_CONTIGUOUS), narrow_(buffer_.holds('i')) {}
 
     bool fits() const {
-        return buffer_->ndim == 1 &&
-               (narrow_ || buffer_.has_format("l") || buffer_.has_format("q"));
+        return buffer_->ndim == 1 && (narrow_ || buffer_.holds('l') || buffer_.holds('q'));
     }
     Py_ssize_t size() const { return buffer_.size(); }
     bool is_narrow() const { return narrow_; }
@@ -39,7 +40,7 @@ struct CsrArrays {
 
     /// Whether the arrays make up `rows` rows: indptr starts at 0, never falls and stays within.
     bool is_whole(Py_ssize_t rows) const {
-        if (!indptr.fits() || !indices.fits() || data->ndim != 1 || !data.has_format("d") ||
+        if (!indptr.fits() || !indices.fits() || data->ndim != 1 || !data.holds('d') ||
             indptr.size() != rows + 1 || indptr[0] != 0)
             return false;
         for (Py_ssize_t row = 0; row < rows; ++row)

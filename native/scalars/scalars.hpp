@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/layouts.hpp"
 #include "base/python.hpp"
-#include "layouts.hpp"
 
 namespace taviropy {
+
+using namespace base;
 
 /// The package's numeric kinds of model elements.
 enum ElementKind : int { kVar = 1, kConstr = 2, kQConstr = 4, kGenConstr = 5 };
@@ -40,7 +42,6 @@ enum class Op : int {
     abs,
 };
 constexpr int kOps = static_cast<int>(Op::abs) + 1;
-constexpr bool is_function(Op op) { return op >= Op::exp; }
 
 /// An immutable node of an expression tree, with its children in line.
 struct ExprTreeObject {

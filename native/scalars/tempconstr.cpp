@@ -88,8 +88,10 @@ PyMethodDef methods[] = {
 
 PyType_Slot slots[] = {
     {Py_tp_doc, const_cast<char*>(
-                    "TempConstr(lhs, sense, rhs)\n--\n\nA comparison of expressions, as <=, >= and "
-                    "== make it, on its way to Model.addConstr.")},
+                    R"(TempConstr(lhs, sense, rhs)
+--
+
+A comparison of expressions, as <=, >= and == make it, on its way to Model.addConstr.)")},
     {Py_tp_new, slot<TempConstr_new>()},
     {Py_tp_dealloc, reinterpret_cast<void*>(TempConstr_dealloc)},
     {Py_tp_traverse, reinterpret_cast<void*>(TempConstr_traverse)},

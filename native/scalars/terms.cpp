@@ -137,6 +137,22 @@ class MergedTerms {
     std::vector<TermKey> keys_;
 };
 
+/// Merges the equal terms of lists of one length, by their one or two variables.
+template <class... Fields>
+void merge_terms(PyObject*& coeffs, Fields&... vars) {
+    const Py_ssize_t size = PyList_GET_SIZE(coeffs);
+    MergedTerms merged(size);
+    for (Py_ssize_t k = 0; k < size; ++k)
+        merged.add(k, TermKey::of(variable(PyList_GET_ITEM(vars, k))...),
+                   coefficient(PyList_GET_ITEM(coeffs, k)));
+    if (static_cast<Py_ssize_t>(merged.sums.size()) == size) return;
+    Ref made[] = {merged.coefficients(), merged.first_of(PySequence_Fast_ITEMS(vars))...};
+    PyObject** fields[] = {&coeffs, &vars...};
+    Ref old[std::size(made)];
+    for (std::size_t k = 0; k < std::size(made); ++k)
+        old[k] = replace(*fields[k], std::move(made[k]));
+}
+
 }  // namespace
 
 Ref scaled_linexpr(const LinearView& view, double factor) {
@@ -182,7 +198,7 @@ Ref linear_product(const LinearView& left, const LinearView& right) {
 }
 
 Ref scaled_quadexpr(QuadExprObject* quadexpr, double factor) {
-    QuadraticView view = quadratic_view(quadexpr);
+    QuadraticView view = view_of(quadexpr);
     ListBuilder coeffs(view.size), vars1(view.size), vars2(view.size);
     coeffs.append_coefficients(view.coeffs, view.size, factor);
     vars1.append_variables(view.vars1, view.size);
@@ -196,11 +212,11 @@ Ref quadratic_sum(const Operand& left, const Operand& right, double factor) {
                   ? scaled_quadexpr(as_quadexpr(left.object), 1.0)
                   : new_quadexpr(scaled_linexpr(linear_view(left), 1.0), empty_list(), empty_list(),
                                  empty_list());
-    add_to_quadexpr(as_quadexpr(sum.get()), right, factor);
+    add_to(as_quadexpr(sum.get()), right, factor);
     return sum;
 }
 
-void add_to_linexpr(LinExprObject* linexpr, const Operand& operand, double factor) {
+void add_to(LinExprObject* linexpr, const Operand& operand, double factor) {
     LinearView view = linear_view(operand);
     linear_view(linexpr);  // refuses lists that don't match
     if (view.size == 1) {
@@ -216,28 +232,28 @@ void add_to_linexpr(LinExprObject* linexpr, const Operand& operand, double facto
     linexpr->constant += factor * view.constant;
 }
 
-void add_to_quadexpr(QuadExprObject* quadexpr, const Operand& operand, double factor) {
+void add_to(QuadExprObject* quadexpr, const Operand& operand, double factor) {
     if (operand.kind != OperandKind::quadratic)
-        return add_to_linexpr(linear_part(quadexpr), operand, factor);
-    quadratic_view(quadexpr);
+        return add_to(linear_part(quadexpr), operand, factor);
+    view_of(quadexpr);
     QuadExprObject* other = as_quadexpr(operand.object);
-    QuadraticView view = quadratic_view(other);
+    QuadraticView view = view_of(other);
     Ref coeffs = coefficient_list(other->coeffs, view.coeffs, view.size, factor);
     Ref vars1 = variable_list(other->vars1, view.vars1, view.size);
     Ref vars2 = variable_list(other->vars2, view.vars2, view.size);
     // The linear part comes first: it is what may still be refused.
-    add_to_linexpr(linear_part(quadexpr), {OperandKind::linear, other->linear, 0.0}, factor);
+    add_to(linear_part(quadexpr), {OperandKind::linear, other->linear, 0.0}, factor);
     extend_lists({{quadexpr->coeffs, coeffs.get()},
                   {quadexpr->vars1, vars1.get()},
                   {quadexpr->vars2, vars2.get()}});
 }
 
-void scale_linexpr(LinExprObject* linexpr, double factor) {
+void scale(LinExprObject* linexpr, double factor) {
     Ref old = replace(linexpr->coeffs, scaled_list(linexpr->coeffs, factor));
     linexpr->constant *= factor;
 }
 
-void scale_quadexpr(QuadExprObject* quadexpr, double factor) {
+void scale(QuadExprObject* quadexpr, double factor) {
     LinExprObject* linear = linear_part(quadexpr);
     Ref coeffs = scaled_list(quadexpr->coeffs, factor);
     Ref linear_coeffs = scaled_list(linear->coeffs, factor);
@@ -248,40 +264,22 @@ void scale_quadexpr(QuadExprObject* quadexpr, double factor) {
 
 Ref list_item(PyObject* list, PyObject* index, const char* type) {
     Ref keep = borrow(list);  // the index may be an object that changes the expression
-    Py_ssize_t k = PyNumber_AsSsize_t(index, PyExc_IndexError);
-    if (k == -1 && PyErr_Occurred()) throw PythonError();
+    Py_ssize_t k = checked(PyNumber_AsSsize_t(index, PyExc_IndexError));
     if (k < 0 || k >= PyList_GET_SIZE(list))
         raise(PyExc_IndexError, "%s has no term %zd: it has %zd terms, from 0", type, k,
               PyList_GET_SIZE(list));
     return borrow(PyList_GET_ITEM(list, k));
 }
 
-void normalize_linexpr(LinExprObject* linexpr) {
-    LinearView view = linear_view(linexpr);
-    MergedTerms merged(view.size);
-    for (Py_ssize_t k = 0; k < view.size; ++k)
-        merged.add(k, TermKey::of(variable(view.vars[k])), coefficient(view.coeffs[k]));
-    if (static_cast<Py_ssize_t>(merged.sums.size()) == view.size) return;
-    Ref coeffs = merged.coefficients();
-    Ref vars = merged.first_of(view.vars);
-    Ref old_coeffs = replace(linexpr->coeffs, std::move(coeffs));
-    Ref old_vars = replace(linexpr->vars, std::move(vars));
+void normalize(LinExprObject* linexpr) {
+    linear_view(linexpr);  // refuses lists that don't match
+    merge_terms(linexpr->coeffs, linexpr->vars);
 }
 
-void normalize_quadexpr(QuadExprObject* quadexpr) {
-    normalize_linexpr(linear_part(quadexpr));
-    QuadraticView view = quadratic_view(quadexpr);
-    MergedTerms merged(view.size);
-    for (Py_ssize_t k = 0; k < view.size; ++k)
-        merged.add(k, TermKey::of(variable(view.vars1[k]), variable(view.vars2[k])),
-                   coefficient(view.coeffs[k]));
-    if (static_cast<Py_ssize_t>(merged.sums.size()) == view.size) return;
-    Ref coeffs = merged.coefficients();
-    Ref vars1 = merged.first_of(view.vars1);
-    Ref vars2 = merged.first_of(view.vars2);
-    Ref old_coeffs = replace(quadexpr->coeffs, std::move(coeffs));
-    Ref old_vars1 = replace(quadexpr->vars1, std::move(vars1));
-    Ref old_vars2 = replace(quadexpr->vars2, std::move(vars2));
+void normalize(QuadExprObject* quadexpr) {
+    normalize(linear_part(quadexpr));
+    view_of(quadexpr);
+    merge_terms(quadexpr->coeffs, quadexpr->vars1, quadexpr->vars2);
 }
 
 }  // namespace taviropy

@@ -46,10 +46,10 @@ Ref scaled_quadexpr(QuadExprObject* quadexpr, double factor);
 Ref quadratic_sum(const Operand& left, const Operand& right, double factor);
 
 /// linexpr += factor * operand; nothing is changed where it fails.
-void add_to_linexpr(LinExprObject* linexpr, const Operand& operand, double factor);
-void add_to_quadexpr(QuadExprObject* quadexpr, const Operand& operand, double factor);
-void scale_linexpr(LinExprObject* linexpr, double factor);
-void scale_quadexpr(QuadExprObject* quadexpr, double factor);
+void add_to(LinExprObject* linexpr, const Operand& operand, double factor);
+void add_to(QuadExprObject* quadexpr, const Operand& operand, double factor);
+void scale(LinExprObject* linexpr, double factor);
+void scale(QuadExprObject* quadexpr, double factor);
 
 /// The value of a linear expression at the last solution.
 double linexpr_value(LinExprObject* linexpr);
@@ -58,7 +58,7 @@ double linexpr_value(LinExprObject* linexpr);
 Ref list_item(PyObject* list, PyObject* index, const char* type);
 
 /// Merges equal variables in the order of their first appearance.
-void normalize_linexpr(LinExprObject* linexpr);
-void normalize_quadexpr(QuadExprObject* quadexpr);
+void normalize(LinExprObject* linexpr);
+void normalize(QuadExprObject* quadexpr);
 
 }  // namespace taviropy

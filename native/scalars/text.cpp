@@ -78,7 +78,7 @@ void push_children(const ExprTreeObject* node, std::vector<Piece>& todo) {
 Ref linexpr_text(LinExprObject* linexpr) { return unicode(linear_text(linexpr)); }
 
 Ref quadexpr_text(QuadExprObject* quadexpr) {
-    Py_ssize_t size = quadratic_view(quadexpr).size;
+    Py_ssize_t size = view_of(quadexpr).size;
     std::vector<Ref> coeffs = shown(quadexpr->coeffs);
     std::vector<Ref> vars1 = shown(quadexpr->vars1), vars2 = shown(quadexpr->vars2);
     std::string out = linear_text(linear_part(quadexpr));

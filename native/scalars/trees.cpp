@@ -3,7 +3,7 @@
 //
 // Operation k of a tree has a code, two arguments and a number. A constant has its number, a
 // variable its id as first argument; all others have the places of their arguments within the
-// tree, -1 where there is none. Sums and products of many become chains of two. The value of a tree
+// tree, -1 where there is none. Sums of many become chains of two. The value of a tree
 // is that of its last operation.
 #include <array>
 #include <unordered_map>
@@ -65,8 +65,7 @@ class Program {
         if (node->op == Op::var)
             return append(operation(node->op, checked_id(model_, kVar, node->data, row)));
         const Py_ssize_t count = Py_SIZE(node);
-        if (count == 0)  // an empty sum, or an empty product
-            return append(operation(Op::constant, kNone, kNone, node->op == Op::plus ? 0.0 : 1.0));
+        if (count == 0) return append(operation(Op::constant, kNone));  // an empty sum
         auto place_of = [&](Py_ssize_t k) { return places.at(as_node(node->children[k])); };
         int32_t place = append(operation(node->op, place_of(0), count > 1 ? place_of(1) : kNone));
         for (Py_ssize_t k = 2; k < count; ++k)
@@ -108,8 +107,8 @@ struct TreeArrays {
           first(arrays[2], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           second(arrays[3], PyBUF_CONTIG_RO | PyBUF_FORMAT),
           numbers(arrays[4], PyBUF_CONTIG_RO | PyBUF_FORMAT) {
-        if (!(indptr.has_format("l") || indptr.has_format("q")) || !codes.has_format("B") ||
-            !first.has_format("i") || !second.has_format("i") || !numbers.has_format("d"))
+        if (!(indptr.holds('l') || indptr.holds('q')) || !codes.holds('B') || !first.holds('i') ||
+            !second.holds('i') || !numbers.holds('d'))
             raise(PyExc_TypeError,
                   "trees are arrays of int64, uint8, int32, int32 and float64, as gather_trees "
                   "gives them");
@@ -136,7 +135,7 @@ Ref tree_values(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("tree_values", nargs, 6, 6);
     TreeArrays trees(args);
     Buffer point(args[5], PyBUF_CONTIG_RO | PyBUF_FORMAT);
-    if (!point.has_format("d")) raise(PyExc_TypeError, "the point is an array of float64");
+    if (!point.holds('d')) raise(PyExc_TypeError, "the point is an array of float64");
     const auto* x = static_cast<const double*>(point->buf);
     const auto* codes = static_cast<const uint8_t*>(trees.codes->buf);
     const auto* first = static_cast<const int32_t*>(trees.first->buf);
@@ -168,19 +167,25 @@ Ref tree_values(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
 
 PyMethodDef functions[] = {
     {"gather_trees", method<gather_trees>(), METH_FASTCALL,
-     "gather_trees(model, roots, /)\n--\n\nExpression trees as arrays (indptr int64, codes uint8, "
-     "first int32, second int32, numbers float64):\nthe operations of tree i are at "
-     "indptr[i]:indptr[i + 1], each after those that it uses, and what\nis used more than once "
-     "stands once. codes are places in TREE_OPERATIONS. A constant has its number,\na variable its "
-     "id in first; all others have the places of their arguments within the tree, -1 where\nthere "
-     "is none.\n\nroots is an object ndarray of any strides (C order) or a list of _ExprTree. "
-     "TypeError for another type,\nTaviroError for a variable of another model or a removed "
-     "one."},
+     R"(gather_trees(model, roots, /)
+--
+
+Expression trees as arrays (indptr int64, codes uint8, first int32, second int32, numbers float64):
+the operations of tree i are at indptr[i]:indptr[i + 1], each after those that it uses, and what
+is used more than once stands once. codes are places in TREE_OPERATIONS. A constant has its number,
+a variable its id in first; all others have the places of their arguments within the tree, -1 where
+there is none.
+
+roots is an object ndarray of any strides (C order) or a list of _ExprTree. TypeError for another type,
+TaviroError for a variable of another model or a removed one.)"},
     {"tree_values", method<tree_values>(), METH_FASTCALL,
-     "tree_values(indptr, codes, first, second, numbers, x, /)\n--\n\nThe value of each tree "
-     "(float64) where the variables have the values x, a contiguous float64 array;\nthe ids of "
-     "variables in first are places in x.\n\nValueError and TypeError for arrays that make up no "
-     "trees."},
+     R"(tree_values(indptr, codes, first, second, numbers, x, /)
+--
+
+The value of each tree (float64) where the variables have the values x, a contiguous float64 array;
+the ids of variables in first are places in x.
+
+ValueError and TypeError for arrays that make up no trees.)"},
     {nullptr},
 };
 

@@ -13,6 +13,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 namespace {
 
 enum class Kind { arithmetic, order, equality };
@@ -185,7 +187,7 @@ bool is_asked_next(PyObject* operand) {
         return false;
     }
     Ref ndarray = import_name("numpy", "ndarray");
-    Ref common = checked(PyObject_GetAttrString(ndarray.get(), "__array_ufunc__"));
+    Ref common = field(ndarray.get(), "__array_ufunc__");
     return own.get() != common.get();
 }
 
@@ -291,11 +293,12 @@ PyType_Slot type_slots[] = {
 PyType_Spec type_spec = {"taviropy._ufunc.ArrayUfunc", sizeof(ArrayUfunc), 0,
                          Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC, type_slots};
 
-PyMethodDef functions[] = {
-    {"define_order", method<define_order>(), METH_O,
-     "define_order(cls)\n--\n\nGives the class those of <, <=, > and >= that it lacks: a TypeError "
-     "beside an array, in Python's own words, and NotImplemented beside anything else."},
-    {nullptr, nullptr, 0, nullptr}};
+PyMethodDef functions[] = {{"define_order", method<define_order>(), METH_O,
+                            R"(define_order(cls)
+--
+
+Gives the class those of <, <=, > and >= that it lacks: a TypeError beside an array, in Python's own words, and NotImplemented beside anything else.)"},
+                           {nullptr, nullptr, 0, nullptr}};
 
 void execute(PyObject* module) {
     check(PyModule_AddFunctions(module, functions));

@@ -137,28 +137,37 @@ Ref sparse_left_matmul_kernel(PyObject*, PyObject* args, PyObject* kwargs) {
 
 PyMethodDef kernel_methods[] = {
     {"_dense_matmul_kernel", method<dense_matmul_kernel>(), METH_VARARGS | METH_KEYWORDS,
-     "_dense_matmul_kernel(left_arr, right_arr, f_multiply, f_sum)\n--\n\nThe matrix product of "
-     "two "
-     "object arrays of one or two dimensions: out[i, j] is\nf_sum([f_multiply(left[i, k], right[k, "
-     "j]) for each k]).\n\nAn object ndarray of the product's shape; ValueError where the shapes "
-     "do "
-     "not fit."},
+     R"(_dense_matmul_kernel(left_arr, right_arr, f_multiply, f_sum)
+--
+
+The matrix product of two object arrays of one or two dimensions: out[i, j] is
+f_sum([f_multiply(left[i, k], right[k, j]) for each k]).
+
+An object ndarray of the product's shape; ValueError where the shapes do not fit.)"},
     {"_sparse_right_matmul_kernel", method<sparse_right_matmul_kernel>(),
      METH_VARARGS | METH_KEYWORDS,
-     "_sparse_right_matmul_kernel(left_arr, right, f_multiply, f_sum)\n--\n\nAs the dense kernel, "
-     "over "
-     "the stored entries of each column of a SciPy sparse matrix, row numbers\nrising and zeros "
-     "kept; each entry passes as a float.\n\nValueError for a malformed matrix as well."},
+     R"(_sparse_right_matmul_kernel(left_arr, right, f_multiply, f_sum)
+--
+
+As the dense kernel, over the stored entries of each column of a SciPy sparse matrix, row numbers
+rising and zeros kept; each entry passes as a float.
+
+ValueError for a malformed matrix as well.)"},
     {"_sparse_left_matmul_kernel", method<sparse_left_matmul_kernel>(),
      METH_VARARGS | METH_KEYWORDS,
-     "_sparse_left_matmul_kernel(left, right_arr, f_multiply, f_sum)\n--\n\nAs the dense kernel, "
-     "over "
-     "the stored entries of each row of a SciPy sparse matrix, column numbers\nrising and zeros "
-     "kept; "
-     "each entry passes as a float.\n\nValueError for a malformed matrix as well."},
+     R"(_sparse_left_matmul_kernel(left, right_arr, f_multiply, f_sum)
+--
+
+As the dense kernel, over the stored entries of each row of a SciPy sparse matrix, column numbers
+rising and zeros kept; each entry passes as a float.
+
+ValueError for a malformed matrix as well.)"},
     {"_dense_array", method<dense_array>(), METH_O,
-     "_dense_array(matrix, /)\n--\n\nmatrix.toarray() for a SciPy sparse matrix or array; "
-     "ValueError where it is malformed, which SciPy\nitself would not notice."},
+     R"(_dense_array(matrix, /)
+--
+
+matrix.toarray() for a SciPy sparse matrix or array; ValueError where it is malformed, which SciPy
+itself would not notice.)"},
     {nullptr},
 };
 

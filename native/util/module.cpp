@@ -14,7 +14,7 @@ void* model_pointer(PyObject* model) {
     static LazyModule scalars("taviropy._scalars");
     Ref data_of = scalars.get("data_of");
     Ref data = checked(PyObject_CallOneArg(data_of.get(), model));
-    Ref handle = checked(PyObject_GetAttrString(data.get(), "handle"));
+    Ref handle = field(data.get(), "handle");
     if (!PyCapsule_IsValid(handle.get(), kHandleName))
         raise(PyExc_TypeError, "expected a Model, not '%s'", Py_TYPE(model)->tp_name);
     return PyCapsule_GetPointer(handle.get(), kHandleName);

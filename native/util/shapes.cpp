@@ -8,13 +8,14 @@ namespace taviropy {
 
 namespace {
 
+constexpr Py_ssize_t most_dimensions = 64;  // of NumPy's arrays
+
 Ref isscalar(PyObject*, PyObject* value) { return checked(PyBool_FromLong(is_number(value))); }
 
 Ref isstr(PyObject*, PyObject* value) { return checked(PyBool_FromLong(PyUnicode_Check(value))); }
 
 Py_ssize_t whole_number(PyObject* object) {
-    Py_ssize_t value = PyNumber_AsSsize_t(object, PyExc_OverflowError);
-    if (value == -1 && PyErr_Occurred()) throw PythonError();
+    Py_ssize_t value = checked(PyNumber_AsSsize_t(object, PyExc_OverflowError));
     return value;
 }
 
@@ -74,7 +75,9 @@ Ref axis_to_axeslist(PyObject*, PyObject* const* args, Py_ssize_t nargs) {
     check_count("_axis_to_axeslist", nargs, 2, 2);
     PyObject* axis = args[0];
     Py_ssize_t ndim = whole_number(args[1]);
-    if (ndim < 0) raise(PyExc_ValueError, "the number of dimensions is %zd", ndim);
+    if (ndim < 0 || ndim > most_dimensions)
+        raise(PyExc_ValueError, "the number of dimensions is %zd; arrays have at most %zd", ndim,
+              most_dimensions);
     std::vector<bool> reduced(ndim, axis == Py_None);
     if (PyTuple_Check(axis) || PyList_Check(axis)) {
         Ref axes = checked(PySequence_Tuple(axis));
@@ -98,7 +101,7 @@ bool same_shape(const Buffer& a, const Buffer& b) {
 bool refs_match(PyObject* arr1, PyObject* arr2) {
     if (arr1 == Py_None || arr2 == Py_None) return false;
     Buffer a(arr1, PyBUF_RECORDS_RO), b(arr2, PyBUF_RECORDS_RO);
-    if (!a.has_format("O") || !b.has_format("O"))
+    if (!a.holds('O') || !b.holds('O'))
         raise(PyExc_TypeError,
               "expected arrays of dtype object, got the buffer formats '%s' and '%s'", a->format,
               b->format);
@@ -163,27 +166,43 @@ void refuse_product(const Shape& left_shape, const Shape& right_shape) {
 
 PyMethodDef shape_methods[] = {
     {"_isscalar", method<isscalar>(), METH_O,
-     "_isscalar(value, /)\n--\n\nWhether the value is a number, as numbers.Number knows it, or "
-     "NumPy's bool; an array without\ndimensions is none."},
-    {"_isstr", method<isstr>(), METH_O, "_isstr(value, /)\n--\n\nWhether the value is a string."},
+     R"(_isscalar(value, /)
+--
+
+Whether the value is a number, as numbers.Number knows it, or NumPy's bool; an array without
+dimensions is none.)"},
+    {"_isstr", method<isstr>(), METH_O, R"(_isstr(value, /)
+--
+
+Whether the value is a string.)"},
     {"_broadcast_shapes", method<broadcast_shapes>(), METH_FASTCALL,
-     "_broadcast_shapes(*shapes)\n--\n\nThe shape (tuple of int) to which the shapes broadcast; an "
-     "int "
-     "counts as a shape.\n\nValueError, with both shapes, where two don't broadcast."},
+     R"(_broadcast_shapes(*shapes)
+--
+
+The shape (tuple of int) to which the shapes broadcast; an int counts as a shape.
+
+ValueError, with both shapes, where two don't broadcast.)"},
     {"_matmul_shape", method<matmul_shape>(), METH_VARARGS | METH_KEYWORDS,
-     "_matmul_shape(shape_left, shape_right, do_raise=True)\n--\n\nThe shape (tuple of int) of a "
-     "matrix product of operands of one or two dimensions.\n\nFor a pair that does not fit a "
-     "ValueError, or None without do_raise."},
+     R"(_matmul_shape(shape_left, shape_right, do_raise=True)
+--
+
+The shape (tuple of int) of a matrix product of operands of one or two dimensions.
+
+For a pair that does not fit a ValueError, or None without do_raise.)"},
     {"_axis_to_axeslist", method<axis_to_axeslist>(), METH_FASTCALL,
-     "_axis_to_axeslist(axis, ndim, /)\n--\n\nA list of ndim ints: -1 for an axis that is reduced, "
-     "its "
-     "place in the result for any other.\n\naxis is an int, a tuple or list of them, or None for "
-     "all; "
-     "negative ones count from the end.\nIndexError for an axis out of bounds or given twice."},
+     R"(_axis_to_axeslist(axis, ndim, /)
+--
+
+A list of ndim ints: -1 for an axis that is reduced, its place in the result for any other.
+
+axis is an int, a tuple or list of them, or None for all; negative ones count from the end.
+IndexError for an axis out of bounds or given twice.)"},
     {"_all_refs_match", method<all_refs_match>(), METH_FASTCALL,
-     "_all_refs_match(arr1, arr2, /)\n--\n\nWhether two object arrays of one shape hold the very "
-     "same "
-     "objects, slot by slot. False for\nempty arrays and for None."},
+     R"(_all_refs_match(arr1, arr2, /)
+--
+
+Whether two object arrays of one shape hold the very same objects, slot by slot. False for
+empty arrays and for None.)"},
     {nullptr},
 };
 

@@ -7,6 +7,8 @@
 
 namespace taviropy {
 
+using namespace base;
+
 using Shape = std::vector<Py_ssize_t>;
 
 /// A shape from an int or a sequence of ints; ValueError for a negative extent.

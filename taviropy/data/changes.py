@@ -9,6 +9,7 @@ from numpy.typing import NDArray
 
 from .attributes import LINEAR, VARIABLE
 from .entries import Entries
+from .values import rising
 
 Indices = NDArray[np.int32]
 _NONE = np.empty(0, np.int32)
@@ -106,9 +107,7 @@ class ChangeLog:
         parts = [part for name in names if name in self._at for part in self._at[name].parts]
         if not parts:
             return _NONE
-        at = parts[0] if len(parts) == 1 else np.concatenate(parts)
-        if not (at[1:] > at[:-1]).all():
-            at = np.unique(at)
+        at = rising(parts)
         if len(at) and at[-1] >= count:
             at = at[at < count]
         return at.astype(np.int32)
@@ -135,12 +134,12 @@ class _Positions:
         self.parts.append(positions)
         self._room -= 1 + len(positions)
         if self._room < 0:
-            self.parts = [np.unique(np.concatenate(self.parts))]
+            self.parts = [rising(self.parts)]
             self._room = 1024 + len(self.parts[0])
 
     def renumber(self, kept: Indices) -> None:
         """Follow a removal: `kept` are the old indices that stay."""
-        at = np.unique(np.concatenate(self.parts))
+        at = rising(self.parts)
         new = np.searchsorted(kept, at)
         stays = new < len(kept)
         stays[stays] = kept[new[stays]] == at[stays]

@@ -39,11 +39,11 @@ class Violation:
 class Check:
     """What `Model.check` found out.
 
-    ``violations`` holds one Violation a kind that the model has: "bounds", "integrality", "rows",
-    "quadratic rows", "nonlinear rows", "indicators"; with dual values also "stationarity" (the
-    gradient that costs, dual values and reduced costs leave), "complementarity" (the largest dual
-    value times the slack of the side that it belongs to) and "gap" (the sum of these, relative to
-    the objective).
+    ``violations`` holds one Violation a kind that the model has: "bounds", "integrality",
+    "semi-continuity", "rows", "quadratic rows", "nonlinear rows", "indicators"; with dual values
+    also "stationarity" (the gradient that costs, dual values and reduced costs leave),
+    "complementarity" (the largest dual value times the slack of the side that it belongs to) and
+    "gap" (the sum of these, relative to the objective).
     """
 
     violations: tuple[Violation, ...]
@@ -96,7 +96,7 @@ class _Duals(NamedTuple):
     @classmethod
     def of(cls, data: ModelData, view: View) -> _Duals | None:
         """Those of the solution, None where it doesn't have all."""
-        if view.general_count:
+        if view.general_count or view.nonlinear_objective is not None:
             return None
         counts = {"Dual": view.row_count, "QDual": view.quadratic_count}
         found = []
@@ -116,6 +116,10 @@ def _primal(view: View, x: Floats) -> Iterator[Violation]:
     if view.has_integers:
         whole = np.where(columns.is_integer, abs(x - np.round(x)), 0.0)
         yield _worst("integrality", whole, view.column_name)
+    if columns.semi is not None:
+        semi, values = columns.semi, x[columns.semi.at]
+        apart = np.minimum(abs(values), _beyond(values, semi.lower, semi.upper))
+        yield _worst("semi-continuity", apart, _at(semi.at, view.column_name))
     if view.row_count:
         yield _worst("rows", _beyond(view.rows.products(x), *view.sides()), view.row_name)
     quadratic = view.quadratic_rows

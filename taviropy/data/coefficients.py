@@ -7,8 +7,10 @@ from typing import Any, NamedTuple
 import numpy as np
 from numpy.typing import NDArray
 
+from .._exception import TaviroError
 from .._matrixapi import MConstr
 from .._scalars import Constr
+from .._tvo import TVO
 from .attributes import CHARACTERS, LINEAR
 from .model_data import ModelData
 from .values import Floats, invalid
@@ -61,6 +63,11 @@ def read_coefficients(data: ModelData, constrs: Any) -> Coefficients:
 def read_objective(data: ModelData) -> ObjectiveCoefficients:
     """The objective as it is in the model."""
     view, quadratic = View(data), None
+    if view.nonlinear_objective is not None:
+        raise TaviroError(
+            TVO.Error.NOT_SUPPORTED,
+            "The objective is nonlinear, and has no coefficients: m.Objective is its value",
+        )
     terms = view.quadratic_objective
     if terms is not None:
         import scipy.sparse as sp

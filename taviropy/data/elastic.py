@@ -11,8 +11,9 @@ from numpy.typing import NDArray
 from .model_data import ModelData
 from .quadratic import QuadraticTerms
 from .rows import Columns, Rows
+from .trees import Trees
 from .values import Floats
-from .view import ColumnData, View
+from .view import ColumnData, SemiColumns, View
 
 Numbers = NDArray[np.intp]
 
@@ -82,11 +83,21 @@ class Elastic(View):
             np.concatenate([lower, np.zeros(count)]),
             np.concatenate([upper, np.full(count, np.inf)]),
             np.concatenate([given.is_integer, np.zeros(count, bool)]),
+            given.semi,
         )
 
     def columns(self, at: Any = slice(None)) -> ColumnData:
         """Data of columns; what gives comes last."""
-        return ColumnData(*(array[at] for array in self._all_columns))
+        whole = self._all_columns
+        semi, arrays = whole.semi, (whole.costs, whole.lower, whole.upper, whole.is_integer)
+        if semi is not None:
+            numbers = np.full(self.column_count, -1)
+            numbers[semi.at] = np.arange(len(semi.at))
+            place = np.flatnonzero(numbers[at] >= 0)
+            which = numbers[at][place]
+            semi = SemiColumns(place, semi.lower[which], semi.upper[which])
+        costs, lower, upper, is_integer = (array[at] for array in arrays)
+        return ColumnData(costs, lower, upper, is_integer, semi)
 
     def costs(self, at: Any) -> Floats:
         """The weights of what gives, zeros before them."""
@@ -165,6 +176,11 @@ class Elastic(View):
 
     @property
     def quadratic_objective(self) -> QuadraticTerms | None:
+        """None."""
+        return None
+
+    @property
+    def nonlinear_objective(self) -> Trees | None:
         """None."""
         return None
 

@@ -96,8 +96,9 @@ class Elements:
             "names": self.names.state(),
         }
 
-    def restore(self, state: dict[str, Any]) -> None:
-        """Take over the data of others, where there are none so far; they are copied."""
+    def restore(self, state: dict[str, Any], takes_arrays: bool) -> None:
+        """Take over the data of others, where there are none so far; arrays that nobody else holds
+        may be taken, others are copied."""
         columns = state["columns"]
         for name in self._arrays:
             if name not in columns:
@@ -107,13 +108,11 @@ class Elements:
             needed = self.need(name).dtype
             if column.dtype != needed or column.shape != (size,):
                 raise ValueError(f"{name}: {column.dtype} {column.shape}, not {needed} ({size},)")
-            self._arrays[name] = column.copy()
+            self._arrays[name] = column if takes_arrays else column.copy()
         live = state["live_ids"]
-        if live is None and state["next_id"] != size:
-            raise ValueError(f"{size} entries for {state['next_id']} elements")
-        live = np.arange(size, dtype=np.int32) if live is None else live
-        if len(live) != size:
-            raise ValueError(f"{size} entries for {len(live)} elements")
+        count = state["next_id"] if live is None else len(live)
+        if count != size:
+            raise ValueError(f"{size} entries for {count} elements")
         self.numbering.restore(state["next_id"], state["count"], live)
         self.numbering.discard(state["discarded_ids"])
         self.names.restore(state["names"])

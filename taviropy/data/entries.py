@@ -11,7 +11,7 @@ from .._matrixapi import MConstr, MVar
 from .._scalars import Constr, ModelCore, Var
 from .attributes import LINEAR, VARIABLE
 from .rows import Rows, offsets
-from .values import Floats, Ids, invalid, shortened
+from .values import Floats, Ids, invalid, rising, shortened
 
 
 class Entries(NamedTuple):
@@ -54,7 +54,7 @@ def read_entries(core: ModelCore, constrs: Any, variables: Any, coefficients: An
     if not np.isfinite(values).all():
         raise invalid(f"A coefficient is {values[np.argmin(np.isfinite(values))]}: make it finite")
     for noun, each in (("constraint", row_ids), ("variable", ids)):
-        if len(np.unique(each)) < len(each):
+        if len(rising([each])) < len(each):
             raise invalid(f"A {noun} comes twice in the block: its coefficients would be ambiguous")
     return Entries(row_ids[rows], ids[columns], values)
 

@@ -2,16 +2,14 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
-from functools import wraps
-from typing import Any, Concatenate
+from typing import Any
 
 import numpy as np
 from numpy.typing import NDArray
 
 from .._exception import TaviroError
-from .._matrixapi import MConstr, MGenConstr, MLinExpr, MQConstr, MVar
-from .._scalars import Constr, GenConstr, ModelCore, QConstr, RowBuffer, TempConstr, Var, data_of
+from .._matrixapi import MConstr, MLinExpr, MVar
+from .._scalars import Constr, ModelCore, RowBuffer, TempConstr, Var, data_of
 from .._tvo import TVO
 from .attributes import (
     ATTRIBUTES,
@@ -22,6 +20,7 @@ from .attributes import (
     KIND_NAMES,
     LINEAR,
     OF_SOLUTION,
+    ON_DEMAND,
     QUADRATIC,
     STRING,
     VARIABLE,
@@ -29,6 +28,8 @@ from .attributes import (
 from .changes import ChangeLog, Changes
 from .elements import Elements
 from .entries import Entries, patched
+from .handles import handles_in
+from .locks import CHANGING, CLOSED, changing
 from .objective import Objective, ParsedObjective, objective_sense, parse_objective
 from .rows import Rows, Store
 from .solution import Solution
@@ -44,45 +45,13 @@ from .values import (
     convert,
     cut_binaries,
     invalid,
+    rising,
     scalar_column,
     type_codes,
 )
 
 _DECODED = {name: np.array(list(text), "U1") for name, text in CHARACTERS.items()}
-HANDLES = (
-    (VARIABLE, Var, MVar, "_vararr"),
-    (LINEAR, Constr, MConstr, "_constrarr"),
-    (QUADRATIC, QConstr, MQConstr, "_qconstrarr"),
-    (GENERAL, GenConstr, MGenConstr, "_constrarr"),
-)
 _REMOVED = -2  # the number of an element that was removed
-CLOSED = "The model is closed: create a new one with taviropy.Model()"
-SOLVING = (
-    "The model is being solved, by another thread or around this callback, and can't be changed "
-    "meanwhile: wait for optimize() to return"
-)
-CHANGING = (
-    "The model is being changed right now, by another thread or by a call that this one came from: "
-    "change it from one thread, and not from finalizers or signal handlers"
-)
-
-
-def _changing[**P, R](
-    method: Callable[Concatenate[ModelData, P], R],
-) -> Callable[Concatenate[ModelData, P], R]:
-    """A method that changes arrays which belong together: nobody else may meanwhile."""
-
-    @wraps(method)
-    def locked(self: ModelData, /, *args: P.args, **kwargs: P.kwargs) -> R:
-        if self.lock:
-            self.refuse_locked()
-        self.lock = CHANGING
-        try:
-            return method(self, *args, **kwargs)
-        finally:
-            self.lock = ""
-
-    return locked
 
 
 class ModelData(ModelCore):
@@ -244,7 +213,7 @@ class ModelData(ModelCore):
         values = {"LB": lb, "UB": ub, "Obj": obj, "VType": codes}
         return MVar(self._make_variables(shape, checked_names(name, shape), values))
 
-    @_changing
+    @changing
     def _make_variables(
         self, shape: Shape, names: str | list[str], values: dict[str, Any]
     ) -> NDArray[np.object_]:
@@ -270,7 +239,7 @@ class ModelData(ModelCore):
         made = elements.make(self, () if shape is None else shape, names, values)
         return made[()] if shape is None else made
 
-    @_changing
+    @changing
     def make_linear(
         self, shape: Shape | None, names: Any, rows: Rows, rhs: Floats, sense: Any
     ) -> Any:
@@ -279,7 +248,7 @@ class ModelData(ModelCore):
         self._linear_rows.add(elements.size, rows)
         return self._make(elements, shape, names, {"RHS": rhs, "Sense": sense})
 
-    @_changing
+    @changing
     def make_quadratic(
         self, shape: Shape | None, names: Any, rows: Rows, pairs: Rows, rhs: Floats, sense: Any
     ) -> Any:
@@ -313,7 +282,7 @@ class ModelData(ModelCore):
         kind = int(TVO.GenKind.INDICATOR)
         return self._make_general(shape, names, kind, trees, rows, (binary, value, rhs, sense))
 
-    @_changing
+    @changing
     def _make_general(
         self,
         shape: Shape | None,
@@ -332,7 +301,7 @@ class ModelData(ModelCore):
 
     # Coefficients
 
-    @_changing
+    @changing
     def set_coefficients(self, entries: Entries) -> None:
         """Set coefficients of linear constraints, by ids."""
         self._patches.append(entries)
@@ -348,12 +317,12 @@ class ModelData(ModelCore):
         parsed = parse_objective(self, expr)
         self._replace_objective(wanted, parsed)
 
-    @_changing
+    @changing
     def _replace_objective(self, wanted: int, parsed: ParsedObjective) -> None:
         costs = self._costs(parsed.ids, parsed.costs)
         changed = np.flatnonzero(self.variables["Obj"] != costs)
         self.variables["Obj"][:] = costs
-        self.objective.replace(wanted, parsed.offset, parsed.quadratic)
+        self.objective.replace(wanted, parsed.offset, parsed.quadratic, parsed.nonlinear)
         self.changes.note("Obj", changed[changed < self.variables.placed])
 
     def _costs(self, ids: Ids, coefficients: Floats) -> Floats:
@@ -373,29 +342,12 @@ class ModelData(ModelCore):
         if self.lock:
             self.refuse_locked()
         found: dict[int, list[Ids]] = {}
-        waiting = [obj]
-        while waiting:
-            item = waiting.pop()
-            if isinstance(item, list | tuple):
-                waiting.extend(item)
-                continue
-            if isinstance(item, np.ndarray) and item.dtype.kind == "O":
-                waiting.extend(item.flat)
-                continue
-            for kind, scalar, matrix, field in HANDLES:
-                if type(item) is scalar or isinstance(item, matrix):
-                    handles = item if type(item) is scalar else getattr(item, field)
-                    found.setdefault(kind, []).append(self.ids(kind, handles, True))
-                    break
-            else:
-                raise TypeError(
-                    f"remove takes variables, constraints, or lists of them, not "
-                    f"{type(item).__name__}"
-                )
+        for kind, handles in handles_in(obj):
+            found.setdefault(kind, []).append(self.ids(kind, handles, True))
         for kind, arrays in found.items():
-            self.numbering(kind).discard(np.unique(np.concatenate(arrays)))
+            self.numbering(kind).discard(rising(arrays))
 
-    @_changing
+    @changing
     def update(self) -> None:
         """Place what waits and take out what was removed."""
         for kind in KIND_NAMES:
@@ -423,6 +375,8 @@ class ModelData(ModelCore):
         self.check_open()
         datatype, kind, _ = ATTRIBUTES[attrname]
         if attrname in OF_SOLUTION:
+            if attrname in ON_DEMAND and attrname not in self.solution.values and not self.lock:
+                self.session.find(self, attrname)
             return self.solution.read(attrname, positions, self.elements_of(kind))
         elements = self.elements_of(kind)
         if datatype == STRING:
@@ -432,7 +386,7 @@ class ModelData(ModelCore):
             return _DECODED[attrname][values]
         return values.tolist() if len(positions) == 1 else values
 
-    @_changing
+    @changing
     def write(self, attrname: str, positions: NDArray[Any], values: Any) -> None:
         """Set an elements' attribute at some indices; nothing changes where a value doesn't fit."""
         datatype, kind, _ = ATTRIBUTES[attrname]
@@ -479,6 +433,8 @@ class ModelData(ModelCore):
         """What an engine has to catch up with."""
         changes = self.changes.changes()
         entries = changes.entries
+        if not len(entries.values):
+            return changes
         linear, variables = self.linear.numbering, self.variables.numbering
         rows, columns = linear.numbers(entries.rows), variables.numbers(entries.variables)
         entries = Entries(rows, columns, entries.values).take((rows >= 0) & (columns >= 0))

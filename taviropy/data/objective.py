@@ -6,9 +6,11 @@ import math
 from typing import Any, NamedTuple
 
 import numpy as np
+from numpy.typing import NDArray
 
 from .._exception import TaviroError
-from .._scalars import ModelCore
+from .._matrixapi import MNLExpr
+from .._scalars import ModelCore, NLExpr, _ExprTree, gather_trees
 from .._tvo import TVO
 from .attributes import VARIABLE
 from .quadratic import QuadraticTerms
@@ -21,6 +23,7 @@ from .sides import (
     quadratic_side,
     terms_of,
 )
+from .trees import Trees
 from .values import Floats, Ids, invalid
 
 
@@ -31,15 +34,23 @@ class Objective:
         self.sense = int(TVO.MINIMIZE)
         self.offset = 0.0
         self.quadratic: QuadraticTerms | None = None  # summed up, by ids
-        self.version = 0  # grows when the quadratic terms change
+        self.nonlinear: Trees | None = None  # that are added up, by ids
+        self.version = 0  # grows when the quadratic terms or the trees change
 
-    def replace(self, sense: int, offset: float, quadratic: QuadraticTerms | None) -> None:
+    def replace(
+        self,
+        sense: int,
+        offset: float,
+        quadratic: QuadraticTerms | None,
+        nonlinear: Trees | None = None,
+    ) -> None:
         """Set all fields."""
         self.sense = sense
         self.offset = offset
-        if quadratic is not None or self.quadratic is not None:
+        if any(p is not None for p in (quadratic, nonlinear, self.quadratic, self.nonlinear)):
             self.version += 1
         self.quadratic = quadratic
+        self.nonlinear = nonlinear
 
 
 class ParsedObjective(NamedTuple):
@@ -49,10 +60,13 @@ class ParsedObjective(NamedTuple):
     costs: Floats
     quadratic: QuadraticTerms | None
     offset: float
+    nonlinear: Trees | None = None
 
 
 def parse_objective(core: ModelCore, expr: Any) -> ParsedObjective:
-    """The arrays of a number, or of a linear or quadratic expression with one element."""
+    """The arrays of a number, or of an expression with one element."""
+    if isinstance(expr, NLExpr | MNLExpr):
+        return _parse_nonlinear(core, expr)
     quadratic = None
     side = linear_side(core, expr)
     if side is None:
@@ -80,8 +94,8 @@ def _parse_quadratic(core: ModelCore, expr: Any) -> tuple[Side, QuadraticTerms |
     if linear is None:
         raise TaviroError(
             TVO.Error.NOT_SUPPORTED,
-            "The objective is nonlinear: add a variable y and the constraint 'y == expression', "
-            "and make y the objective",
+            f"The objective can't be read from a {type(expr).__name__}: give a number or an "
+            f"expression with one element",
         )
     terms = QuadraticTerms.summed(parts, core.numbering(VARIABLE).next_id())
     if not terms.count:
@@ -89,6 +103,41 @@ def _parse_quadratic(core: ModelCore, expr: Any) -> tuple[Side, QuadraticTerms |
     rows = Rows(np.array([0, terms.count]), terms.ids1, terms.data)
     check_coefficients(core, rows, terms.ids1, "objective")
     return linear, terms
+
+
+def _parse_nonlinear(core: ModelCore, expr: NLExpr | MNLExpr) -> ParsedObjective:
+    if isinstance(expr, MNLExpr):
+        if expr.size != 1:
+            raise ValueError(
+                f"The objective needs one element, but the expression has shape {expr.shape}: "
+                f"take its sum()"
+            )
+        root = np.asarray(MNLExpr._coerce_to_exprtree_array(expr)).reshape(-1)[0]
+    else:
+        root = NLExpr._coerce_to_exprtree(expr)
+    trees = Trees(*gather_trees(core, _addends(root)))
+    return ParsedObjective(np.empty(0, np.int32), np.empty(0), None, 0.0, trees)
+
+
+def _addends(root: _ExprTree) -> NDArray[np.object_]:
+    """What a tree adds up, so that engines need not take a long sum for one expression.
+
+    The whole tree, where a sum within it is used twice: it might be endless when written out.
+    """
+    found, waiting, seen = [], [root], set()
+    while waiting:
+        node = waiting.pop()
+        if node.op != "plus":
+            found.append(node)
+            continue
+        if id(node) in seen:
+            found = [root]
+            break
+        seen.add(id(node))
+        waiting.extend(reversed(node.children))
+    addends = np.empty(len(found), np.object_)
+    addends[:] = found
+    return addends
 
 
 def objective_sense(sense: object) -> int:

@@ -8,10 +8,11 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from .attributes import BINARY, GENERAL, LINEAR, QUADRATIC
+from .attributes import BINARY, GENERAL, LINEAR, QUADRATIC, SEMI
 from .model_data import ModelData
 from .quadratic import QuadraticTerms
 from .rows import Columns, Rows
+from .trees import Trees
 from .values import Floats
 from .view import ColumnData, Indicators, NonlinearRows, QuadraticRows, View
 
@@ -21,7 +22,7 @@ Numbers = NDArray[np.intp]
 class Part(View):
     """The model as if it had only the constraints ``kept`` (numbers by kind, rising), and only
     those bounds that the masks ``has_lower`` and ``has_upper`` leave. Types stay, and with them
-    the bounds 0 and 1 of binary variables."""
+    the bounds 0 and 1 of binary variables and all of semi-continuous ones."""
 
     def __init__(
         self,
@@ -41,12 +42,15 @@ class Part(View):
     def columns(self, at: Any = slice(None)) -> ColumnData:
         """Data of columns, without costs."""
         columns = super().columns(at)
-        is_binary = self._data.variables.placed_part("VType")[at] == BINARY
+        types = self._data.variables.placed_part("VType")[at]
+        is_binary, is_semi = types == BINARY, types >= SEMI
+        has_lower, has_upper = self._has_lower[at] | is_semi, self._has_upper[at] | is_semi
         return ColumnData(
             np.zeros(len(columns.costs)),
-            np.where(self._has_lower[at], columns.lower, np.where(is_binary, 0.0, -np.inf)),
-            np.where(self._has_upper[at], columns.upper, np.where(is_binary, 1.0, np.inf)),
+            np.where(has_lower, columns.lower, np.where(is_binary, 0.0, -np.inf)),
+            np.where(has_upper, columns.upper, np.where(is_binary, 1.0, np.inf)),
             columns.is_integer,
+            columns.semi,
         )
 
     def costs(self, at: Any) -> Floats:
@@ -98,6 +102,11 @@ class Part(View):
 
     @property
     def quadratic_objective(self) -> QuadraticTerms | None:
+        """None."""
+        return None
+
+    @property
+    def nonlinear_objective(self) -> Trees | None:
         """None."""
         return None
 

@@ -308,16 +308,18 @@ class Store[L: Lines]:
     def select(self, first: int = 0, end: int | None = None) -> L:
         """The lines from number `first` on, before `end`."""
         end = self._count if end is None else end
-        parts, start = [], 0
-        for block in self._blocks:
-            stop = start + block.count
-            if stop > first and start < end:
+        parts, stop = [], self._count
+        for block in reversed(self._blocks):  # so that the latest lines cost no more than they are
+            if stop <= first:
+                break
+            start = stop - block.count
+            if start < end:
                 lines = block.all()
                 if start < first or stop > end:
                     lines = lines.take(np.arange(max(first, start), min(end, stop)) - start)
                 parts.append(lines)
-            start = stop
-        selected = self._kind.stack(parts)
+            stop = start
+        selected = self._kind.stack(parts[::-1])
         if len(parts) > 1 and selected.count == self._count:
             self._blocks = [_Block(selected)]  # so that they needn't be stacked again
         return selected  # type: ignore[no-any-return]

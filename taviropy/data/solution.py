@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Mapping
+from functools import partial
 from typing import Any
 
 import numpy as np
@@ -10,7 +11,8 @@ from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._tvo import TVO
-from .attributes import ATTRIBUTES, KIND_NAMES
+from .attributes import ATTRIBUTES, KIND_NAMES, ON_DEMAND
+from .basis import Basis
 from .elements import Elements
 from .values import Floats
 
@@ -53,6 +55,7 @@ class Solution:
         self.seconds = 0.0
         self.engine = ""  # who answered
         self.nodes = self.iterations = 0  # what that took
+        self._basis: Basis | Callable[[], Basis] | None = None
 
     def array(self, attrname: str) -> Floats | None:
         """The values of a solution attribute, None where there are none."""
@@ -61,13 +64,35 @@ class Solution:
             values = self.values[attrname] = values()
         return values
 
+    @property
+    def basis(self) -> Basis | None:
+        """The basis that the solve ended with, None where there is none."""
+        if callable(self._basis):
+            self._basis = self._basis()
+        return self._basis
+
+    @basis.setter
+    def basis(self, basis: Basis | Callable[[], Basis] | None) -> None:
+        self._basis = basis
+
+    @property
+    def known_basis(self) -> Basis | None:
+        """The basis, where somebody has asked for it: HiGHS takes its time to tell it."""
+        return None if callable(self._basis) else self._basis
+
+    def share(self, other: Solution) -> None:
+        """Take over from another what is left until somebody asks."""
+        self._basis = other._basis
+        for name in ON_DEMAND & other.values.keys():
+            self.values[name] = other.values[name]
+
     def keep(self, kind: int, kept: NDArray[Any]) -> None:
         """Follow the removal of elements: `kept` are the old indices that stay."""
         for name in list(self.values):
             if ATTRIBUTES[name].kind == kind:
-                array = self.array(name)
-                assert array is not None
-                self.values[name] = array[kept[: np.searchsorted(kept, len(array))]]
+                values = self.values[name]
+                late = callable(values)
+                self.values[name] = partial(_kept, values, kept) if late else _kept(values, kept)
 
     def read(self, attrname: str, positions: NDArray[Any], elements: Elements) -> Floats:
         """Values of an attribute at some indices; TaviroError where one of them has none."""
@@ -82,7 +107,7 @@ class Solution:
                 f"There is no '{attrname}' of {noun} '{elements.name_of(where)}': it was added "
                 f"after the last solve; call optimize() again",
             )
-        values: Floats = array[positions]
+        values: Floats = array[positions].T  # several values an element have an axis in front
         return values
 
     def result(self, attrname: str) -> Any:
@@ -93,6 +118,9 @@ class Solution:
             return self.seconds
         if attrname == "Engine":
             return self.engine
+        if attrname == "NumSolutions":
+            pool = self.array("Pool")
+            return int("X" in self.values) if pool is None else pool.shape[1]
         if attrname == "Nodes":
             return self.nodes
         if attrname == "Iterations":
@@ -109,6 +137,12 @@ class Solution:
         elif why is None:
             why = _WHY_MISSING.get(self.status, "the solve ended without a solution: see Status")
         return TaviroError(TVO.Error.NO_SOLUTION, f"There is no '{attrname}': {why}")
+
+
+def _kept(values: Values, kept: NDArray[Any]) -> Floats:
+    array = values() if callable(values) else values
+    part: Floats = array[kept[: np.searchsorted(kept, len(array))]]
+    return part
 
 
 def _gap(objective: float, bound: float | None) -> float:

@@ -37,6 +37,17 @@ def shortened(value: object) -> str:
     return text if len(text) <= 60 else text[:57] + "..."
 
 
+def rising(parts: Sequence[NDArray[Any]]) -> NDArray[Any]:
+    """The numbers of some arrays, rising, each once."""
+    numbers = parts[0] if len(parts) == 1 else np.concatenate(parts)
+    if (numbers[1:] > numbers[:-1]).all():
+        return numbers
+    numbers = np.sort(numbers)  # np.unique hashes, which takes ten times as long
+    is_new = np.ones(len(numbers), bool)
+    np.not_equal(numbers[1:], numbers[:-1], out=is_new[1:])
+    return numbers[is_new]
+
+
 # Values of attributes
 
 
@@ -187,8 +198,8 @@ def _unknown_type(vtype: object) -> TaviroError:
     first = vtype[:1].upper() if isinstance(vtype, str) else ""
     near = f"did you mean {first!r}? Otherwise " if first and first in _TYPES else ""
     return invalid(
-        f"There is no variable type {shortened(vtype)}: {near}use 'C' (continuous), 'B' (binary) "
-        f"or 'I' (integer)"
+        f"There is no variable type {shortened(vtype)}: {near}use 'C' (continuous), "
+        f"'B' (binary), 'I' (integer), 'S' (semi-continuous) or 'N' (semi-integer)"
     )
 
 

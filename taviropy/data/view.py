@@ -15,7 +15,7 @@ from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._tvo import TVO
-from .attributes import BINARY, CONTINUOUS, GREATER, LESS
+from .attributes import BINARY, CONTINUOUS, GREATER, LESS, SEMI
 from .elements import Elements
 from .model_data import ModelData
 from .quadratic import QuadraticTerms, first_ids, packed, second_ids
@@ -27,13 +27,35 @@ _ROUNDING = 1e-6  # what an integer's bound may be beyond a whole number and sti
 _ALL = slice(None)
 
 
+class SemiColumns(NamedTuple):
+    """Columns, by their numbers among some, whose values are zero or between bounds of their own,
+    which zero isn't."""
+
+    at: NDArray[np.intp]
+    lower: Floats
+    upper: Floats
+
+
 class ColumnData(NamedTuple):
-    """Data of columns: bounds are those that hold, for binary and integer columns too."""
+    """Data of columns: bounds are those that hold, for binary and integer columns too.
+
+    Those of semi-continuous and semi-integer columns reach to zero, and ``semi`` says what is
+    missing in between; None for nothing.
+    """
 
     costs: Floats
     lower: Floats
     upper: Floats
     is_integer: NDArray[np.bool]
+    semi: SemiColumns | None = None
+
+    def own_bounds(self) -> tuple[Floats, Floats]:
+        """The bounds, those of semi-continuous and semi-integer columns without the zero."""
+        if self.semi is None:
+            return self.lower, self.upper
+        lower, upper = self.lower.copy(), self.upper.copy()
+        lower[self.semi.at], upper[self.semi.at] = self.semi.lower, self.semi.upper
+        return lower, upper
 
 
 class QuadraticRows(NamedTuple):
@@ -94,6 +116,12 @@ class View:
         self.column_count = data.variables.placed
         self.row_count = data.linear.placed
 
+    def __reduce__(self) -> tuple[Any, ...]:
+        """A view travels with the model's data, without the engine and the public Model."""
+        from ..travel import packed
+
+        return _view_of, (packed(self._data),)
+
     # Columns
 
     def columns(self, at: Any = _ALL) -> ColumnData:
@@ -101,13 +129,38 @@ class View:
         variables = self._data.variables
         types = variables.placed_part("VType")[at]
         lower, upper = variables.placed_part("LB")[at], variables.placed_part("UB")[at]
-        is_integer = types != CONTINUOUS
+        is_integer, semi = types != CONTINUOUS, None
         if is_integer.any():
+            is_integer &= types != SEMI
             lower, upper = cut_binaries(lower, upper, types)
             lower = np.where(is_integer, np.ceil(lower - _ROUNDING), lower)
             upper = np.where(is_integer, np.floor(upper + _ROUNDING), upper)
+            semi = _semi_columns(types, lower, upper)
         _refuse_infinite(variables, at, lower, upper, "variable")
-        return ColumnData(variables.placed_part("Obj")[at], lower, upper, is_integer)
+        if semi is not None:
+            lower[semi.at] = np.minimum(semi.lower, 0.0)
+            upper[semi.at] = np.maximum(semi.upper, 0.0)
+        return ColumnData(variables.placed_part("Obj")[at], lower, upper, is_integer, semi)
+
+    @property
+    def has_crossed_bounds(self) -> bool:
+        """Whether the bounds of a column cross; what is infinite on the wrong side is refused."""
+        if self.has_integers:
+            columns = self.columns()
+            return bool((columns.lower > columns.upper).any())
+        variables = self._data.variables
+        lower, upper = variables.placed_part("LB"), variables.placed_part("UB")
+        _refuse_infinite(variables, _ALL, lower, upper, "variable")
+        return bool((lower > upper).any())
+
+    @property
+    def has_crossed_sides(self) -> bool:
+        """The same of the sides of the linear rows."""
+        linear = self._data.linear
+        if not linear.has("Low") and np.isfinite(linear.placed_part("RHS")).all():
+            return False  # a row has one side, or twice the same
+        lower, upper = self.sides()
+        return bool((lower > upper).any())
 
     def costs(self, at: Any) -> Floats:
         """The costs of the columns at a slice or index array."""
@@ -116,8 +169,12 @@ class View:
 
     @cached_property
     def has_integers(self) -> bool:
-        """Whether a column is binary or integer."""
-        return bool(self._data.variables.placed_part("VType").any())  # CONTINUOUS is 0
+        """Whether a column is binary, integer, or may not take values between zero and others."""
+        types = self._data.variables.placed_part("VType")
+        if not types.any():  # CONTINUOUS is 0
+            return False
+        columns = self.columns()
+        return bool(columns.is_integer.any()) or columns.semi is not None
 
     @property
     def is_binary(self) -> NDArray[np.bool]:
@@ -125,10 +182,21 @@ class View:
         is_binary: NDArray[np.bool] = self._data.variables.placed_part("VType") == BINARY
         return is_binary
 
+    @property
+    def is_semi(self) -> NDArray[np.bool]:
+        """Which columns are semi-continuous or semi-integer by their type."""
+        is_semi: NDArray[np.bool] = self._data.variables.placed_part("VType") >= SEMI
+        return is_semi
+
     def first_integer(self) -> str:
-        """The name of the first column that isn't continuous."""
-        types = self._data.variables.placed_part("VType")
-        return self._data.variables.name_of(int(np.argmax(types != CONTINUOUS)))
+        """What the first column that isn't continuous is, as part of a sentence."""
+        columns = self.columns()
+        is_discrete = columns.is_integer.copy()
+        if columns.semi is not None:
+            is_discrete[columns.semi.at] = True
+        first = int(np.argmax(is_discrete))
+        kind = "integer" if columns.is_integer[first] else "semi-continuous"
+        return f"the variable '{self._data.variables.name_of(first)}' is {kind}"
 
     @property
     def start(self) -> Floats | None:
@@ -200,9 +268,25 @@ class View:
             return None
         return QuadraticTerms(ids1[stays], ids2[stays], terms.data[stays])
 
+    @cached_property
+    def nonlinear_objective(self) -> Trees | None:
+        """Trees that are part of the objective, None without any."""
+        trees = self._data.objective.nonlinear
+        if trees is None:
+            return None
+        at = trees.variables()
+        numbers = self._data.column_numbers(trees.first[at])
+        if (numbers < 0).any():
+            raise TaviroError(
+                TVO.Error.NOT_IN_MODEL,
+                "The nonlinear objective uses a variable that isn't in the model any more: set "
+                "another objective",
+            )
+        return trees.renumbered(at, numbers)
+
     @property
     def quadratic_version(self) -> object:
-        """Something that differs where `quadratic_objective` does."""
+        """Something that differs where `quadratic_objective` or `nonlinear_objective` does."""
         data = self._data
         return data.objective.version, data.variables.numbering.next_id(), self.column_count
 
@@ -300,8 +384,11 @@ class View:
         columns = data.column_numbers(data.general.placed_part("variable")[places])
         self._refuse_removed(places, columns)
         rows = data.indicator_rows.select(0, data.general.placed).take(places)
-        numbers = data.column_numbers(rows.ids)
-        self._refuse_removed(places[rows.row_numbers()], numbers)
+        if len(rows.ids):
+            rows = rows.without_repeats(int(rows.ids.max()) + 1)
+        used = rows.data != 0.0  # `v <= v + w` holds without v
+        numbers = data.column_numbers(rows.ids[used])
+        self._refuse_removed(places[rows.row_numbers()[used]], numbers)
         values = data.general.placed_part("value")[places]
         sides = self._general_sides(places)
         return Indicators(places, columns, values, data.by_column_number(rows), *sides)
@@ -342,7 +429,21 @@ class View:
         value = float(self._data.variables.placed_part("Obj") @ x) + self.offset
         if self.quadratic_objective is not None:
             value += self.quadratic_objective.value(x)
+        if self.nonlinear_objective is not None:
+            value += float(self.nonlinear_objective.values(x).sum())
         return value
+
+
+def _view_of(state: object) -> View:
+    from ..travel import unpacked
+
+    return View(unpacked(state))
+
+
+def _semi_columns(types: NDArray[Any], lower: Floats, upper: Floats) -> SemiColumns | None:
+    is_apart = (types >= SEMI) & ((lower > 0.0) | (upper < 0.0)) & (lower <= upper)
+    at = np.flatnonzero(is_apart)
+    return SemiColumns(at, lower[at], upper[at]) if len(at) else None
 
 
 def _sides(rhs: Floats, sense: NDArray[Any], below: Floats | None = None) -> tuple[Floats, Floats]:

@@ -38,7 +38,7 @@ ENGINES = {
 
 
 # What only some engines can do.
-ABILITIES = {"lazy": ("scip",)}
+ABILITIES = {"lazy": ("scip",), "basis": ("highs",)}
 
 
 def candidates(wanted: str, view: View | None = None) -> tuple[str, ...]:
@@ -102,7 +102,8 @@ def choose(
             return name
         reasons.append(f"{found.title} can't take the model, since {reason}")
     if wanted != "auto":
-        others = [f"engine={name!r}" for name in ("auto", *ENGINES) if name != wanted]
+        able = ABILITIES[ability] if ability else ("auto", *ENGINES)
+        others = [f"engine={name!r}" for name in able if name != wanted]
         hints.append(f"use {' or '.join(others)}")
     raise TaviroError(TVO.Error.NOT_SUPPORTED, f"{'; '.join(reasons)}: {' or '.join(hints)}")
 

@@ -43,15 +43,17 @@ class ClarabelEngine:
     title = "Clarabel"
 
     def __init__(self) -> None:
-        self._problem: _Problem | None = None
+        self._problem: Problem | None = None
 
     @classmethod
     def refuses(cls, view: View, final: bool) -> str:
         """Why Clarabel can't take a model; whether it is convex is found out where it is final."""
+        if view.nonlinear_objective is not None:
+            return "its objective is nonlinear"
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
         if view.has_integers:
-            return f"the variable '{view.first_integer()}' is integer"
+            return view.first_integer()
         if view.quadratic_objective is not None and not is_convex(view, final):
             return "its quadratic objective is not convex"
         if final and view.quadratic_count:
@@ -70,7 +72,7 @@ class ClarabelEngine:
     @classmethod
     def checked_option(cls, name: str, value: object) -> object:
         """`value` as the type of a setting, ValueError where it doesn't fit."""
-        settings = _quiet_settings()
+        settings = quiet_settings()
         kind = type(getattr(settings, name))
         if kind is list:
             raise ValueError("nothing: it belongs to a solver that isn't part of Clarabel's wheel")
@@ -95,7 +97,7 @@ class ClarabelEngine:
         for sides in view.sides():
             warn_of_open(self.title, _INFINITY, sides, "side", view.row_name)
         with suppress(NotConvex):  # solve() isn't called where nobody knows that it is convex
-            self._problem = _Problem(view)
+            self._problem = Problem(view)
 
     def close(self) -> None:
         """Release the problem."""
@@ -118,13 +120,13 @@ class ClarabelEngine:
         return Answer(_settled(problem, solution, run, deadline))
 
 
-def _quiet_settings() -> Any:
+def quiet_settings() -> Any:
     settings = clarabel.DefaultSettings()
     settings.verbose = False
     return settings
 
 
-def _settled(problem: _Problem, solution: Any, run: Run, deadline: float) -> int:
+def _settled(problem: Problem, solution: Any, run: Run, deadline: float) -> int:
     """The status of a model that came to no optimum, after a look for a feasible point."""
     run.log.line("There is no optimum so far: looking for a feasible point.")
     found = problem.run(run, max(deadline - perf_counter(), 0.0), feasibility=True)
@@ -164,7 +166,7 @@ def _sections(is_row: bool, matrix: Any, lower: Floats, upper: Floats) -> list[_
     return found
 
 
-class _Problem:
+class Problem:
     """Minimize ``x'Px/2 + q'x`` with ``h - G x`` in a product of cones; all of it scaled."""
 
     def __init__(self, view: View) -> None:
@@ -193,18 +195,18 @@ class _Problem:
             count = sum(len(section.places) for section in sections)
             if count:
                 self._kinds.append(kind(count))
-        self._cones = cones_of(view)
-        self._kinds += [clarabel.SecondOrderConeT(cone.dimension) for cone in self._cones]
+        self.cones = cones_of(view)
+        self._kinds += [clarabel.SecondOrderConeT(cone.dimension) for cone in self.cones]
         blocks = [section.matrix for section in self._sections]
-        if self._cones:
-            blocks.append(_stacked(self._cones, size) @ units)
+        if self.cones:
+            blocks.append(_stacked(self.cones, size) @ units)
         self._matrix = sp.csc_matrix(sp.vstack(blocks))
-        of_cones = [cone.sides for cone in self._cones]
+        of_cones = [cone.sides for cone in self.cones]
         self._sides = np.concatenate([section.sides for section in self._sections] + of_cones)
 
     def run(self, run: Run, seconds: float, feasibility: bool = False) -> Any:
         """Clarabel's solution within so many seconds; for `feasibility` there is no objective."""
-        settings = _quiet_settings()
+        settings = quiet_settings()
         for name, value in _TOLERANCES.items():
             setattr(settings, name, value)
         if run.threads is not None:
@@ -231,7 +233,7 @@ class _Problem:
     def _text(self) -> str:
         return (
             f"Clarabel {clarabel.__version__}: {self._matrix.shape[1]} variables, "
-            f"{len(self._sides)} rows, {len(self._cones)} of {len(self._kinds)} cones of second "
+            f"{len(self._sides)} rows, {len(self.cones)} of {len(self._kinds)} cones of second "
             f"order, {self._matrix.nnz} + {self._hessian.nnz} nonzeros"
         )
 
@@ -260,17 +262,17 @@ class _Problem:
         falls = self._costs @ ray < -_CERTAIN * (abs(self._costs) @ abs(ray))
         if is_flat and falls and (missed <= _room(self._matrix, ray)).all():
             return True
-        return not self._cones and has_ray(self.program, seconds)
+        return not self.cones and has_ray(self.program, seconds)
 
     def answer(self, solution: Any, run: Run) -> Answer | None:
         """The point as answer to the model, judged by the model's own data; None for a bad one."""
         program, sign = self.program, self.program.sign
         x = program.within_bounds(program.units * np.array(solution.x))
         z = np.array(solution.z) / self._stretch
-        rows = self._row_multipliers(z)
-        of_cones = self._cone_multipliers(z)
+        rows = self.row_multipliers(z)
+        of_cones = self.cone_multipliers(z)
         pull, gap = np.zeros(len(x)), 0.0
-        for cone, part in zip(self._cones, of_cones, strict=True):
+        for cone, part in zip(self.cones, of_cones, strict=True):
             np.subtract.at(pull, cone.columns, cone.data * part[cone.rows])
             gap += max(float(cone.values(x) @ part), 0.0)
         error = program.error(x, rows, pull, gap)
@@ -281,7 +283,7 @@ class _Problem:
         activity: Floats = program.matrix @ x
         quadratic = [
             cone.multiplier(x, part, program.units)
-            for cone, part in zip(self._cones, of_cones, strict=True)
+            for cone, part in zip(self.cones, of_cones, strict=True)
         ]
         return Answer(
             TVO.Status.OPTIMAL,
@@ -293,7 +295,7 @@ class _Problem:
             iterations=solution.iterations,
         )
 
-    def _row_multipliers(self, z: Floats) -> Floats:
+    def row_multipliers(self, z: Floats) -> Floats:
         """Those of the linear rows, positive where they push from below."""
         place, rows = 0, np.zeros(self.program.matrix.shape[0])
         for section in self._sections:
@@ -305,14 +307,14 @@ class _Problem:
 
     def _in_cones(self, values: Floats) -> Floats:
         """One value a row, those of inequalities and cones moved to where they may be."""
-        place = len(values) - sum(cone.dimension for cone in self._cones)
+        place = len(values) - sum(cone.dimension for cone in self.cones)
         free, signed = values[: self._equations], values[self._equations : place]
-        return np.concatenate([free, np.maximum(signed, 0.0), *self._cone_multipliers(values)])
+        return np.concatenate([free, np.maximum(signed, 0.0), *self.cone_multipliers(values)])
 
-    def _cone_multipliers(self, z: Floats) -> list[Floats]:
-        place = len(z) - sum(cone.dimension for cone in self._cones)
+    def cone_multipliers(self, z: Floats) -> list[Floats]:
+        place = len(z) - sum(cone.dimension for cone in self.cones)
         found = []
-        for cone in self._cones:
+        for cone in self.cones:
             found.append(in_cone(z[place : place + cone.dimension]))
             place += cone.dimension
         return found

@@ -10,24 +10,25 @@ import numpy as np
 
 from .._tvo import TVO
 from ..data.values import Floats
-from ..data.view import ColumnData, View
+from ..data.view import View
 from .protocol import Answer
 
 _TOLERANCE = 1e-6  # what a side may be missed by, relative to its size where that is above one
 
 
 def decided(view: View) -> Answer | None:
-    """The answer to such a model, None for any other; TaviroError where a general constraint has
-    a variable that was removed."""
-    _ = view.nonlinear, view.indicators
-    columns, (lower, upper) = view.columns(), view.sides()
-    if (columns.lower > columns.upper).any() or (lower > upper).any():
+    """The answer to such a model, None for any other; TaviroError where a general constraint or a
+    nonlinear objective has a variable that was removed."""
+    if view.general_count:
+        _ = view.nonlinear, view.indicators
+    _ = view.nonlinear_objective
+    if any((view.has_crossed_bounds, view.has_crossed_sides)):  # both look for infinite ones
         return Answer(TVO.Status.INFEASIBLE)
     if not view.column_count:
         return _without_variables(view)
     if view.row_count or view.quadratic_count or view.general_count:
         return None
-    return _without_rows(view, columns)
+    return _without_rows(view)
 
 
 def _without_variables(view: View) -> Answer:
@@ -41,7 +42,7 @@ def _without_variables(view: View) -> Answer:
     return Answer(
         TVO.Status.OPTIMAL,
         x,
-        view.offset,
+        view.objective_at(x),
         reduced_costs=np.empty(0),
         row_duals=np.zeros(view.row_count),
         quadratic_duals=np.zeros(view.quadratic_count),
@@ -53,9 +54,11 @@ def _holds(values: Floats, lower: Floats, upper: Floats) -> bool:
     return bool(((values >= lower - slack) & (values <= upper + slack)).all())
 
 
-def _without_rows(view: View, columns: ColumnData) -> Answer | None:
+def _without_rows(view: View) -> Answer | None:
+    columns = view.columns()
     if (
         view.quadratic_objective is not None
+        or view.nonlinear_objective is not None
         or view.has_integers
         or not np.array_equal(columns.lower, columns.upper)
         or not np.isfinite(columns.lower).all()

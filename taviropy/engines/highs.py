@@ -7,7 +7,7 @@ import threading
 from functools import cache
 from math import isfinite
 from time import perf_counter
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 from highspy import Highs, HighsModelStatus, HighsOptions, HighsOptionType, HighsStatus, cb
@@ -16,13 +16,15 @@ from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.values import Floats
 from ..data.view import View
-from .certificates import has_ray
+from .apart import call_apart
 from .convexity import is_convex
-from .highs_claims import Claims
-from .highs_live import LiveHighs, new_highs, reset_options, words_of
-from .highs_quadratic import Multiplied, QuadraticProgram
-from .protocol import Answer, Run
-from .running import News, Stop, as_type, in_thread
+from .highs_live import PRIMAL_SIMPLEX, LiveHighs, new_highs, reset_options, words_of
+from .protocol import Answer, Found, Run
+from .running import Log, News, Stop, as_type, in_thread
+
+if TYPE_CHECKING:  # these need SciPy, whose import takes longer than a small model
+    from .highs_claims import Claims
+    from .highs_quadratic import Multiplied, QuadraticProgram
 
 _STATUSES = {
     HighsModelStatus.kOptimal: TVO.Status.OPTIMAL,
@@ -37,6 +39,12 @@ _STATUSES = {
     HighsModelStatus.kObjectiveBound: TVO.Status.INTERRUPTED,
     HighsModelStatus.kObjectiveTarget: TVO.Status.INTERRUPTED,
 }
+_CLAIMS = (  # that may not hold
+    TVO.Status.FAILED,
+    TVO.Status.INFEASIBLE,
+    TVO.Status.UNBOUNDED,
+    TVO.Status.INFEASIBLE_OR_UNBOUNDED,
+)
 _WITH_SOLUTION = (TVO.Status.OPTIMAL, TVO.Status.TIME_LIMIT, TVO.Status.INTERRUPTED)
 _OPTION_TYPES = {
     HighsOptionType.kBool: bool,
@@ -45,6 +53,7 @@ _OPTION_TYPES = {
     HighsOptionType.kString: str,
 }
 _OF_THE_LOG = ("output_flag", "log_to_console", "log_file")  # what the package's own options say
+_MOST_SEMI = 1e5  # upper bound that HiGHS takes from a semi-continuous variable
 _FEASIBLE = 2  # of HiGHS's solution statuses
 _ITERATIONS = (
     "simplex_iteration_count",
@@ -52,6 +61,12 @@ _ITERATIONS = (
     "crossover_iteration_count",
     "pdlp_iteration_count",
     "qp_iteration_count",
+)
+# What is tried where a status is open, one after the other.
+_ATTEMPTS: tuple[dict[str, Any], ...] = (
+    {"presolve": "choose"},
+    {"presolve": "off"},
+    {"presolve": "off", "simplex_strategy": PRIMAL_SIMPLEX},
 )
 _IMPROVING = cb.HighsCallbackType.kCallbackMipImprovingSolution
 _LOGGING = cb.HighsCallbackType.kCallbackLogging
@@ -69,6 +84,11 @@ _scheduled = threading.local()  # the number of threads that HiGHS has for this 
 _SMALL_ERROR, _TOLERABLE_ERROR = 5e-7, 1e-5
 _TRIES = ((1.0, None), (1e-3, None), (1.0, 0.0), (1e-6, None), (1e-3, 0.0), (1.0, 1e-5))
 _QUADRATIC_LIMIT = "qp_iteration_limit"
+# Nothing stops HiGHS's quadratic solver, and it starts anew each time. In this process a program
+# may take so many seconds, about what a process costs; one of more coefficients than these doesn't
+# begin here, since the solver would take longer before it first looks at its clock.
+_PATIENCE = 0.75
+_LONG = 1_000_000
 
 
 class HighsEngine(LiveHighs):
@@ -76,8 +96,9 @@ class HighsEngine(LiveHighs):
 
     title = "HiGHS"
 
-    def __init__(self) -> None:
+    def __init__(self, patience: float = _PATIENCE) -> None:
         super().__init__()
+        self.patience = patience  # seconds that nothing can interrupt
         self._applied: object = None  # what the options were last set from
 
     @classmethod
@@ -89,13 +110,22 @@ class HighsEngine(LiveHighs):
         """
         if view.quadratic_count:
             return f"'{view.quadratic_name(0)}' is a quadratic constraint"
+        if view.nonlinear_objective is not None:
+            return "its objective is nonlinear"
         if view.general_count:
             return f"'{view.general_name(0)}' is a general constraint"
+        semi = view.columns().semi if view.is_semi.any() else None
+        if semi is not None:
+            bad = (semi.lower < 0.0) | (semi.upper > _MOST_SEMI)
+            if bad.any():
+                name = view.column_name(int(semi.at[bad.argmax()]))
+                return (
+                    f"the semi-continuous variable '{name}' has bounds beyond [0, {_MOST_SEMI:g}]"
+                )
         if view.quadratic_objective is None:
             return ""
         if view.has_integers:
-            name = view.first_integer()
-            return f"its objective is quadratic and the variable '{name}' is integer"
+            return f"its objective is quadratic and {view.first_integer()}"
         return "" if is_convex(view, final) else "its quadratic objective is not convex"
 
     # Options
@@ -121,14 +151,14 @@ class HighsEngine(LiveHighs):
     def _apply(self, highs: Any, run: Run, seconds: float) -> None:
         """Set the options of the next run, which is to end after so many seconds."""
         _start_scheduler(run)
-        key = (run.version, self._columns + self._rows)
+        # The quadratic solver cycles on some models: there shall be an end.
+        limit = None if self._hessian is None else 10_000 + 50 * (self._columns + self._rows)
+        key = (run.version, limit)
         is_own = highs is self._highs
         if is_own and key == self._applied and seconds == np.inf:
             return
         reset_options(highs)
-        # The quadratic solver cycles on some models: there shall be an end.
-        limit = 10_000 + 50 * (self._columns + self._rows)
-        wanted = {_QUADRATIC_LIMIT: limit, **run.options}
+        wanted = {**run.options} if limit is None else {_QUADRATIC_LIMIT: limit, **run.options}
         for name, value in (
             ("mip_rel_gap", run.gap),
             ("threads", _threads(run)),
@@ -152,10 +182,10 @@ class HighsEngine(LiveHighs):
 
     def solve(self, view: View, run: Run) -> Answer:
         """Solve what is loaded."""
-        self._apply(self._highs, run, run.time_limit)
-        self._pass_start(view)
         if view.quadratic_objective is not None:
             return self._solve_quadratic(view, run)
+        self._apply(self._highs, run, run.time_limit)
+        self._pass_start(view)
         deadline = perf_counter() + run.time_limit
         _run(self._highs, run, has_integers=view.has_integers)
         return self._answer(view, run, self._settled(view, run, deadline))
@@ -171,31 +201,39 @@ class HighsEngine(LiveHighs):
     def _settled(self, view: View, run: Run, deadline: float) -> int:
         """The status, after further runs where HiGHS leaves it open or its claim doesn't hold.
 
-        From a basis of an earlier run it ends some models with an open status; its presolve has
-        called models infeasible that are unbounded.
+        From a basis of an earlier run it ends some models with an open status, and its dual simplex
+        method some infeasible ones; its presolve has called models infeasible that are unbounded.
         """
+        status = self._status()
+        if status not in _CLAIMS:
+            return status
         claims = self._claims(view, run, deadline)
-        for presolve in ("choose", "off", None):
+        for attempt in (*_ATTEMPTS, None):
             if run.stop:
                 break
             status = claims.holds(self._status(), deadline)
             if status != TVO.Status.FAILED:
                 return status
             seconds = deadline - perf_counter()
-            if presolve is None or seconds <= 0.0:
+            if attempt is None or seconds <= 0.0:
                 break
             run.log.line("The status is open: solving again from scratch.")
             self._highs.clearSolver()
             self._applied = None
             self._apply(self._highs, run, seconds)
-            self._highs.setOptionValue("presolve", presolve)
+            for name, value in attempt.items():
+                self._highs.setOptionValue(name, value)
             self._applied = None
             _run(self._highs, run, has_integers=view.has_integers)
         return self._status()
 
     def _claims(self, view: View, run: Run, deadline: float) -> Claims:
-        def run_beside(highs: Any) -> None:
+        from .highs_claims import Claims
+
+        def run_beside(highs: Any, **options: Any) -> None:
             self._apply(highs, run, max(deadline - perf_counter(), 0.0))
+            for name, value in options.items():
+                highs.setOptionValue(name, value)
             _run(highs, run, silent=True, has_integers=view.has_integers)
 
         return Claims(self._highs, view, run_beside)
@@ -213,12 +251,15 @@ class HighsEngine(LiveHighs):
             bound = highs.getInfoValue("mip_dual_bound")[1]
             if np.isfinite(bound):
                 answer.bound = bound
+            answer.pool = run.found.copy
             text = "a model with integer variables has no dual values"
             answer.missing = dict.fromkeys(("ReducedCost", "Dual"), text)
         empty = highs.getModelStatus() == HighsModelStatus.kModelEmpty
         is_feasible = highs.getInfoValue("primal_solution_status")[1] == _FEASIBLE
         if status not in _WITH_SOLUTION or not (is_feasible or empty):
             return answer
+        if not view.has_integers and view.quadratic_objective is None:
+            answer.basis = self.basis()
         found = highs.getSolution()  # a copy, which gives lists: they become arrays when asked for
         answer.x = np.array(found.col_value)
         answer.row_values = lambda: np.array(found.row_value)
@@ -234,8 +275,32 @@ class HighsEngine(LiveHighs):
     # Quadratic programs
 
     def _solve_quadratic(self, view: View, run: Run) -> Answer:
-        """Solve a model with a quadratic objective; no answer is taken on trust."""
-        deadline = perf_counter() + run.time_limit
+        """Solve a model with a quadratic objective; what takes long, where it can be ended."""
+        deadline = perf_counter() + min(run.time_limit, run.options.get("time_limit", np.inf))
+        end = min(deadline, perf_counter() + self.patience)
+        answer = Answer(TVO.Status.TIME_LIMIT)
+        if self.patience == np.inf or _size(self._highs) <= _LONG:
+            answer = self._quadratic_answer(view, run, end)
+            is_over = end == deadline or perf_counter() < end
+            if is_over or run.stop or answer.status == TVO.Status.OPTIMAL:
+                return answer
+        run.log.line("This takes long: solving it in a process that can be interrupted.")
+        try:
+            found = _apart(view, run, deadline)
+        except ProcessLookupError as error:
+            run.log.line(f"Solving it here after all, and nothing can interrupt it: {error}.")
+            return self._quadratic_answer(view, run, deadline)
+        if found is not None:
+            return found
+        answer.status = TVO.Status.INTERRUPTED if run.stop else TVO.Status.TIME_LIMIT
+        return answer
+
+    def _quadratic_answer(self, view: View, run: Run, deadline: float) -> Answer:
+        """The answer to a model with a quadratic objective; none is taken on trust."""
+        from .certificates import has_ray
+        from .highs_quadratic import QuadraticProgram
+
+        self._apply(self._highs, run, max(deadline - perf_counter(), 0.0))
         _run(self._highs, run)
         answer = self._answer(view, run, self._status())
         claims = self._claims(view, run, deadline)
@@ -298,6 +363,32 @@ class HighsEngine(LiveHighs):
         return program.answer(*point, status)
 
 
+def _apart(view: View, run: Run, deadline: float) -> Answer | None:
+    """The answer from another process, None where the user or the deadline ended that."""
+    choices = run.gap, run.threads, run.seed, dict(run.options)
+    outcome = call_apart(_answer_apart, (view, run.log.is_on, deadline, *choices), run, deadline)
+    if outcome is None:
+        return None
+    if outcome.error is not None:
+        raise outcome.error
+    answer: Answer = outcome.value
+    return answer
+
+
+def _answer_apart(view: View, is_loud: bool, deadline: float, *choices: Any) -> Answer:
+    """What the other process does; its answer holds arrays alone."""
+    engine = HighsEngine(patience=np.inf)
+    engine.load(view, None)
+    with Log(is_loud, None) as log:
+        answer = engine.solve(view, Run(log, Stop(), deadline - perf_counter(), *choices))
+    if answer.row_values is not None:
+        answer.row_values = answer.row_values().copy
+    for name in ("reduced_costs", "row_duals"):
+        values = getattr(answer, name)
+        setattr(answer, name, values() if callable(values) else values)
+    return answer
+
+
 @cache
 def _option_names() -> list[str]:
     highs = new_highs()
@@ -332,6 +423,12 @@ def _news(kind: Any, told: Any) -> News:
     return News(iterations=iterations)
 
 
+def _size(highs: Any) -> int:
+    """How many numbers make up the model."""
+    size: int = highs.getNumCol() + highs.getNumRow() + highs.getNumNz() + highs.getHessianNumNz()
+    return size
+
+
 def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False) -> None:
     """Run HiGHS, its log going where that of the run goes.
 
@@ -355,7 +452,9 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
             if kind == _IMPROVING:
                 x = np.array(data_out.mip_solution)
                 value, nodes = data_out.objective_function_value, data_out.mip_node_count
-                run.reporter.tell(News(value, nodes=nodes, x=x))
+                run.found.append(Found(value, x))
+                if run.reporter:
+                    run.reporter.tell(News(value, nodes=nodes, x=x))
             elif run.reporter.is_due and not silent:
                 run.reporter.tell(_news(kind, data_out))
             if stop or is_over or raised:
@@ -363,22 +462,23 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
         except BaseException as error:
             raised.append(error)
 
-    highs.setCallback(answer, None)
-    if is_loud and not log.is_process_output:
-        highs.startCallback(_LOGGING)
-    size = highs.getNumCol() + highs.getNumRow() + highs.getNumNz()
-    if has_integers or size > _BRIEF or highs.getHessianNumNz() or run.reporter:
-        for kind in _INTERRUPTS:
-            highs.startCallback(kind)
-    if run.reporter and not silent:
-        highs.startCallback(_IMPROVING)
+    kinds = [_LOGGING] if is_loud and not log.is_process_output else []
+    if has_integers or _size(highs) > _BRIEF or highs.getHessianNumNz() or run.reporter:
+        kinds.extend(_INTERRUPTS)
+    if has_integers and not silent:
+        kinds.append(_IMPROVING)
+    if kinds:
+        highs.setCallback(answer, None)
+    for kind in kinds:
+        highs.startCallback(kind)
     try:
         if has_integers:
             in_thread(highs.run, stop, is_over.request, run.reporter.pump)
         else:
             highs.run()
     finally:
-        highs.setCallback(None, None)
+        if kinds:
+            highs.setCallback(None, None)
         if is_loud:
             highs.setOptionValue("output_flag", False)
             highs.setOptionValue("log_to_console", True)

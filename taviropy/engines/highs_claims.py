@@ -13,7 +13,7 @@ from highspy import HighsModelStatus, HighsStatus
 from .._tvo import TVO
 from ..data.view import View
 from .certificates import has_ray, is_ray, proves_no_point
-from .highs_live import new_highs
+from .highs_live import PRIMAL_SIMPLEX, new_highs
 from .optimality import ConvexProgram
 
 _FEASIBLE = 2  # of HiGHS's solution statuses
@@ -22,10 +22,10 @@ _FEASIBLE = 2  # of HiGHS's solution statuses
 class Claims:
     """What HiGHS says about a model, and what it rests on.
 
-    `run` runs another instance; it ends in time.
+    `run` runs another instance, with options; it ends in time.
     """
 
-    def __init__(self, highs: Any, view: View, run: Callable[[Any], None]) -> None:
+    def __init__(self, highs: Any, view: View, run: Callable[..., None]) -> None:
         self._highs = highs
         self._view = view
         self._run = run
@@ -82,5 +82,8 @@ class Claims:
         highs.passModel(self._highs.getLp())
         highs.changeColsCost(len(columns), columns, np.zeros(len(columns)))
         self._run(highs)
+        if highs.getModelStatus() == HighsModelStatus.kUnknown:
+            highs.clearSolver()
+            self._run(highs, simplex_strategy=PRIMAL_SIMPLEX)
         known = {HighsModelStatus.kOptimal: True, HighsModelStatus.kInfeasible: False}
         return known.get(highs.getModelStatus())

@@ -7,17 +7,28 @@ from collections.abc import Callable
 from typing import Any
 
 import numpy as np
-from highspy import HessianFormat, Highs, HighsHessian, HighsStatus, MatrixFormat, ObjSense
+from highspy import (
+    HessianFormat,
+    Highs,
+    HighsBasis,
+    HighsBasisStatus,
+    HighsHessian,
+    HighsStatus,
+    MatrixFormat,
+    ObjSense,
+)
 from numpy.typing import NDArray
 
 from .._exception import TaviroError
 from .._tvo import TVO
+from ..data.basis import AT_LOWER, AT_UPPER, BASIC, FREE, Basis
 from ..data.changes import Changes
 from ..data.entries import Entries
 from ..data.view import ColumnData, View
 from .reach import of_entries, of_rows, warn_of_small
 from .running import silent
 
+PRIMAL_SIMPLEX = 4  # as a value of HiGHS's option simplex_strategy
 _TITLE = "HiGHS"
 _LARGE = 50_000  # coefficients
 _MANY_CHANGES = 1_000  # of coefficients, at once
@@ -29,6 +40,13 @@ _THRESHOLDS = {
     "infinite_bound": np.inf,
     "infinite_cost": np.inf,
 }
+_BASIS_STATUSES = {
+    AT_LOWER: HighsBasisStatus.kLower,
+    BASIC: HighsBasisStatus.kBasic,
+    AT_UPPER: HighsBasisStatus.kUpper,
+    FREE: HighsBasisStatus.kZero,
+}
+_BASIS_CHARACTERS = np.array(list(_BASIS_STATUSES))  # by HiGHS's numbers
 
 
 class LiveHighs:
@@ -56,10 +74,13 @@ class LiveHighs:
             self._pass_whole(view)
         else:
             self._remove(changes)
-            is_new = changes.entries.variables >= self._columns
             self._push(view, changes)
-            self._change_coefficients(view, changes.entries.take(~is_new))
-            self._add_columns(view, changes.entries.take(is_new))
+            entries = changes.entries
+            if len(entries.values):
+                is_new = entries.variables >= self._columns
+                self._change_coefficients(view, entries.take(~is_new))
+                entries = entries.take(is_new)
+            self._add_columns(view, entries)
             self._add_rows(view)
         self._push_objective(view)
 
@@ -80,12 +101,13 @@ class LiveHighs:
 
     def _push(self, view: View, changes: Changes) -> None:
         """Hand over changed data of columns and rows that HiGHS has."""
-        if len(changes.types):
-            at = changes.types
+        # Whether zero lies apart from the others depends on the bounds.
+        at = changes.bounds if view.is_semi.any() else changes.types
+        if len(at):
             self._do(self._highs.changeColsIntegrality, len(at), at, _types(view.columns(at)))
         if len(changes.bounds):
             at, columns = changes.bounds, view.columns(changes.bounds)
-            self._do(self._highs.changeColsBounds, len(at), at, columns.lower, columns.upper)
+            self._do(self._highs.changeColsBounds, len(at), at, *columns.own_bounds())
         if len(changes.costs):
             at = changes.costs
             self._do(self._highs.changeColsCost, len(at), at, view.costs(at))
@@ -105,11 +127,10 @@ class LiveHighs:
             view.sense,
             view.offset,
             columns.costs,
-            columns.lower,
-            columns.upper,
+            *columns.own_bounds(),
             *view.sides(),
             *arrays,
-            columns.is_integer.astype(np.int32),
+            _types(columns).astype(np.int32),
         )
         self._columns, self._rows = view.column_count, view.row_count
         if not view.has_integers:
@@ -156,15 +177,12 @@ class LiveHighs:
         warn_of_small(_TITLE, _SMALLEST, [of_entries(view, entries)])
         starts = np.searchsorted(entries.variables, np.arange(self._columns, view.column_count))
         arrays = len(entries.values), starts.astype(np.int32), entries.rows, entries.values
-        self._do(self._highs.addCols, count, columns.costs, columns.lower, columns.upper, *arrays)
-        integers = np.flatnonzero(columns.is_integer) + self._columns
-        if len(integers):
-            self._do(
-                self._highs.changeColsIntegrality,
-                len(integers),
-                integers.astype(np.int32),
-                np.ones(len(integers), np.uint8),
-            )
+        self._do(self._highs.addCols, count, columns.costs, *columns.own_bounds(), *arrays)
+        types = _types(columns)
+        at = np.flatnonzero(types)
+        if len(at):
+            numbers = (at + self._columns).astype(np.int32)
+            self._do(self._highs.changeColsIntegrality, len(at), numbers, types[at])
         self._columns = view.column_count
 
     def _add_rows(self, view: View) -> None:
@@ -214,6 +232,20 @@ class LiveHighs:
             values,
         )
 
+    def basis(self) -> Callable[[], Basis] | None:
+        """What gives the basis that HiGHS has now, None where it has none."""
+        found = self._highs.getBasis()  # a copy
+        if not found.valid:
+            return None
+        return lambda: Basis(_characters(found.col_status), _characters(found.row_status))
+
+    def set_basis(self, basis: Basis) -> None:
+        """Give HiGHS a basis to begin from; it mends one that is singular."""
+        given = HighsBasis()
+        given.col_status, given.row_status = map(_basis_statuses, basis)
+        given.valid = given.alien = True
+        self._do(self._highs.setBasis, given)
+
     def _do(self, call: Callable[..., Any], *args: Any) -> None:
         """Call HiGHS; where it refuses, ask again for its words and raise them."""
         if call(*args) == HighsStatus.kError:
@@ -222,6 +254,14 @@ class LiveHighs:
                 TVO.Error.ENGINE_FAILED,
                 f"HiGHS refused the model's data in {call.__name__}: {words}",
             )
+
+
+def _characters(statuses: Any) -> NDArray[np.str_]:
+    return _BASIS_CHARACTERS[np.fromiter(map(int, statuses), np.intp, len(statuses))]
+
+
+def _basis_statuses(characters: NDArray[np.str_]) -> list[HighsBasisStatus]:
+    return [_BASIS_STATUSES[character] for character in characters.tolist()]
 
 
 def words_of(highs: Any, call: Callable[..., Any], *args: Any) -> str | None:
@@ -277,4 +317,8 @@ def forget_types(highs: Any) -> None:
 
 
 def _types(columns: ColumnData) -> NDArray[np.uint8]:
-    return columns.is_integer.astype(np.uint8)
+    """HiGHS's numbers: 1 for integer, 2 for semi-continuous, 3 for both."""
+    types = columns.is_integer.astype(np.uint8)
+    if columns.semi is not None:
+        types[columns.semi.at] += 2
+    return types

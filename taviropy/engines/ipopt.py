@@ -93,7 +93,7 @@ class IpoptEngine:
     def refuses(cls, view: View, final: bool) -> str:
         """Why Ipopt can't take a model."""
         if view.has_integers:
-            return f"the variable '{view.first_integer()}' is integer"
+            return view.first_integer()
         indicators = view.indicators
         if indicators is not None:
             name = view.general_name(int(indicators.places[0]))
@@ -304,7 +304,7 @@ class _Attempt:
     def _is_convex(self) -> bool:
         """Whether what is locally optimal is optimal; quadratic rows aren't looked into."""
         view = self._view
-        if view.general_count or view.quadratic_count:
+        if view.general_count or view.quadratic_count or view.nonlinear_objective is not None:
             return False
         return view.quadratic_objective is None or is_convex(view, True)
 

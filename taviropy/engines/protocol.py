@@ -2,14 +2,23 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Mapping
+from collections import deque
+from collections.abc import Callable, Iterable, Mapping
 from dataclasses import dataclass, field
-from typing import Any, ClassVar, Protocol
+from typing import Any, ClassVar, NamedTuple, Protocol
 
+from ..data.basis import Basis
 from ..data.changes import Changes
 from ..data.values import Floats
 from ..data.view import View
 from .running import Log, Reporter, Row, Stop
+
+
+class Found(NamedTuple):
+    """A point that an engine came upon, and its objective."""
+
+    objective: float
+    x: Floats
 
 
 @dataclass
@@ -33,6 +42,8 @@ class Run:
     # Gives the rows that shall hold at a point beside those of the model. Only engines that
     # `engines.ABILITIES` lists for "lazy" are given one.
     lazy: Callable[[Floats], list[Row]] | None = None
+    # Where an engine may put the points of integer models that it comes upon, worst first.
+    found: deque[Found] = field(default_factory=deque)
 
 
 @dataclass
@@ -43,6 +54,8 @@ class Answer:
     optimal point stands for its own value. Values go by numbers of columns and rows, None where
     there are none; those that are wanted seldom may be functions that give them. Dual values say
     by how much the objective rises as a right-hand side does, whether it is minimized or not.
+    ``basis`` gives the basis that a simplex method ended with.
+    ``pool`` gives feasible points, `x` perhaps among them.
     ``missing`` says why attributes aren't there, as part of a sentence. ``nodes`` of the search
     tree and ``iterations`` of the algorithm are what the solve took.
     """
@@ -54,6 +67,8 @@ class Answer:
     reduced_costs: Floats | Callable[[], Floats] | None = None
     row_duals: Floats | Callable[[], Floats] | None = None
     quadratic_duals: Floats | None = None
+    basis: Callable[[], Basis] | None = None
+    pool: Callable[[], Iterable[Found]] | None = None
     missing: Mapping[str, str] = field(default_factory=dict)
     nodes: int = 0
     iterations: int = 0
@@ -96,4 +111,12 @@ class Engine(Protocol):
 
     def close(self) -> None:
         """Release the solver's memory."""
+        ...
+
+
+class WithBasis(Engine, Protocol):
+    """One of those that `engines.ABILITIES` lists for "basis"."""
+
+    def set_basis(self, basis: Basis) -> None:
+        """Begin the next solve of what is loaded from a basis."""
         ...

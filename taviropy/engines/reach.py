@@ -103,7 +103,10 @@ def warn_of_small(title: str, limit: float, parts: list[Coefficients]) -> None:
     """Say which coefficients, of magnitudes up to a limit, a solver is going to leave out."""
     texts, count = [], 0
     for data, place in parts:
-        at = np.flatnonzero((abs(data) <= limit) & (data != 0.0))
+        is_small = abs(data) <= limit
+        if not is_small.any():
+            continue
+        at = np.flatnonzero(is_small & (data != 0.0))
         count += len(at)
         if len(at):
             texts.append(f"{data[at[0]]} {place(int(at[0]))}")

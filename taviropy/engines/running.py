@@ -5,6 +5,7 @@ It imports no solver.
 
 from __future__ import annotations
 
+import _signal  # type: ignore[import-not-found]  # `signal` makes enums of all, at each call
 import os
 import signal
 import sys
@@ -22,6 +23,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 _TICK = 0.05  # seconds
+_SIGINT = int(signal.SIGINT)
 _MOST_KEPT = 32  # threads: those beyond wait
 
 
@@ -266,7 +268,7 @@ class Stop:
         """
         ours = (
             threading.current_thread() is threading.main_thread()
-            and signal.getsignal(signal.SIGINT) is signal.default_int_handler
+            and _signal.getsignal(_SIGINT) is signal.default_int_handler
         )
         if not ours:
             yield
@@ -275,8 +277,8 @@ class Stop:
         def handle(number: int, frame: FrameType | None) -> None:
             self.request()
 
-        signal.signal(signal.SIGINT, handle)
+        _signal.signal(_SIGINT, handle)
         try:
             yield
         finally:
-            signal.signal(signal.SIGINT, signal.default_int_handler)
+            _signal.signal(_SIGINT, signal.default_int_handler)

@@ -22,7 +22,7 @@ from ..data.values import Floats
 from ..data.view import View
 from .certificates import has_ray
 from .optimality import ConvexProgram
-from .protocol import Answer, Run
+from .protocol import Answer, Found, Run
 from .reach import coefficients, refuse_large, smallest, warn_of_open, warn_of_small
 from .running import as_type, in_thread, silent
 from .scip_plugins import Plugins
@@ -97,6 +97,7 @@ class ScipEngine:
         try:
             self._set_epsilon(view)
             self._add_variables(view)
+            self._add_semi(view)
             self._add_linear(view)
             self._add_objective(view)
             self._add_quadratic(view)
@@ -134,6 +135,21 @@ class ScipEngine:
             )
         ]
 
+    def _add_semi(self, view: View) -> None:
+        """Columns that are zero where a binary variable is, and else between their own bounds."""
+        semi = view.columns().semi if view.is_semi.any() else None
+        if semi is None:
+            return
+        for at, *bounds in zip(*(part.tolist() for part in semi), strict=True):
+            value, is_on = self._variables[at], self._scip.addVar(f"on{at}", "B")
+            low, high = (None, 0.0) if bounds[0] > 0.0 else (0.0, None)
+            zero = ExprCons(Expr({Term(value): 1.0}), low, high)
+            self._scip.addConsIndicator(zero, is_on, False)
+            for bound, low, high in ((bounds[0], 0.0, None), (bounds[1], None, 0.0)):
+                if abs(bound) < _INFINITY:
+                    expr = Expr({Term(value): 1.0, Term(is_on): -bound})
+                    self._scip.addCons(ExprCons(expr, low, high))
+
     def _finite(self, values: Floats, noun: str, name: Callable[[int], str]) -> list[float | None]:
         """Bounds or sides as SCIP takes them, None for an open one."""
         warn_of_open(self.title, _INFINITY, values, noun, name)
@@ -164,10 +180,22 @@ class ScipEngine:
             value = scip.addVar("objective", "C", None, None, 1.0)
             expr = Expr(self._pair_terms(view.quadratic_objective) | {Term(value): -1.0})
             scip.addCons(ExprCons(expr, None if minimizing else 0.0, 0.0 if minimizing else None))
+        self._add_nonlinear_objective(view)
         if minimizing:
             scip.setMinimize()
         else:
             scip.setMaximize()
+
+    def _add_nonlinear_objective(self, view: View) -> None:
+        """A variable for each addend, which the objective pushes against it."""
+        trees, scip = view.nonlinear_objective, self._scip
+        if trees is None:
+            return
+        translator = TreeTranslator(scip, trees, self._variables, lambda k: "objective")
+        sides = (None, 0.0) if view.sense == TVO.MINIMIZE else (0.0, None)
+        for k in range(trees.count):
+            value = scip.addVar(f"objective{k}", "C", None, None, 1.0)
+            scip.addCons(ExprCons(translator.translate(k) - value, *sides))
 
     def _add_quadratic(self, view: View) -> None:
         quadratic = view.quadratic_rows
@@ -263,7 +291,8 @@ class ScipEngine:
             return TVO.Status.INFEASIBLE
         if status != "optimal":
             return TVO.Status.INFEASIBLE_OR_UNBOUNDED
-        if view.quadratic_objective or view.quadratic_count or view.general_count:
+        is_linear = view.quadratic_objective is None and view.nonlinear_objective is None
+        if not is_linear or view.quadratic_count or view.general_count:
             return TVO.Status.UNBOUNDED
         if has_ray(ConvexProgram(view), deadline - perf_counter()):
             return TVO.Status.UNBOUNDED
@@ -374,8 +403,17 @@ class ScipEngine:
             answer.bound = bound
         if status in _WITH_SOLUTION and scip.getNSols():
             best = scip.getBestSol()
-            answer.x = np.array([scip.getSolVal(best, v) for v in self._variables], np.float64)
+            variables = self._variables  # not those of the next load
+            answer.x = _point(scip, variables, best)
+            answer.pool = lambda: [
+                Found(scip.getSolObjVal(each), _point(scip, variables, each))
+                for each in scip.getSols()
+            ]
         return answer
+
+
+def _point(scip: Any, variables: list[Any], solution: Any) -> Floats:
+    return np.array([scip.getSolVal(solution, v) for v in variables], np.float64)
 
 
 @cache

@@ -141,7 +141,7 @@ def _summed(terms: Any) -> Any:
 
 def _applied(code: int, arguments: list[Any]) -> Any:
     function = _BY_CODE[code]
-    if function is None or len(arguments) == 1 and OPERATIONS[code] == "multiply":
+    if function is None:
         return arguments[0]
     if all(isinstance(argument, float) for argument in arguments):
         arguments = [buildGenExprObj(arguments[0]), *arguments[1:]]

@@ -16,7 +16,7 @@ from numpy.typing import NDArray
 
 from ..data.quadratic import QuadraticTerms, first_ids, second_ids
 from ..data.rows import Rows
-from ..data.trees import CONSTANT, OPERATIONS, VARIABLE
+from ..data.trees import CONSTANT, OPERATIONS, VARIABLE, Trees
 from ..data.values import Floats
 from ..data.view import NonlinearRows, View
 from .structures import Structure, structures
@@ -119,11 +119,7 @@ class Smooth:
             self.kept, self.moved = np.flatnonzero(~is_moved), np.flatnonzero(is_moved)
             self.results = nonlinear.columns[self.moved]
             costs = sign * view.columns(self.results).costs
-            for structure in structures(nonlinear.trees.take(self.moved)):
-                columns, constants = structure.columns, structure.constants
-                weighted = np.concatenate([constants, costs[structure.numbers][None]])
-                rows = np.full(len(structure.numbers), _OBJECTIVE)
-                self._terms.append(Terms(_weighted_tree(structure), columns, weighted, rows))
+            self._add_to_objective(nonlinear.trees.take(self.moved), costs)
             for structure in structures(nonlinear.trees.take(self.kept)):
                 rows = structure.numbers + first
                 arrays = structure.columns, structure.constants, rows
@@ -133,9 +129,19 @@ class Smooth:
             coords = has_column, columns[has_column]
             shape = len(self.kept), self.columns
             parts.append(sp.csr_array((np.full(len(has_column), -1.0), coords), shape=shape))
+        if view.nonlinear_objective is not None:
+            self._add_to_objective(view.nonlinear_objective, sign)
         self._linear = sp.vstack(parts, format="csr").tocoo()
         self.rows = self._linear.shape[0]
         self._make_functions()
+
+    def _add_to_objective(self, trees: Trees, weights: Floats | float) -> None:
+        weights = np.broadcast_to(weights, trees.count)
+        for structure in structures(trees):
+            columns, constants = structure.columns, structure.constants
+            weighted = np.concatenate([constants, weights[structure.numbers][None]])
+            rows = np.full(len(structure.numbers), _OBJECTIVE)
+            self._terms.append(Terms(_weighted_tree(structure), columns, weighted, rows))
 
     def _add_pairs(self, terms: QuadraticTerms, rows: Places, sign: float) -> None:
         is_square = terms.ids1 == terms.ids2
@@ -238,6 +244,9 @@ def _defines_a_cost(view: View, nonlinear: NonlinearRows) -> NDArray[np.bool]:
     terms = view.quadratic_objective
     if terms is not None:
         used += [terms.ids1, terms.ids2]
+    objective = view.nonlinear_objective
+    if objective is not None:
+        used.append(objective.first[objective.variables()])
     counts = np.bincount(np.concatenate(used), minlength=view.column_count)
     bounds = view.columns()
     is_free = np.isinf(bounds.lower) & np.isinf(bounds.upper)

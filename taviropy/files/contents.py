@@ -7,7 +7,7 @@ from typing import Any, NamedTuple
 import numpy as np
 from numpy.typing import NDArray
 
-from ..data.attributes import BINARY, CONTINUOUS, EQUAL, GREATER, LESS
+from ..data.attributes import BINARY, EQUAL, GREATER, LESS, WHOLE
 from ..data.model_data import ModelData
 from ..data.quadratic import QuadraticTerms, packed
 from ..data.rows import Rows
@@ -93,7 +93,7 @@ class Contents(NamedTuple):
         """Put everything into the data of a new model."""
         names, costs, lower, upper, types = self.columns
         for column, _ in self.indicators.values():
-            if types[column] != CONTINUOUS and lower[column] >= 0 and upper[column] <= 1:
+            if types[column] == WHOLE and lower[column] >= 0 and upper[column] <= 1:
                 types[column] = BINARY
         values = {"LB": lower, "UB": upper, "Obj": costs, "VType": types}
         names = self.table.originals("column", names)

@@ -16,7 +16,7 @@ from numpy.typing import NDArray
 from .._exception import TaviroError
 from .._files import plain_rows
 from .._tvo import TVO
-from ..data.attributes import BINARY, CONTINUOUS, WHOLE
+from ..data.attributes import BINARY, CONTINUOUS, SEMI, SEMI_WHOLE, WHOLE
 from ..data.rows import sums_at
 from ..data.values import Floats, cut_binaries
 from .contents import Columns, Contents, Lines, Terms, infinite, rows_of
@@ -42,7 +42,8 @@ _SECTIONS = (
     ("rows", r"subject[ \t]+to|such[ \t]+that|st\.?|s\.[ \t]*t\.?"),
     ("bounds", r"bounds?"),
     ("other", r"general[ \t]+constraints?|lazy[ \t]+constraints?|user[ \t]+cuts?|sos[12]?|pwlobj"),
-    ("semi", r"semi-?continuous|semi-integer|semis?"),
+    ("semi_whole", r"semi-integer"),
+    ("semi", r"semi-?continuous|semis?"),
     ("whole", r"generals?|gen|integers?|int"),
     ("binary", r"binar(?:y|ies)|bin"),
     ("free", r"free"),
@@ -95,6 +96,7 @@ class _Reader:
         self._least: dict[str, float] = {}
         self._most: dict[str, float] = {}
         self._types: dict[str, int] = {}
+        self._semi: dict[str, bool] = {}  # whether their section makes them integer
 
     def read(self, table: Table) -> Contents:
         """The contents of the file."""
@@ -123,8 +125,8 @@ class _Reader:
                 self._read_rows(start, end)
             elif kind == "bounds":
                 self._read_bounds(start, end)
-            elif kind in ("other", "semi"):
-                self._refuse_section(kind, match, start, end)
+            elif kind == "other":
+                self._refuse_section(match, start, end)
             else:
                 self._read_list(kind or "", start, end)
         else:
@@ -299,17 +301,12 @@ class _Reader:
         if relation != ">":
             self._most[name] = value
 
-    def _refuse_section(self, kind: str, title: re.Match[str], start: int, end: int) -> None:
+    def _refuse_section(self, title: re.Match[str], start: int, end: int) -> None:
         """Refuse a section of what a model hasn't got, unless nothing is in it."""
         found = _LISTED.search(self._text, start, end)
         if found is None:
             return
         why = f"the section '{title[0].strip()}' can't be read"
-        if kind == "semi":
-            why = (
-                f"the variable '{found[0]}' is semi-continuous, which a model has no type for: "
-                f"write it with a binary variable and two constraints"
-            )
         raise self._source.fault_at(found.start(), why, TVO.Error.NOT_SUPPORTED)
 
     def _read_list(self, kind: str, start: int, end: int) -> None:
@@ -321,6 +318,8 @@ class _Reader:
             self._number(name)
             if kind == "free":
                 self._least[name], self._most[name] = -np.inf, np.inf
+            elif kind in ("semi", "semi_whole"):
+                self._semi[name] = kind == "semi_whole"
             else:
                 self._types[name] = BINARY if kind == "binary" else WHOLE
 
@@ -369,6 +368,9 @@ class _Reader:
         types = np.full(count, CONTINUOUS, np.uint8)
         for values, known in ((types, self._types), (lower, self._least), (upper, self._most)):
             values[[self._columns[name] for name in known]] = list(known.values())
+        for name, is_whole in self._semi.items():
+            is_whole |= self._types.get(name, CONTINUOUS) != CONTINUOUS
+            types[self._columns[name]] = SEMI_WHOLE if is_whole else SEMI
         lower, upper = cut_binaries(infinite(lower), infinite(upper), types)
         return Columns(list(self._columns), costs, lower, upper, types)
 

@@ -67,6 +67,7 @@ def write_lp(view: View) -> Iterator[str]:
     for title, which in (
         ("Binaries", is_binary),
         ("Generals", sheet.columns.is_integer & ~is_binary),
+        ("Semi-Continuous", view.is_semi),
     ):
         if which.any():
             names = [sheet.column_names[k] for k in np.flatnonzero(which).tolist()]
@@ -159,7 +160,7 @@ def _rows(sheet: Sheet, terms: _Terms) -> Iterator[str]:
 
 
 def _bounds(sheet: Sheet) -> Iterator[str]:
-    _, lower, upper, _ = sheet.columns
+    lower, upper = sheet.columns.own_bounds()
     is_usual = np.where(
         sheet.view.is_binary,
         (lower == 0) & (upper == 1),

@@ -1,7 +1,8 @@
 """What the lines of the section BOUNDS in MPS files do to the columns.
 
 Readers differ in three places. Here an integer column that no line bounds is binary; one within
-[0, 1] is too, unless the lines are of the integer types LI and UI; and an upper bound below 0 takes
+[0, 1] is too, unless the lines are of the integer types LI and UI; one with a line SC is
+semi-integer, as one with SI; and an upper bound below 0 takes
 away the lower bound 0 of a column for which no line gives one, with a warning.
 """
 
@@ -15,8 +16,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from .._exception import NumericsWarning, TaviroError
-from .._tvo import TVO
-from ..data.attributes import BINARY, CONTINUOUS, WHOLE
+from ..data.attributes import BINARY, CONTINUOUS, SEMI, SEMI_WHOLE, WHOLE
 from ..data.values import Codes, Floats
 from .contents import infinite
 
@@ -34,6 +34,7 @@ class BoundLines:
         self._is_integer = is_integer
         self._has_lower = bytearray(count)
         self._has_upper = bytearray(count)
+        self._is_semi = np.zeros(count, bool)
         self._stays_integer = np.zeros(count, bool)  # rather than binary
 
     def set(self, kind: str, name: str, column: int, value: float) -> None:
@@ -42,11 +43,10 @@ class BoundLines:
             self._set_upper(column, value)
             return
         if kind in ("SC", "SI"):
-            raise self._fault(
-                f"the variable '{name}' is semi-continuous, which a model has no type for: write "
-                f"it with a binary variable and two constraints",
-                TVO.Error.NOT_SUPPORTED,
-            )
+            self._is_semi[column] = True
+            self._is_integer[column] |= kind == "SI"
+            self._set_upper(column, value)
+            return
         if kind in ("LI", "UI"):
             self._is_integer[column] = self._stays_integer[column] = True
         elif kind == "BV":
@@ -91,6 +91,9 @@ class BoundLines:
             )
         upper[self._is_integer & ~has_lower & ~has_upper] = 1.0
         types = np.where(self._is_integer, WHOLE, CONTINUOUS).astype(np.uint8)
-        is_within = self._is_integer & (lower >= 0) & (upper <= 1) & ~self._stays_integer
+        is_within = (
+            self._is_integer & ~self._is_semi & (lower >= 0) & (upper <= 1) & ~self._stays_integer
+        )
         types[is_within] = BINARY
+        types[self._is_semi] = np.where(self._is_integer, SEMI_WHOLE, SEMI)[self._is_semi]
         return lower, upper, types

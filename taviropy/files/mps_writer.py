@@ -144,12 +144,13 @@ def _bounds(sheet: Sheet) -> Iterator[str]:
 
     LI and UI are for integers only: binary variables have BV, or FX, LO and UP.
     """
-    _, lower, upper, is_integer = sheet.columns
+    is_integer, is_semi = sheet.columns.is_integer, sheet.view.is_semi
+    lower, upper = sheet.columns.own_bounds()
     is_binary = sheet.view.is_binary
-    is_whole = is_integer & ~is_binary
+    is_whole = is_integer & ~is_binary & ~is_semi
     has_usual = is_binary & (lower == 0) & (upper == 1)
-    is_free = ~is_integer & (lower == -np.inf) & (upper == np.inf)
-    is_fixed = ~is_whole & (lower == upper)
+    is_free = ~is_integer & ~is_semi & (lower == -np.inf) & (upper == np.inf)
+    is_fixed = ~is_whole & ~is_semi & (lower == upper)
     rest = ~is_whole & ~has_usual & ~is_free & ~is_fixed
     kinds = (
         ("BV", has_usual, None),
@@ -159,7 +160,9 @@ def _bounds(sheet: Sheet) -> Iterator[str]:
         ("LO", rest & (lower > -np.inf) & ((lower != 0) | (upper < 0) | is_binary), lower),
         ("LI", is_whole & (lower > -np.inf), lower),
         ("PL", is_whole & (upper == np.inf), None),
-        ("UP", rest & (upper < np.inf), upper),
+        ("UP", rest & ~is_semi & (upper < np.inf), upper),
+        ("SC", is_semi & ~is_integer, upper),
+        ("SI", is_semi & is_integer, upper),
         ("UI", is_whole & (upper < np.inf), upper),
     )
     if not any(which.any() for _, which, _ in kinds):

@@ -78,6 +78,12 @@ class Sheet:
 
 
 def _refuse_nonlinear(view: View) -> None:
+    if view.nonlinear_objective is not None:
+        raise TaviroError(
+            TVO.Error.NOT_SUPPORTED,
+            "The objective is nonlinear, which neither MPS nor LP files can say: write the model "
+            "with another",
+        )
     nonlinear = view.nonlinear
     if nonlinear is not None:
         name = view.general_name(int(nonlinear.places[0]))

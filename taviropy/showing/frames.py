@@ -8,7 +8,7 @@ import numpy as np
 
 from .._exception import TaviroError
 from .._scalars import data_of
-from ..data.attributes import ATTRIBUTES, KIND_NAMES, OF_SOLUTION, QUADRATIC, VARIABLE
+from ..data.attributes import ATTRIBUTES, KIND_NAMES, OF_SOLUTION, ON_DEMAND, QUADRATIC, VARIABLE
 from ..data.view import View
 from .needs import needed
 from .rowtext import row_texts
@@ -21,7 +21,12 @@ NAMES = {
     for kind in KIND_NAMES
 }
 COLUMNS = {
-    kind: [n for n, a in ATTRIBUTES.items() if a.kind == kind and n != NAMES[kind]]
+    kind: [
+        name
+        for name, attribute in ATTRIBUTES.items()
+        # What is computed on demand takes time, and some of it has another shape.
+        if attribute.kind == kind and name not in {NAMES[kind], *ON_DEMAND}
+    ]
     for kind in KIND_NAMES
 }
 _GEN_KINDS = np.array(["", "nonlinear", "indicator"], object)

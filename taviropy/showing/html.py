@@ -11,7 +11,8 @@ import numpy as np
 from .._exception import TaviroError
 from .._scalars import data_of
 from ..data.attributes import COUNTS, OF_SOLUTION, VARIABLE
-from ..data.model_data import CLOSED, ModelData
+from ..data.locks import CLOSED
+from ..data.model_data import ModelData
 from ..data.view import View
 from .frames import COLUMNS, NAMES, handles_of
 from .rowtext import row_texts

@@ -11,7 +11,8 @@ from numpy.typing import NDArray
 from .._exception import TaviroError
 from .._tvo import TVO
 from ..data.attributes import CHARACTERS, GENERAL, KIND_NAMES, QUADRATIC
-from ..data.model_data import CLOSED, ModelData
+from ..data.locks import CLOSED
+from ..data.model_data import ModelData
 from ..data.rows import Rows
 from ..data.values import Floats
 from ..data.view import View

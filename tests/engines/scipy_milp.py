@@ -24,6 +24,8 @@ class MilpEngine:
 
     @classmethod
     def refuses(cls, view, final):
+        if view.nonlinear_objective is not None:
+            return "its objective is nonlinear"
         if view.quadratic_objective is not None:
             return "its objective is quadratic"
         if view.quadratic_count:

@@ -11,10 +11,10 @@ FUZZER = Path(__file__).with_name("native_fuzz.py")
 
 
 def test_acting_operands_never_crash():
-    package = str(Path(taviropy.__file__).parent.parent)
+    path = os.pathsep.join(map(str, (Path(taviropy.__file__).parent.parent, FUZZER.parent)))
     done = subprocess.run(
         [sys.executable, "-P", str(FUZZER), "--operations", "3000", "--seed", "1"],
-        env={**os.environ, "PYTHONPATH": package, "PYTHONHASHSEED": "0"},
+        env={**os.environ, "PYTHONPATH": path, "PYTHONHASHSEED": "0"},
         capture_output=True,
         text=True,
         timeout=300,

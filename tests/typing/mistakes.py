@@ -59,7 +59,7 @@ def arguments(m: tv.Model, x: tv.MVar, v: tv.Var) -> None:
     m.addMVar(3, lower=0)  # wrong
     m.addVar(ub=[1, 2])  # wrong
     m.setObjective("x + y")  # wrong
-    m.setObjective(tv.exp(x))  # wrong
+    m.setObjective(x <= 1)  # wrong
     m.addConstr(x)  # wrong
     m.addConstr("x <= 1")  # wrong
     m.addConstr(x.LB <= 3)  # wrong

@@ -22,12 +22,7 @@ OPERATORS = {
     "/": operator.truediv, "**": operator.pow, "<=": operator.le, "==": operator.eq,
 }  # fmt: skip
 DATA = {"number": "float", "array": "NDArray[np.float64]", "matrix": "Sparse"}
-SCALARS = {
-    "Var": "tv.Var",
-    "LinExpr": "tv.LinExpr",
-    "QuadExpr": "tv.QuadExpr",
-    "NLExpr": "tv.NLExpr",
-}
+SCALARS = {name: f"tv.{name}" for name in ("Var", "LinExpr", "QuadExpr", "NLExpr")}
 BLOCKS = {name: f"tv.{name}" for name in ("MVar", "MLinExpr", "MQuadExpr", "MNLExpr")}
 OPERANDS = DATA | SCALARS | BLOCKS
 LINEAR = ("Var", "LinExpr", "MVar", "MLinExpr")

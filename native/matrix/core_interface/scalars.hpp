@@ -7,12 +7,15 @@
 
 #include <nanobind/nanobind.h>
 
+#include "base/layouts.hpp"
 #include "base/terms.hpp"
-#include "core_interface/layouts.hpp"
 
 namespace taviropy {
 
 namespace nb = nanobind;
+
+using base::check_lengths, base::check_variable, base::read_coefficient;
+using base::LinExprObject, base::QuadExprObject;
 
 /// Binds the two types, `_ptr` and nothing else. ImportError where a layout or signature differs.
 void bind_core();

@@ -7,11 +7,12 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mlinexpr {
@@ -20,28 +21,12 @@ using namespace nb::literals;
 
 namespace {
 
-nb::object as_nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mlinexpr")(self); }
-
-nb::object plus(nb::handle left, nb::handle right) {
-    return checked(PyNumber_Add(left.ptr(), right.ptr()));
-}
-
-nb::object minus(nb::handle left, nb::handle right) {
-    return checked(PyNumber_Subtract(left.ptr(), right.ptr()));
-}
-
-nb::object in_place_plus(nb::handle left, nb::handle right) {
-    return checked(PyNumber_InPlaceAdd(left.ptr(), right.ptr()));
-}
-
 nb::object broadcast_shape(nb::handle left, nb::handle right) {
     return names::_broadcast_shapes()(shape_of(left), shape_of(right));
 }
 
 /// self._const += other
-void add_to_const(nb::handle self, nb::handle other) {
-    nb::setattr(self, "_const", in_place_plus(const_of(self), other));
-}
+void add_to_const(nb::handle self, nb::handle other) { self.attr("_const") += other; }
 
 /// The same of a number of any kind; NumPy refuses a complex one.
 void add_number_to_const(nb::handle self, nb::handle number) {
@@ -49,11 +34,15 @@ void add_number_to_const(nb::handle self, nb::handle number) {
 }
 
 nb::object sum_with_copy(nb::handle self, nb::handle other) {
-    return in_place_plus(copy_of(self), other);
+    nb::object sum = copy_of(self);
+    sum += other;
+    return sum;
 }
 
 nb::object sum_as_quadratic(nb::handle self, nb::handle other) {
-    return in_place_plus(names::MQuadExpr().attr("_from_mlinexpr")(self), other);
+    nb::object sum = names::MQuadExpr().attr("_from_mlinexpr")(self);
+    sum += other;
+    return sum;
 }
 
 /// NumPy's sum of an object array and another array; a bare LinExpr is what it makes of 0-d arrays.
@@ -61,7 +50,7 @@ nb::object full_sum(nb::handle learr, nb::handle other) {
     nb::object result;
     {
         GcPause pause;
-        result = plus(learr, other);
+        result = learr + other;
     }
     if (is_linexpr(result)) result = array_of_one(import_numpy(), result);
     return new_full(result);
@@ -82,7 +71,7 @@ nb::object concatenated(nb::handle np, nb::list arrays) {
 
 static nb::object _add_compact_mlinexpr_compact(nb::handle self, nb::handle other) {
     auto np = import_numpy();
-    nb::object b = np.attr("asarray")(plus(const_of(self), const_of(other)));
+    nb::object b = np.attr("asarray")(const_of(self) + const_of(other));
     const auto m = nb::cast<Py_ssize_t>(nb::object(b.attr("size")));
     PY_ASSERT(allows_compact(b.attr("shape")));
     std::vector<sparse::Beside> A_parts;
@@ -132,7 +121,8 @@ static nb::object add_compact(nb::handle self, nb::handle other) {
     if (is_quadexpr(other)) return sum_as_quadratic(self, other);
     if (is_scalar(other)) {
         nb::object sum = copy_of(self);  // first, so that it merges the parts of self in any case
-        return in_place_plus(sum, real_float(other));
+        sum += real_float(other);
+        return sum;
     }
     return not_implemented();
 }
@@ -151,15 +141,13 @@ static nb::object add_full(nb::handle self, nb::handle other) {
 }
 
 nb::object add(nb::handle self, nb::handle other) {
-    if (is_a(other, names::NLExpr)) return plus(as_nonlinear(self), other);
-    if (use_compact(self)) return add_compact(self, other);
-    _convert_to_full(self);
-    return add_full(self, other);
+    if (is_a(other, names::NLExpr)) return as_nonlinear(self) + other;
+    return take_compact_lane(self) ? add_compact(self, other) : add_full(self, other);
 }
 
 static nb::object radd(nb::handle self, nb::handle other) {
-    if (is_a(other, names::NLExpr)) return plus(other, as_nonlinear(self));
-    return plus(self, other);
+    if (is_a(other, names::NLExpr)) return other + as_nonlinear(self);
+    return self + other;
 }
 
 // ---- In place, compact -------------------------------------------------------------------------
@@ -248,42 +236,40 @@ static nb::object iadd_compact(nb::handle self, nb::handle other) {
 // ---- In place, full ----------------------------------------------------------------------------
 
 static nb::object _iadd_full_scalar(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::readwrite}};
     const double value = as_double(real_float(other));
     if (value == 0.0) return nb::borrow(self);
     nb::object learr = learr_of(self);
-    walk<1>(flags, {learr}, [&](const std::array<Chunk, 1>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) as_linexpr(chunks[0][k])->constant += value;
-    });
+    walk<1>(flags, {learr},
+            [&](const auto& chunks, Py_ssize_t k) { as_linexpr(chunks[0][k])->constant += value; });
     return nb::borrow(self);
 }
 
 nb::object _iadd_full_ndarray(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered zerosize_ok",
-                                    {"readwrite no_broadcast", "readonly copy"},
-                                    "Od"};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::zerosize_ok,
+        {flag::readwrite | flag::no_broadcast, flag::readonly | flag::copy},
+        "Od"};
     nb::object learr = learr_of(self), numbers = number_array(import_numpy(), other);
-    walk<2>(flags, {learr, numbers}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            as_linexpr(chunks[0][k])->constant += chunks[1].number(k);
+    walk<2>(flags, {learr, numbers}, [&](const auto& chunks, Py_ssize_t k) {
+        as_linexpr(chunks[0][k])->constant += chunks[1].number(k);
     });
     return nb::borrow(self);
 }
 
 nb::object _iadd_full_mlinexpr(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered reduce_ok zerosize_ok",
-                                    {"readwrite no_broadcast", "readwrite updateifcopy"},
-                                    "OO"};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+        {flag::readwrite | flag::no_broadcast, flag::readwrite | flag::updateifcopy},
+        "OO"};
     nb::object learr = learr_of(self), other_learr = learr_of(other);
-    walk<2>(flags, {learr, other_learr}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            LinExprObject* lhs = as_linexpr(chunks[0][k]);
-            LinExprObject* rhs = as_linexpr(chunks[1][k]);
-            if (rhs->cont_ref == Py_None)
-                extend_linexpr(lhs, rhs);
-            else
-                chunks[0].element(k).attr("add")(chunks[1].element(k));
-        }
+    walk<2>(flags, {learr, other_learr}, [&](const auto& chunks, Py_ssize_t k) {
+        LinExprObject* lhs = as_linexpr(chunks[0][k]);
+        LinExprObject* rhs = as_linexpr(chunks[1][k]);
+        if (rhs->cont_ref == Py_None)
+            extend_linexpr(lhs, rhs);
+        else
+            chunks[0].element(k).attr("add")(chunks[1].element(k));
     });
     return nb::borrow(self);
 }
@@ -302,9 +288,7 @@ static nb::object iadd_full(nb::handle self, nb::handle other) {
 }
 
 nb::object iadd(nb::handle self, nb::handle other) {
-    if (use_compact(self)) return iadd_compact(self, other);
-    _convert_to_full(self);
-    return iadd_full(self, other);
+    return take_compact_lane(self) ? iadd_compact(self, other) : iadd_full(self, other);
 }
 
 // ---- Expressions that nobody else holds --------------------------------------------------------
@@ -317,22 +301,21 @@ static bool takes_number(const nb::object& expr, nb::handle other) {
 }
 
 nb::object plus_fresh(nb::object expr, nb::handle other) {
-    if (!takes_number(expr, other)) return plus(expr, other);
-    if (use_compact(expr)) return iadd_compact(expr, checked(PyNumber_Float(other.ptr())));
-    return iadd(expr, other);
+    if (!takes_number(expr, other)) return expr + other;
+    return take_compact_lane(expr) ? iadd_compact(expr, as_float(other)) : iadd_full(expr, other);
 }
 
 nb::object rplus_fresh(nb::handle other, nb::object expr) {
-    return takes_number(expr, other) ? plus_fresh(std::move(expr), other) : plus(other, expr);
+    return takes_number(expr, other) ? plus_fresh(std::move(expr), other) : other + expr;
 }
 
 nb::object minus_fresh(nb::object expr, nb::handle other) {
-    if (!takes_number(expr, other)) return minus(expr, other);
+    if (!takes_number(expr, other)) return expr - other;
     return plus_fresh(std::move(expr), negated(other));
 }
 
 nb::object rminus_fresh(nb::handle other, nb::object expr) {
-    if (!takes_number(expr, other)) return minus(other, expr);
+    if (!takes_number(expr, other)) return other - expr;
     nb::object opposite = imul(expr, nb::float_(-1.0));
     expr.reset();
     return plus_fresh(std::move(opposite), other);
@@ -342,21 +325,19 @@ nb::object rminus_fresh(nb::handle other, nb::object expr) {
 
 static nb::object sub(nb::handle self, nb::handle other) {
     auto np = import_numpy();
-    if (is_a(other, names::NLExpr)) return minus(as_nonlinear(self), other);
+    if (is_a(other, names::NLExpr)) return as_nonlinear(self) - other;
     if (is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
         is_ndarray(np, other) || is_a(other, names::MVar, names::MLinExpr) || is_scalar(other))
-        return plus(self, negated(other));
+        return self + negated(other);
     return not_implemented();
 }
 
 static nb::object rsub(nb::handle self, nb::handle other) {
-    if (is_a(other, names::NLExpr)) return minus(other, as_nonlinear(self));
-    return plus(negated(self), other);
+    if (is_a(other, names::NLExpr)) return other - as_nonlinear(self);
+    return negated(self) + other;
 }
 
-static nb::object isub(nb::handle self, nb::handle other) {
-    return in_place_plus(self, negated(other));
-}
+static nb::object isub(nb::handle self, nb::handle other) { return subtract_in_place(self, other); }
 
 // ---- The table ---------------------------------------------------------------------------------
 
@@ -367,33 +348,33 @@ void add_addition_methods(ClassBody& body) {
         .method<&sub>("__sub__(self, other)")
         .method<&rsub>("__rsub__(self, other)")
         .method<&isub>("__isub__(self, other)")
-        .method<&_add_compact_mlinexpr>("_add_compact_mlinexpr(self, other)",
-                                        "The sum of this compact expression and another of either "
-                                        "form; compact where that is possible.")
+        .method<&_add_compact_mlinexpr>(
+            "_add_compact_mlinexpr(self, other)",
+            R"(The sum of this compact expression and another of either form; compact where that is
+possible.)")
         .method<&_add_compact_mlinexpr_compact>(
             "_add_compact_mlinexpr_compact(self, other)",
-            "The compact sum of two compact expressions, in one "
-            "part; merges the parts of both.")
+            R"(The compact sum of two compact expressions, in one part; merges the parts of both.)")
         .method<&_add_full_mlinexpr>("_add_full_mlinexpr(self, other)",
-                                     "The full sum of two full expressions.")
+                                     R"(The full sum of two full expressions.)")
         .method<&_add_full_ndarray>("_add_full_ndarray(self, other)",
-                                    "The full sum of a full expression and an array of numbers.")
+                                    R"(The full sum of a full expression and an array of numbers.)")
         .method<&_iadd_compact_mlinexpr>(
             "_iadd_compact_mlinexpr(self, other)",
-            "Adds an expression in place; a full one makes this one full.")
+            R"(Adds an expression in place; a full one makes this one full.)")
         .method<&_iadd_compact_mlinexpr_compact>("_iadd_compact_mlinexpr_compact(self, other)",
-                                                 "Appends a copy of another compact expression.")
+                                                 R"(Appends a copy of another compact expression.)")
         .method<&_iadd_compact_var>("_iadd_compact_var(self, other)",
-                                    "Adds a variable to every element.")
+                                    R"(Adds a variable to every element.)")
         .method<&_iadd_compact_linexpr>("_iadd_compact_linexpr(self, other)",
-                                        "Adds a scalar expression to every element.")
+                                        R"(Adds a scalar expression to every element.)")
         .method<&_iadd_full_scalar>("_iadd_full_scalar(self, other)",
-                                    "Adds a number to the constant of every element.")
+                                    R"(Adds a number to the constant of every element.)")
         .method<&_iadd_full_ndarray>("_iadd_full_ndarray(self, other)",
-                                     "Adds numbers to the constants, element by element.")
+                                     R"(Adds numbers to the constants, element by element.)")
         .method<&_iadd_full_mlinexpr>(
             "_iadd_full_mlinexpr(self, other)",
-            "Appends the terms of a full expression, element by element.");
+            R"(Appends the terms of a full expression, element by element.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -1,12 +1,13 @@
-// How an MLinExpr comes into being: zeros, affine expressions, variables and scalar expressions.
-// Matrix products stand in products.cpp.
+// How an MLinExpr comes into being: zeros, affine expressions, variables, scalar expressions and
+// copies. Products of a matrix and variables stand in build_matmul.cpp.
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 #include "support/vectorize.hpp"
 
@@ -46,15 +47,14 @@ nb::object zeros(nb::handle cls, nb::handle shape) {
     return _zeros_full(cls, full_shape);
 }
 
-static const WalkFlags kZerosFlags = {"refs_ok external_loop zerosize_ok", {"writeonly"}, nullptr};
+constexpr WalkFlags kZerosFlags = {flag::zerosize_ok, {flag::writeonly}};
 
 nb::object _zeros_full(nb::handle cls, nb::handle shape) {
     nb::object np = import_numpy();
     nb::object out = empty_object_array(np, names::_broadcast_shapes()(shape));
     GcPause pause;
-    walk<1>(kZerosFlags, {out}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[0].store(k, make_linexpr(0.0, nb::list(), nb::list()));
+    walk<1>(kZerosFlags, {out}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[0].store(k, make_linexpr(0.0, nb::list(), nb::list()));
     });
     return new_full(cls, out);
 }
@@ -73,11 +73,6 @@ static nb::object own_constant(nb::handle np, nb::handle b, nb::handle shape_Ax)
     if (!allows_compact(total_shape))
         raise(PyExc_ValueError, "Compact state cannot have shape " + text_of(total_shape));
     return np.attr("broadcast_to")(own, total_shape).attr("copy")();
-}
-
-/// The variables as a one-dimensional MVar, in C order.
-static nb::object flat_mvar(nb::handle x) {
-    return mvar::new_mvar(x.attr("_vararr").attr("reshape")(-1));
 }
 
 /// What a 1 by 1 matrix stands for next to a block of variables that lies along `axis`: a multiple
@@ -105,7 +100,7 @@ nb::object compact_product(nb::handle cls, nb::handle A, nb::handle x, nb::handl
     if (!allows_compact(x_shape))
         raise(PyExc_ValueError, std::string(right ? "Right" : "Left") + " variable's shape " +
                                     text_of(x_shape) + " is not compact");
-    nb::object flat = flat_mvar(x);
+    nb::object flat = mvar::flat(x);
     nb::object rows = right ? sparse::to_csr(A, true) : sparse::transposed_to_csr(A);
     if (!is_ndarray(import_numpy(), A)) refuse_vector(rows);
     nb::list parts;
@@ -124,8 +119,7 @@ nb::object _from_compact_affine_expr(nb::handle cls, nb::handle x_left, nb::hand
     }
     nb::handle x = right ? x_right : x_left;
     nb::object x_shape = x.attr("shape"), A_shape = A.attr("shape");
-    nb::object shape_Ax = names::_matmul_shape()(right ? A_shape : x_shape,
-                                                 right ? x_shape : A_shape, "do_raise"_a = true);
+    nb::object shape_Ax = product_shape(right ? A_shape : x_shape, right ? x_shape : A_shape);
     nb::object own = own_constant(np, b, shape_Ax);
     return compact_product(cls, A, x, x_shape, right ? Side::right : Side::left, own);
 }
@@ -143,16 +137,15 @@ nb::object _from_mvar(nb::handle cls, nb::handle fromobj, nb::handle force_full)
 nb::object _from_mvar_compact(nb::handle cls, nb::handle x) {
     nb::object shape = x.attr("shape");
     nb::object vararr = x.attr("_vararr");
-    Py_ssize_t size = nb::cast<Py_ssize_t>(nb::object(vararr.attr("size")));
+    Py_ssize_t size = size_of(vararr);
     if (size == 0) return zeros(shape);
     if (!allows_compact(shape)) fail_assertion();
     nb::list parts;
-    parts.append(nb::make_tuple(sparse::identity(size), flat_mvar(x)));
+    parts.append(nb::make_tuple(sparse::identity(size), mvar::flat(x)));
     return new_compact(cls, parts, import_numpy().attr("zeros")(shape));
 }
 
-static const WalkFlags kFromMvarFlags = {
-    "refs_ok external_loop zerosize_ok", {"readwrite", "writeonly"}, nullptr};
+constexpr WalkFlags kFromMvarFlags = {flag::zerosize_ok, {flag::readwrite, flag::writeonly}};
 
 /// LinExpr(1.0, variable)
 static nb::object single_term(nb::handle var_type, nb::handle variable) {
@@ -168,9 +161,8 @@ nb::object _from_mvar_full(nb::handle cls, nb::handle fromobj) {
     nb::object out = empty_object_array(np, fromobj.attr("shape"));
     nb::object vararr = fromobj.attr("_vararr"), var_type = names::Var();
     GcPause pause;
-    walk<2>(kFromMvarFlags, {vararr, out}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[1].store(k, single_term(var_type, chunks[0].element(k)));
+    walk<2>(kFromMvarFlags, {vararr, out}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[1].store(k, single_term(var_type, chunks[0].element(k)));
     });
     return new_full(cls, out);
 }
@@ -201,31 +193,93 @@ static nb::object _from_linexprs(nb::handle cls, nb::handle les) {
     return new_full(cls, vectorize(np, convert, objects));
 }
 
+// ---- Copying --------------------------------------------------------------------------------
+
+static constexpr const char* kCopyDoc = R"(ROUTINE:
+    copy()
+
+PURPOSE:
+    Copy an expression.
+
+ARGUMENTS:
+    None.
+
+RETURN VALUE:
+    A new MLinExpr of the same shape; changing it leaves this expression as it is.
+
+EXAMPLE:
+    other = mle.copy()
+    other += 1
+)";
+
+static nb::object _copy_compact(nb::handle self) {
+    nb::list parts;
+    Part part = merged_part(self);
+    if (part.A.is_valid())
+        parts.append(nb::make_tuple(sparse::copy(part.A), part.x.attr("copy")()));
+    return new_compact(parts, const_of(self).attr("copy")());
+}
+
+constexpr WalkFlags kCopyFlags = {
+    flag::buffered | flag::zerosize_ok,
+    {flag::readwrite | flag::no_broadcast, flag::writeonly | flag::no_broadcast}};
+
+static nb::object copy_element(nb::handle element) {
+    LinExprObject* le = as_linexpr(element.ptr());
+    if (!is_plain_linexpr(element.ptr())) return element.attr("copy")();
+    return make_linexpr(le->constant, copy_list(le->coeffs), copy_list(le->vars));
+}
+
+static nb::object _copy_full(nb::handle self) {
+    nb::object np = import_numpy();
+    _convert_to_full(self);
+    nb::object learr = learr_of(self);
+    nb::object copied = empty_object_array(np, learr.attr("shape"));
+    GcPause pause;
+    walk<2>(kCopyFlags, {learr, copied}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[1].store(k, copy_element(chunks[0].element(k)));
+    });
+    return new_full(copied);
+}
+
+nb::object copy(nb::handle self) {
+    return is_compact(self) && keeps_compact(self) ? _copy_compact(self) : _copy_full(self);
+}
+
+nb::object copy_of(nb::handle self) {
+    return self.type().is(names::MLinExpr()) ? copy(self) : nb::object(self.attr("copy")());
+}
+
 // ---- The table ------------------------------------------------------------------------------
 
 void add_build_methods(ClassBody& body) {
     body.class_method<static_cast<nb::object (*)(nb::handle, nb::handle)>(&zeros)>(
             "zeros(cls, shape)", kZerosDoc)
         .class_method<&_zeros_full>("_zeros_full(cls, shape)",
-                                    "An all-zero expression in the full form.")
+                                    R"(An all-zero expression in the full form.)")
         .class_method<&_from_compact_affine_expr>(
             "_from_compact_affine_expr(cls, x_left=None, A=None, x_right=None, b=None)",
-            "The compact expression x_left @ A + b, A @ x_right + b or b, of copies of A and b.")
+            R"(The compact expression x_left @ A + b, A @ x_right + b or b, of copies of A and b.)")
         .class_method<&_from_mvar>("_from_mvar(cls, fromobj, force_full=False)",
-                                   "An expression with one term for each variable of an MVar.")
+                                   R"(An expression with one term for each variable of an MVar.)")
         .class_method<&_from_mvar_compact>("_from_mvar_compact(cls, x)",
-                                           "The same in the compact form.")
+                                           R"(The same in the compact form.)")
         .class_method<&_from_mvar_full>("_from_mvar_full(cls, fromobj)",
-                                        "The same in the full form.")
+                                        R"(The same in the full form.)")
         .class_method<&_from_var>("_from_var(cls, fromobj)",
-                                  "A 0-d expression of a Var; any other type is an Exception.")
+                                  R"(A 0-d expression of a Var; any other type is an Exception.)")
         .class_method<&_from_linexpr>(
             "_from_linexpr(cls, fromobj)",
-            "A 0-d expression of a copy of a LinExpr; any other type is an Exception.")
+            R"(A 0-d expression of a copy of a LinExpr; any other type is an Exception.)")
         .class_method<&_from_linexprs>(
             "_from_linexprs(cls, les)",
-            "An expression of copies of scalar expressions, MLinExpr of size 1 among them, in the "
-            "shape that NumPy gives to the sequence.");
+            R"(An expression of copies of scalar expressions, MLinExpr of size 1 among them, in the
+shape that NumPy gives to the sequence.)")
+        .method<&copy>("copy(self)", kCopyDoc)
+        .method<&_copy_compact>("_copy_compact(self)")
+        .method<&_copy_full>(
+            "_copy_full(self)",
+            R"(Copies element by element; converts this expression to the full form.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -1,8 +1,9 @@
-// The two forms of an MLinExpr, and the way from the compact to the full one.
+// The two forms of an MLinExpr, the way from the compact to the full one, and what changes the
+// state of either in place: folding, merging and clearing terms.
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
@@ -13,8 +14,7 @@ namespace taviropy::mlinexpr {
 
 using namespace nb::literals;
 
-// The class that this module makes; lives as long as the module does.
-static PyTypeObject* own_class = nullptr;
+static OwnClass own_class;
 
 static bool is_one(nb::handle value) {
     if (PyLong_CheckExact(value.ptr())) return PyLong_AsLong(value.ptr()) == 1;
@@ -23,7 +23,12 @@ static bool is_one(nb::handle value) {
 
 bool keeps_compact(nb::handle cls) { return is_one(cls.attr("_keep_compact")); }
 
-bool use_compact(nb::handle self) { return is_compact(self) && keeps_compact(names::MLinExpr()); }
+bool take_compact_lane(nb::handle self) {
+    if (!is_compact(self)) return false;
+    if (keeps_compact(names::MLinExpr())) return true;
+    _convert_to_full(self);
+    return false;
+}
 
 bool is_compact(nb::handle self) {
     bool compact = !parts_of(self).is_none();
@@ -117,25 +122,18 @@ static nb::object init(nb::handle self, nb::handle wraponly, nb::handle matmulpa
     return nb::none();
 }
 
-/// A new instance of the class without a call of it.
-static nb::object new_instance() {
-    static PyObject* no_arguments = PyTuple_New(0);
-    return checked(PyBaseObject_Type.tp_new(own_class, no_arguments, nullptr));
-}
-
 nb::object new_full(nb::handle cls, nb::handle learr) {
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class)) return cls(learr);
-    nb::object self = new_instance();
+    if (!own_class.is(cls)) return cls(learr);
+    nb::object self = own_class.make();
     set_fields(self, plain(learr), nb::none(), nb::none());
     return self;
 }
 
 nb::object new_compact(nb::handle cls, nb::handle parts, nb::handle b) {
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class))
-        return cls("matmulparts"_a = parts, "b"_a = b);
+    if (!own_class.is(cls)) return cls("matmulparts"_a = parts, "b"_a = b);
     // Parts that this module has made are as the constructor wants them.
     if (nb::len(parts) != 0) PY_ASSERT(truth(b.attr("size")));
-    nb::object self = new_instance();
+    nb::object self = own_class.make();
     set_fields(self, nb::none(), parts, b);
     return self;
 }
@@ -293,36 +291,118 @@ nb::object _convert_to_full(nb::handle self) {
     return nb::none();
 }
 
+// ---- Terms folded and merged ------------------------------------------------------------------
+
+constexpr WalkFlags kFlattenFlags = {flag::zerosize_ok, {flag::readwrite}};
+
+nb::object _flatten(nb::handle self) {
+    if (is_compact(self)) return nb::none();
+    walk<1>(kFlattenFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t k) {
+        if (is_plain_linexpr(chunks[0][k])) return;
+        nb::object le = chunks[0].element(k);
+        as_linexpr(le.ptr());
+        le.attr("_flatten")();
+    });
+    return nb::none();
+}
+
+constexpr WalkFlags kNormalizeFlags = {flag::buffered, {flag::readwrite}};
+
+nb::object _normalize(nb::handle self) {
+    if (is_compact(self)) return nb::none();
+    walk<1>(kNormalizeFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object le = chunks[0].element(k);
+        as_linexpr(le.ptr());
+        le.attr("_normalize")();
+    });
+    return nb::none();
+}
+
+// ---- Resetting ------------------------------------------------------------------------------
+
+static constexpr const char* kClearDoc = R"(ROUTINE:
+    clear()
+
+PURPOSE:
+    Reset this expression to all zero, in place. Its shape stays.
+
+ARGUMENTS:
+    None.
+
+RETURN VALUE:
+    None.
+
+EXAMPLE:
+    mle.clear()
+
+NOTES:
+    Views of this expression are reset with it. An expression without elements,
+    such as one of shape (0, 3, 4), may raise NumPy's ValueError.
+)";
+
+static nb::object _clear_compact(nb::handle self) {
+    nb::setattr(self, "_matmulparts", nb::list());
+    const_of(self).attr("fill")(0.0);
+    return nb::none();
+}
+
+constexpr WalkFlags kClearFlags = {flag::none, {flag::readwrite}};
+
+static nb::object _clear_full(nb::handle self) {
+    walk<1>(kClearFlags, {learr_of(self)}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object le = chunks[0].element(k);
+        as_linexpr(le.ptr());
+        le.attr("clear")();
+    });
+    return nb::none();
+}
+
+nb::object clear(nb::handle self) {
+    return is_compact(self) ? _clear_compact(self) : _clear_full(self);
+}
+
 // ---- The table ------------------------------------------------------------------------------
 
 void add_form_methods(ClassBody& body) {
-    own_class = reinterpret_cast<PyTypeObject*>(names::MLinExpr().ptr());
-    body.method<&init>("__init__(self, wraponly=None, matmulparts=None, b=None)",
-                       "Wraps an object array of LinExpr, or parts (A, x) and a constant array b, "
-                       "without copying.")
-        .property<&_is_compact>("_is_compact",
-                                "True where sparse parts and a constant hold the expression, False "
-                                "where an array of LinExpr does.")
-        .static_method<&_allows_compact>("_allows_compact(shape)",
-                                         "Whether an expression of this shape may be compact: at "
-                                         "most two dimensions, at most one of them above 1.")
-        .property<&shape_of>("shape", "The shape of the expression, as a tuple of ints")
-        .property<&ndim>("ndim", "The number of dimensions of this expression")
-        .property<&size>("size", "The number of elements of this expression")
+    own_class = names::MLinExpr();
+    body.method<&init>(
+            "__init__(self, wraponly=None, matmulparts=None, b=None)",
+            R"(Wraps an object array of LinExpr, or parts (A, x) and a constant array b, without
+copying.)")
+        .property<&_is_compact>(
+            "_is_compact",
+            R"(True where sparse parts and a constant hold the expression, False where an array of
+LinExpr does.)")
+        .static_method<&_allows_compact>(
+            "_allows_compact(shape)",
+            R"(Whether an expression of this shape may be compact: at most two dimensions, at most
+one of them above 1.)")
+        .property<&shape_of>("shape", R"(The shape of the expression, as a tuple of ints)")
+        .property<&ndim>("ndim", R"(The number of dimensions of this expression)")
+        .property<&size>("size", R"(The number of elements of this expression)")
         .property<&_leading_adim>("_leading_adim",
-                                  "The number of rows that the matrix of every part has.")
-        .method<&_concat_matmulparts>("_concat_matmulparts(self)",
-                                      "Merges all parts into one, side by side; the value stays.")
-        .method<&_extract_Axb>("_extract_Axb(self)",
-                               "The expression's own (A, x, b), its parts merged; A and x are None "
-                               "where it has no part.")
+                                  R"(The number of rows that the matrix of every part has.)")
+        .method<&_concat_matmulparts>(
+            "_concat_matmulparts(self)",
+            R"(Merges all parts into one, side by side; the value stays.)")
+        .method<&_extract_Axb>(
+            "_extract_Axb(self)",
+            R"(The expression's own (A, x, b), its parts merged; A and x are None where it has no
+part.)")
         .method<&_add_matmul_part>("_add_matmul_part(self, A, x)",
-                                   "Appends the part A @ x, A becoming a float64 csr_matrix.")
-        .method<&_to_full>("_to_full(self)",
-                           "The same expression as a new one in the full form. Merges the parts of "
-                           "this one.")
+                                   R"(Appends the part A @ x, A becoming a float64 csr_matrix.)")
+        .method<&_to_full>(
+            "_to_full(self)",
+            R"(The same expression as a new one in the full form. Merges the parts of this one.)")
         .method<&_convert_to_full>("_convert_to_full(self)",
-                                   "Switches this expression to the full form, in place.");
+                                   R"(Switches this expression to the full form, in place.)")
+        .method<&_flatten>("_flatten(self)", R"(Flattens each element of a full expression.)")
+        .method<&_normalize>(
+            "_normalize(self)",
+            R"(Merges the terms of one variable in each element of a full expression.)")
+        .method<&clear>("clear(self)", kClearDoc)
+        .method<&_clear_compact>("_clear_compact(self)")
+        .method<&_clear_full>("_clear_full(self)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -101,8 +101,7 @@ static nb::object selected_array(nb::handle np, nb::handle self, nb::handle key)
     return is_linexpr(selected) ? array_of_one(np, selected) : selected;
 }
 
-static const WalkFlags kSetLinexprFlags = {
-    "refs_ok external_loop buffered", {"readwrite"}, nullptr};
+constexpr WalkFlags kSetLinexprFlags = {flag::buffered, {flag::readwrite}};
 
 static nb::object _setitem_linexpr(nb::handle self, nb::handle key, nb::handle value) {
     nb::object np = import_numpy();
@@ -111,37 +110,32 @@ static nb::object _setitem_linexpr(nb::handle self, nb::handle key, nb::handle v
     nb::object coeffs = nb::borrow(source->coeffs), vars = nb::borrow(source->vars);
     nb::object cont_ref = nb::borrow(source->cont_ref);
     nb::object selected = np.attr("asarray")(selected_array(np, self, key));
-    walk<1>(kSetLinexprFlags, {selected}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object element = chunks[0].element(k);
-            LinExprObject* le = as_linexpr(element.ptr());
-            if (le == source) continue;
-            le->constant = constant;
-            set_field(le->vars, copy_list(vars.ptr()));
-            set_field(le->coeffs, copy_list(coeffs.ptr()));
-            set_field(le->cont_ref, cont_ref);
-        }
+    walk<1>(kSetLinexprFlags, {selected}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object element = chunks[0].element(k);
+        LinExprObject* le = as_linexpr(element.ptr());
+        if (le == source) return;
+        le->constant = constant;
+        set_field(le->vars, copy_list(vars.ptr()));
+        set_field(le->coeffs, copy_list(coeffs.ptr()));
+        set_field(le->cont_ref, cont_ref);
     });
     return nb::none();
 }
 
-static const WalkFlags kSetMlinexprFlags = {
-    "refs_ok external_loop buffered", {"readwrite", "readonly copy"}, "OO"};
+constexpr WalkFlags kSetMlinexprFlags = {
+    flag::buffered, {flag::readwrite, flag::readonly | flag::copy}, "OO"};
 
 /// Element by element what a full expression holds, which shares nothing with the target.
 static void assign_elements(nb::handle selected, nb::handle value) {
-    walk<2>(kSetMlinexprFlags, {selected, learr_of(value)},
-            [](const auto& chunks, Py_ssize_t size) {
-                for (Py_ssize_t k = 0; k < size; ++k) {
-                    nb::object left = chunks[0].element(k), right = chunks[1].element(k);
-                    LinExprObject* lhs = as_linexpr(left.ptr());
-                    LinExprObject* rhs = as_linexpr(right.ptr());
-                    if (!is_plain_linexpr(right.ptr())) right.attr("_flatten")();
-                    set_field(lhs->coeffs, copy_list(rhs->coeffs));
-                    set_field(lhs->vars, copy_list(rhs->vars));
-                    lhs->constant = rhs->constant;
-                }
-            });
+    walk<2>(kSetMlinexprFlags, {selected, learr_of(value)}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object left = chunks[0].element(k), right = chunks[1].element(k);
+        LinExprObject* lhs = as_linexpr(left.ptr());
+        LinExprObject* rhs = as_linexpr(right.ptr());
+        if (!is_plain_linexpr(right.ptr())) right.attr("_flatten")();
+        set_field(lhs->coeffs, copy_list(rhs->coeffs));
+        set_field(lhs->vars, copy_list(rhs->vars));
+        lhs->constant = rhs->constant;
+    });
 }
 
 static nb::object _setitem_mlinexpr(nb::handle self, nb::handle key, nb::handle value) {
@@ -160,7 +154,7 @@ static nb::object _setitem_iaddable(nb::handle self, nb::handle key, nb::handle 
                                                          : nb::make_tuple(key, ellipsis);
     nb::object selected = new_full(learr_of(self)[array_key]);
     clear(selected);
-    checked(PyNumber_InPlaceAdd(selected.ptr(), value.ptr()));
+    selected += value;
     return nb::none();
 }
 
@@ -197,11 +191,11 @@ void add_index_methods(ClassBody& body) {
         .method<&getitem>("__getitem__(self, obj)", kGetitemDoc)
         .method<&setitem>("__setitem__(self, obj, value)", kSetitemDoc)
         .method<&_setitem_linexpr>("_setitem_linexpr(self, obj, value)",
-                                   "Assigns copies of one LinExpr to all selected elements.")
+                                   R"(Assigns copies of one LinExpr to all selected elements.)")
         .method<&_setitem_mlinexpr>("_setitem_mlinexpr(self, obj, value)",
-                                    "Assigns copies of the elements of a full MLinExpr.")
+                                    R"(Assigns copies of the elements of a full MLinExpr.)")
         .method<&_setitem_iaddable>("_setitem_iaddable(self, obj, value)",
-                                    "Clears the selected elements and adds the value to them.");
+                                    R"(Clears the selected elements and adds the value to them.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -5,11 +5,12 @@
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
 #include "mquadexpr/mquadexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_arrays.hpp"
 #include "support/object_product.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mlinexpr {
@@ -17,25 +18,6 @@ namespace taviropy::mlinexpr {
 using namespace nb::literals;
 
 namespace {
-
-nb::object matrix_product(nb::handle left, nb::handle right) {
-    return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr()));
-}
-
-/// The result's shape; raises where the operands don't chain.
-nb::object product_shape(nb::handle left_shape, nb::handle right_shape) {
-    return names::_matmul_shape()(left_shape, right_shape, "do_raise"_a = true);
-}
-
-bool is_zero(nb::handle extent) { return extent.equal(nb::int_(0)); }
-
-/// Whether a product sums nothing or has no elements, so that it goes past NumPy's object products.
-bool has_zero_extent(nb::handle left_shape, nb::handle right_shape, nb::handle result_shape) {
-    if (is_zero(left_shape[-1]) || is_zero(right_shape[0])) return true;
-    for (nb::handle extent : result_shape)
-        if (is_zero(extent)) return true;
-    return false;
-}
 
 /// A full product of an operand with more than 25 rows or columns costs a multiplication of
 /// expressions for each of its many terms. TypeError from `max` for operands with fewer than two
@@ -54,17 +36,11 @@ void warn_if_large(nb::handle left_shape, nb::handle right_shape) {
             nb::handle(PyExc_RuntimeWarning));
 }
 
-nb::object dense(nb::handle sp, nb::handle matrix) {
-    return is_sparse(sp, matrix) ? sparse::to_array(matrix) : nb::borrow(matrix);
-}
-
 /// A product of object arrays; a bare element is what 0-d results come as.
 nb::object element_product(nb::handle np, nb::handle left, nb::handle right) {
     nb::object result = object_product(np, left, right);
     return is_ndarray(np, result) ? result : array_of_one(np, result);
 }
-
-nb::object flat_mvar(nb::handle y) { return mvar::new_mvar(y.attr("_vararr").attr("reshape")(-1)); }
 
 /// A full MQuadExpr of mixed products.
 nb::object quadratic(nb::handle mixarr) {
@@ -82,7 +58,7 @@ static nb::object _matmul_full_spmatrix_or_ndarray(nb::handle self, nb::handle o
     nb::object shape = shape_of(self), other_shape = other.attr("shape");
     warn_if_large(shape, other_shape);
     nb::object res_shape = product_shape(shape, other_shape);
-    if (has_zero_extent(shape, other_shape, res_shape)) return zeros(res_shape);
+    if (is_empty_product(shape, other_shape, res_shape)) return zeros(res_shape);
     nb::object result = new_full(element_product(np, learr_of(self), dense(sp, other)));
     _normalize(result);
     return result;
@@ -93,7 +69,7 @@ static nb::object _rmatmul_full_spmatrix_or_ndarray(nb::handle self, nb::handle 
     auto sp = import_sparse();
     nb::object shape = shape_of(self), other_shape = other.attr("shape");
     nb::object res_shape = product_shape(other_shape, shape);
-    if (has_zero_extent(other_shape, shape, res_shape)) return zeros(res_shape);
+    if (is_empty_product(other_shape, shape, res_shape)) return zeros(res_shape);
     warn_if_large(shape, other_shape);
     nb::object result = new_full(element_product(np, dense(sp, other), learr_of(self)));
     _normalize(result);
@@ -142,22 +118,22 @@ static nb::object _rmatmul_compact_spmatrix_or_ndarray(nb::handle self, nb::hand
 
 // ---- With variables ----------------------------------------------------------------------------
 
-static nb::object _matmul_full_mvar(nb::handle self, nb::handle y) {
+/// left @ right of object arrays, whose shapes are given as those of their owners.
+static nb::object full_product(nb::handle left, nb::handle left_shape, nb::handle right,
+                               nb::handle right_shape) {
     auto np = import_numpy();
-    nb::object shape = shape_of(self), y_shape = y.attr("shape");
-    nb::object res_shape = product_shape(shape, y_shape);
-    if (has_zero_extent(shape, y_shape, res_shape))
-        return names::MQuadExpr().attr("zeros")(res_shape);
-    return quadratic(element_product(np, learr_of(self), y.attr("_vararr")));
+    nb::object shape = product_shape(left_shape, right_shape);
+    if (is_empty_product(left_shape, right_shape, shape))
+        return names::MQuadExpr().attr("zeros")(shape);
+    return quadratic(element_product(np, left, right));
+}
+
+static nb::object _matmul_full_mvar(nb::handle self, nb::handle y) {
+    return full_product(learr_of(self), shape_of(self), y.attr("_vararr"), y.attr("shape"));
 }
 
 static nb::object _rmatmul_full_mvar(nb::handle self, nb::handle y) {
-    auto np = import_numpy();
-    nb::object shape = shape_of(self), y_shape = y.attr("shape");
-    nb::object res_shape = product_shape(y_shape, shape);
-    if (has_zero_extent(y_shape, shape, res_shape))
-        return names::MQuadExpr().attr("zeros")(res_shape);
-    return quadratic(element_product(np, y.attr("_vararr"), learr_of(self)));
+    return full_product(y.attr("_vararr"), y.attr("shape"), learr_of(self), shape_of(self));
 }
 
 /// The one-element product of A x + b and y, on either side: y' A x, and `ndle` from b and y.
@@ -165,7 +141,7 @@ static nb::object bilinear(const Axb& own, nb::handle y, nb::handle ndle) {
     nb::list quadparts;
     if (!own.A.is_none())
         quadparts.append(
-            nb::make_tuple(flat_mvar(y), sparse::to_coo(own.A, true), own.x.attr("copy")()));
+            nb::make_tuple(mvar::flat(y), sparse::to_coo(own.A, true), own.x.attr("copy")()));
     return mquadexpr::new_compact(quadparts, ndle);
 }
 
@@ -189,7 +165,7 @@ static nb::object _matmul_full_mlinexpr(nb::handle self, nb::handle ndle) {
     auto np = import_numpy();
     nb::object shape = shape_of(self), other_shape = shape_of(ndle);
     nb::object res_shape = product_shape(shape, other_shape);
-    if (has_zero_extent(shape, other_shape, res_shape))
+    if (is_empty_product(shape, other_shape, res_shape))
         return names::MQuadExpr().attr("zeros")(res_shape);
     warn_if_large(shape, other_shape);
     _convert_to_full(ndle);
@@ -231,8 +207,7 @@ nb::object matmul(nb::handle self, nb::handle other) {
     GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
-    const bool compact = use_compact(self);
-    if (!compact) _convert_to_full(self);
+    const bool compact = take_compact_lane(self);
     if (is_sparse(sp, other) || is_ndarray(np, other))
         return compact ? _matmul_compact_spmatrix_or_ndarray(self, other)
                        : _matmul_full_spmatrix_or_ndarray(self, other);
@@ -247,8 +222,7 @@ nb::object rmatmul(nb::handle self, nb::handle other) {
     GcPause pause;
     auto np = import_numpy();
     auto sp = import_sparse();
-    const bool compact = use_compact(self);
-    if (!compact) _convert_to_full(self);
+    const bool compact = take_compact_lane(self);
     if (is_sparse(sp, other) || is_ndarray(np, other))
         return compact ? _rmatmul_compact_spmatrix_or_ndarray(self, other)
                        : _rmatmul_full_spmatrix_or_ndarray(self, other);
@@ -264,31 +238,32 @@ void add_matmul_methods(ClassBody& body) {
         .method<&rmatmul>("__rmatmul__(self, other)")
         .method<&_matmul_compact_spmatrix_or_ndarray>(
             "_matmul_compact_spmatrix_or_ndarray(self, spmat)",
-            "A compact expression times a matrix of numbers; compact where the shape allows it.")
+            R"(A compact expression times a matrix of numbers; compact where the shape allows it.)")
         .method<&_matmul_full_spmatrix_or_ndarray>(
             "_matmul_full_spmatrix_or_ndarray(self, other)",
-            "A full expression times a matrix of numbers. RuntimeWarning for large operands.")
+            R"(A full expression times a matrix of numbers. RuntimeWarning for large operands.)")
         .method<&_matmul_compact_mvar>("_matmul_compact_mvar(self, y)",
-                                       "A compact expression times variables, as an MQuadExpr.")
+                                       R"(A compact expression times variables, as an MQuadExpr.)")
         .method<&_matmul_full_mvar>("_matmul_full_mvar(self, y)",
-                                    "A full expression times variables, as an MQuadExpr.")
-        .method<&_matmul_compact_mlinexpr>("_matmul_compact_mlinexpr(self, ndle)",
-                                           "A compact expression times another, as an MQuadExpr.")
+                                    R"(A full expression times variables, as an MQuadExpr.)")
+        .method<&_matmul_compact_mlinexpr>(
+            "_matmul_compact_mlinexpr(self, ndle)",
+            R"(A compact expression times another, as an MQuadExpr.)")
         .method<&_matmul_compact_mlinexpr_compact>(
             "_matmul_compact_mlinexpr_compact(self, ndle)",
-            "The compact product of two compact expressions, of at most one element.")
+            R"(The compact product of two compact expressions, of at most one element.)")
         .method<&_matmul_full_mlinexpr>("_matmul_full_mlinexpr(self, ndle)",
-                                        "A full expression times another, which becomes full.")
+                                        R"(A full expression times another, which becomes full.)")
         .method<&_rmatmul_compact_spmatrix_or_ndarray>(
             "_rmatmul_compact_spmatrix_or_ndarray(self, spmat)",
-            "A matrix of numbers times a compact expression; compact where the shape allows it.")
+            R"(A matrix of numbers times a compact expression; compact where the shape allows it.)")
         .method<&_rmatmul_full_spmatrix_or_ndarray>(
             "_rmatmul_full_spmatrix_or_ndarray(self, other)",
-            "A matrix of numbers times a full expression. RuntimeWarning for large operands.")
+            R"(A matrix of numbers times a full expression. RuntimeWarning for large operands.)")
         .method<&_rmatmul_compact_mvar>("_rmatmul_compact_mvar(self, y)",
-                                        "Variables times a compact expression, as an MQuadExpr.")
+                                        R"(Variables times a compact expression, as an MQuadExpr.)")
         .method<&_rmatmul_full_mvar>("_rmatmul_full_mvar(self, y)",
-                                     "Variables times a full expression, as an MQuadExpr.");
+                                     R"(Variables times a full expression, as an MQuadExpr.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -1,3 +1,4 @@
+// MLinExpr: the class and its docstring. The methods stand by family in the files beside this one.
 #include "mlinexpr/mlinexpr.hpp"
 
 #include "units.hpp"
@@ -19,12 +20,14 @@ void define_mlinexpr(nb::module_ module) {
     ClassBody body(module, "MLinExpr", kDoc, attributes, /*hashable=*/false);
     mlinexpr::add_form_methods(body);
     mlinexpr::add_build_methods(body);
-    mlinexpr::add_product_methods(body);
+    mlinexpr::add_build_matmul_methods(body);
     mlinexpr::add_index_methods(body);
-    mlinexpr::add_value_methods(body);
+    mlinexpr::add_text_methods(body);
     mlinexpr::add_addition_methods(body);
     mlinexpr::add_scaling_methods(body);
     mlinexpr::add_matmul_methods(body);
+    mlinexpr::add_reduction_methods(body);
+    mlinexpr::add_comparison_methods(body);
 }
 
 }  // namespace taviropy

@@ -28,8 +28,9 @@ bool is_compact(nb::handle self);
 /// `cls._keep_compact == 1`
 bool keeps_compact(nb::handle cls);
 
-/// The test that opens every binary operator: `self._is_compact and MLinExpr._keep_compact == 1`.
-bool use_compact(nb::handle self);
+/// Opens every operator with two lanes: true where it takes the compact one, which needs a compact
+/// `self` and the class's switch. Otherwise `self` is full from here on.
+bool take_compact_lane(nb::handle self);
 
 /// `MLinExpr._allows_compact(shape)`, for a shape that is a tuple of ints.
 bool allows_compact(nb::handle shape);
@@ -45,6 +46,11 @@ inline nb::object new_full(nb::handle learr) { return new_full(names::MLinExpr()
 nb::object new_compact(nb::handle cls, nb::handle parts, nb::handle b);
 inline nb::object new_compact(nb::handle parts, nb::handle b) {
     return new_compact(names::MLinExpr(), parts, b);
+}
+
+/// `MNLExpr._from_mlinexpr(self)`, for what leaves the linear and quadratic world.
+inline nb::object as_nonlinear(nb::handle self) {
+    return names::MNLExpr().attr("_from_mlinexpr")(self);
 }
 
 /// The one part of an expression, `self._matmulparts[0]`, after its parts were merged.
@@ -75,8 +81,12 @@ using Conversion = std::function<nb::object(nb::object)>;
 nb::object converted_elements(nb::handle self, const Conversion& convert);
 nb::object _to_full(nb::handle self);
 nb::object _convert_to_full(nb::handle self);
+nb::object _flatten(nb::handle self);
+nb::object _normalize(nb::handle self);
+nb::object clear(nb::handle self);
 
-// ---- build.cpp, products.cpp: class methods; the short forms pass the module's MLinExpr --------
+// ---- build.cpp, build_matmul.cpp: class methods; the short forms pass the module's MLinExpr
+// --------
 
 nb::object zeros(nb::handle cls, nb::handle shape);
 nb::object _zeros_full(nb::handle cls, nb::handle shape);
@@ -115,14 +125,9 @@ inline nb::object from_constant(nb::handle b) {
     return _from_compact_affine_expr(cls, Py_None, Py_None, Py_None, b);
 }
 
-// ---- values.cpp -----------------------------------------------------------------------------
-
 /// `self.copy()`; a subclass's own `copy` counts.
 nb::object copy_of(nb::handle self);
 nb::object copy(nb::handle self);
-nb::object clear(nb::handle self);
-nb::object _flatten(nb::handle self);
-nb::object _normalize(nb::handle self);
 
 // ---- add.cpp --------------------------------------------------------------------------------
 
@@ -153,11 +158,13 @@ nb::object rmatmul(nb::handle self, nb::handle other);
 
 void add_form_methods(ClassBody& body);
 void add_build_methods(ClassBody& body);
-void add_product_methods(ClassBody& body);
+void add_build_matmul_methods(ClassBody& body);
 void add_index_methods(ClassBody& body);
-void add_value_methods(ClassBody& body);
+void add_text_methods(ClassBody& body);
 void add_addition_methods(ClassBody& body);
 void add_scaling_methods(ClassBody& body);
 void add_matmul_methods(ClassBody& body);
+void add_reduction_methods(ClassBody& body);
+void add_comparison_methods(ClassBody& body);
 
 }  // namespace taviropy::mlinexpr

@@ -5,11 +5,12 @@
 
 #include "core_interface/scalars.hpp"
 #include "mlinexpr/mlinexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mlinexpr {
@@ -18,57 +19,17 @@ using namespace nb::literals;
 
 namespace {
 
-nb::object as_nonlinear(nb::handle self) { return names::MNLExpr().attr("_from_mlinexpr")(self); }
-
-nb::object times(nb::handle left, nb::handle right) {
-    return checked(PyNumber_Multiply(left.ptr(), right.ptr()));
-}
-
-nb::object in_place_times(nb::handle left, nb::handle right) {
-    return checked(PyNumber_InPlaceMultiply(left.ptr(), right.ptr()));
-}
-
-nb::object divided(nb::handle left, nb::handle right) {
-    return checked(PyNumber_TrueDivide(left.ptr(), right.ptr()));
-}
-
-nb::object power(nb::handle base, nb::handle exponent) {
-    return checked(PyNumber_Power(base.ptr(), exponent.ptr(), Py_None));
-}
-
-/// 1.0 / divisor, for a number, an array or a sparse matrix; an invalid object for anything else.
-nb::object inverse(nb::handle np, nb::handle sp, nb::handle divisor) {
-    nb::float_ one(1.0);
-    if (is_ndarray(np, divisor)) return divided(one, divisor);
-    if (is_sparse(sp, divisor)) return divided(one, sparse::to_array(divisor));
-    if (is_scalar(divisor)) return divided(one, real_float(divisor));
-    return nb::object();
-}
-
-Py_ssize_t size_of(nb::handle array) {
-    return nb::cast<Py_ssize_t>(nb::object(array.attr("size")));
-}
-
 /// self._const *= other
-void scale_const(nb::handle self, nb::handle other) {
-    nb::setattr(self, "_const", in_place_times(const_of(self), other));
-}
+void scale_const(nb::handle self, nb::handle other) { self.attr("_const") *= other; }
 
 /// A.data *= value, for the matrix of the one part.
-void scale_data(const Part& part, double value) {
-    nb::object data = part.A.attr("data");
-    nb::setattr(part.A, "data", in_place_times(data, nb::float_(value)));
-}
+void scale_data(const Part& part, double value) { part.A.attr("data") *= nb::float_(value); }
 
 /// A new list of the coefficients times a number.
 nb::object scaled_list(PyObject* coeffs, double value) {
-    const Py_ssize_t size = PyList_GET_SIZE(coeffs);
-    nb::object result = checked(PyList_New(size));
-    for (Py_ssize_t k = 0; k < size; ++k) {
-        nb::float_ scaled(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
-        PyList_SET_ITEM(result.ptr(), k, scaled.release().ptr());
-    }
-    return result;
+    return list_of(PyList_GET_SIZE(coeffs), [&](Py_ssize_t k) {
+        return PyFloat_FromDouble(coefficient(PyList_GET_ITEM(coeffs, k)) * value);
+    });
 }
 
 /// le._mul(value)
@@ -126,25 +87,23 @@ static nb::object _imul_compact_spmatrix(nb::handle self, nb::handle spmat) {
 }
 
 static nb::object _imul_scalar(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop zerosize_ok", {"readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::readwrite}};
     const double value = as_double(other);
     if (value == 1.0) return nb::borrow(self);
     nb::object learr = learr_of(self);
-    walk<1>(flags, {learr}, [&](const std::array<Chunk, 1>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) scale_element(chunks[0].element(k), value);
-    });
+    walk<1>(flags, {learr},
+            [&](const auto& chunks, Py_ssize_t k) { scale_element(chunks[0].element(k), value); });
     return nb::borrow(self);
 }
 
 static nb::object _imul_ndarray(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered", {"readwrite no_broadcast", "readonly copy"}, "Od"};
+    constexpr WalkFlags flags = {
+        flag::buffered, {flag::readwrite | flag::no_broadcast, flag::readonly | flag::copy}, "Od"};
     auto np = import_numpy();
     refuse_masked(np, other);
     nb::object learr = learr_of(self), numbers = number_array(np, other);
-    walk<2>(flags, {learr, numbers}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            scale_element(chunks[0].element(k), chunks[1].number(k));
+    walk<2>(flags, {learr, numbers}, [&](const auto& chunks, Py_ssize_t k) {
+        scale_element(chunks[0].element(k), chunks[1].number(k));
     });
     return nb::borrow(self);
 }
@@ -172,9 +131,7 @@ static nb::object imul_full(nb::handle self, nb::handle other) {
 }
 
 nb::object imul(nb::handle self, nb::handle other) {
-    if (use_compact(self)) return imul_compact(self, other);
-    _convert_to_full(self);
-    return imul_full(self, other);
+    return take_compact_lane(self) ? imul_compact(self, other) : imul_full(self, other);
 }
 
 // ---- Products ----------------------------------------------------------------------------------
@@ -183,7 +140,7 @@ static nb::object _mul_compact_ndarray(nb::handle self, nb::handle other) {
     auto np = import_numpy();
     nb::object other_shape = other.attr("shape");
     nb::object result_shape = names::_broadcast_shapes()(shape_of(self), other_shape);
-    if (!allows_compact(result_shape)) return times(_to_full(self), other);
+    if (!allows_compact(result_shape)) return _to_full(self) * other;
     nb::object b = const_of(self);
     if (result_shape.equal(b.attr("shape")))
         b = b.attr("copy")();
@@ -202,13 +159,14 @@ static nb::object _mul_compact_ndarray(nb::handle self, nb::handle other) {
         }
         add_own_part(result, A, mvar::new_mvar(part.x.attr("_vararr")));
     }
-    return in_place_times(result, other);
+    result *= other;
+    return result;
 }
 
 static nb::object _mul_ndarray_numpy(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"external_loop refs_ok buffered reduce_ok",
-                                    {"readwrite", "readonly copy", "writeonly"},
-                                    "OdO"};
+    constexpr WalkFlags flags = {flag::buffered | flag::reduce_ok,
+                                 {flag::readwrite, flag::readonly | flag::copy, flag::writeonly},
+                                 "OdO"};
     auto np = import_numpy();
     refuse_masked(np, other);
     nb::object learr = learr_of(self), numbers = number_array(np, other);
@@ -216,9 +174,8 @@ static nb::object _mul_ndarray_numpy(nb::handle self, nb::handle other) {
         names::_broadcast_shapes()(nb::getattr(learr, "shape"), nb::getattr(numbers, "shape"));
     nb::object out = empty_object_array(np, shape);
     GcPause pause;
-    walk<3>(flags, {learr, numbers, out}, [&](const std::array<Chunk, 3>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[2].store(k, scaled_copy(chunks[0].element(k), chunks[1].number(k)));
+    walk<3>(flags, {learr, numbers, out}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[2].store(k, scaled_copy(chunks[0].element(k), chunks[1].number(k)));
     });
     return new_full(out);
 }
@@ -234,30 +191,27 @@ static nb::object _mul_full_mlinexpr_mvar(nb::handle self, nb::handle other) {
         raise(PyExc_UnboundLocalError,
               "an element-wise product needs an MLinExpr or MVar, not " + text_of(other));
     GcPause pause;
-    nb::object qearr = times(learr_of(self), arr);
+    nb::object qearr = learr_of(self) * arr;
     if (is_quadexpr(qearr)) return names::MQuadExpr().attr("_from_quad_expr")(qearr);
     nb::object ndle = new_full(_split_lin_quad(qearr));
     return names::MQuadExpr()("qearr"_a = qearr, "ndle"_a = ndle);
 }
 
 nb::object _split_lin_quad(nb::handle mixarr) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered", {"readwrite", "readwrite"}, nullptr};
+    constexpr WalkFlags flags = {flag::buffered, {flag::readwrite, flag::readwrite}};
     nb::object learr = empty_object_array(import_numpy(), mixarr.attr("shape"));
-    walk<2>(flags, {mixarr, learr}, [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object element = chunks[0].element(k);
-            if (is_quadexpr(element)) {
-                element.attr("_normalize")();
-                PyObject*& linear = as_quadexpr(element.ptr())->linear;
-                chunks[1].store(k, nb::borrow(linear));
-                set_field(linear, new_linexpr());
-            } else {
-                as_linexpr(element.ptr());
-                element.attr("_normalize")();
-                chunks[1].store(k, element);
-                chunks[0].store(k, new_quadexpr());
-            }
+    walk<2>(flags, {mixarr, learr}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object element = chunks[0].element(k);
+        if (is_quadexpr(element)) {
+            element.attr("_normalize")();
+            PyObject*& linear = as_quadexpr(element.ptr())->linear;
+            chunks[1].store(k, nb::borrow(linear));
+            set_field(linear, new_linexpr());
+        } else {
+            as_linexpr(element.ptr());
+            element.attr("_normalize")();
+            chunks[1].store(k, element);
+            chunks[0].store(k, new_quadexpr());
         }
     });
     return learr;
@@ -265,7 +219,8 @@ nb::object _split_lin_quad(nb::handle mixarr) {
 
 static nb::object scaled_by_number(nb::handle self, nb::handle other) {
     nb::object result = copy_of(self);  // first, so that it merges the parts of self in any case
-    return in_place_times(result, real_float(other));
+    result *= real_float(other);
+    return result;
 }
 
 /// What both lanes do with operands other than arrays; `full` is a full form of the expression.
@@ -302,40 +257,36 @@ static nb::object mul_full(nb::handle self, nb::handle other) {
 }
 
 nb::object mul(nb::handle self, nb::handle other) {
-    if (is_quadexpr(other) || is_a(other, names::NLExpr)) return times(as_nonlinear(self), other);
-    if (use_compact(self)) return mul_compact(self, other);
-    _convert_to_full(self);
-    return mul_full(self, other);
+    if (is_quadexpr(other) || is_a(other, names::NLExpr)) return as_nonlinear(self) * other;
+    return take_compact_lane(self) ? mul_compact(self, other) : mul_full(self, other);
 }
 
 static nb::object rmul(nb::handle self, nb::handle other) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    if (is_quadexpr(other) || is_a(other, names::NLExpr)) return times(other, as_nonlinear(self));
+    if (is_quadexpr(other) || is_a(other, names::NLExpr)) return other * as_nonlinear(self);
     if (is_a(other, names::Var) || is_linexpr(other) || is_a(other, names::MVar, names::MLinExpr) ||
         is_ndarray(np, other) || is_sparse(sp, other) || is_scalar(other))
-        return times(self, other);
+        return self * other;
     return not_implemented();
 }
 
 // ---- Division and powers -----------------------------------------------------------------------
 
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = inverse(import_numpy(), import_sparse(), other);
-    return factor.is_valid() ? in_place_times(self, factor) : not_implemented();
+    return divide_in_place(self, other);
 }
 
 static bool is_expression(nb::handle other) {
-    return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-           is_a(other, names::NLExpr, names::MVar, names::MLinExpr);
+    return is_scalar_expression(other) || is_a(other, names::MVar, names::MLinExpr);
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    if (is_expression(other)) return divided(as_nonlinear(self), other);
-    nb::object factor = inverse(np, sp, other);
-    return factor.is_valid() ? times(self, factor) : not_implemented();
+    if (is_expression(other)) return as_nonlinear(self) / other;
+    nb::object factor = reciprocal(np, sp, other);
+    return factor.is_valid() ? self * factor : not_implemented();
 }
 
 static nb::object rtruediv(nb::handle self, nb::handle other) {
@@ -343,10 +294,10 @@ static nb::object rtruediv(nb::handle self, nb::handle other) {
     auto sp = import_sparse();
     if (is_scalar(other) || is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
         is_quadexpr(other))
-        return divided(other, as_nonlinear(self));
+        return other / as_nonlinear(self);
     if (is_sparse(sp, other)) {
         nb::object denominator = as_nonlinear(self);
-        return divided(sparse::to_array(other), denominator);
+        return sparse::to_array(other) / denominator;
     }
     return not_implemented();
 }
@@ -354,21 +305,19 @@ static nb::object rtruediv(nb::handle self, nb::handle other) {
 /// self ** array: the square where the array holds a single 2, enlarged to the array's shape.
 static nb::object power_of_array(nb::handle self, nb::handle other) {
     auto np = import_numpy();
-    const bool square =
-        size_of(other) == 1 && nb::object(other.attr("item")()).equal(nb::float_(2.0));
-    if (!square) return power(as_nonlinear(self), other);
+    if (!is_array_of_two(other)) return power(as_nonlinear(self), other);
     nb::object shape = shape_of(self), other_shape = other.attr("shape");
     nb::object base = nb::borrow(self);
     if (!nb::object(names::_broadcast_shapes()(shape, other_shape)).equal(shape))
-        base = times(self, np.attr("ones")(other_shape));
-    return times(base, base);
+        base = self * np.attr("ones")(other_shape);
+    return base * base;
 }
 
 static nb::object pow(nb::handle self, nb::handle other) {
     auto np = import_numpy();
     if (is_ndarray(np, other)) return power_of_array(self, other);
     if (is_scalar(other)) {
-        if (other.equal(nb::float_(2.0))) return times(self, self);
+        if (is_two(other)) return self * self;
         return power(as_nonlinear(self), other);
     }
     if (is_expression(other) || is_a(other, names::MQuadExpr))
@@ -378,11 +327,16 @@ static nb::object pow(nb::handle self, nb::handle other) {
 
 static nb::object rpow(nb::handle self, nb::handle other) {
     auto np = import_numpy();
-    if (is_ndarray(np, other) || is_a(other, names::Var) || is_linexpr(other) ||
-        is_quadexpr(other) || is_a(other, names::NLExpr) || is_scalar(other))
+    if (is_ndarray(np, other) || is_scalar_expression(other) || is_scalar(other))
         return power(other, as_nonlinear(self));
     return not_implemented();
 }
+
+// ---- Signs -------------------------------------------------------------------------------------
+
+static nb::object pos(nb::handle self) { return copy_of(self); }
+
+static nb::object neg(nb::handle self) { return self * nb::float_(-1.0); }
 
 // ---- The table ---------------------------------------------------------------------------------
 
@@ -395,34 +349,34 @@ void add_scaling_methods(ClassBody& body) {
         .method<&itruediv>("__itruediv__(self, other)")
         .method<&pow>("__pow__(self, other)")
         .method<&rpow>("__rpow__(self, other)")
+        .method<&pos>("__pos__(self)")
+        .method<&neg>("__neg__(self)")
         .method<&_imul_compact_scalar>("_imul_compact_scalar(self, value)",
-                                       "Multiplies a compact expression by a number, in place.")
+                                       R"(Multiplies a compact expression by a number, in place.)")
         .method<&_imul_compact_ndarray>(
             "_imul_compact_ndarray(self, arr)",
-            "Multiplies a compact expression by finite numbers, in place; "
-            "TaviroError for others, nothing having changed.")
+            R"(Multiplies a compact expression by finite numbers, in place; TaviroError for others,
+nothing having changed.)")
         .method<&_imul_compact_spmatrix>("_imul_compact_spmatrix(self, spmat)",
-                                         "The same by a sparse matrix.")
+                                         R"(The same by a sparse matrix.)")
         .method<&_imul_scalar>("_imul_scalar(self, other)",
-                               "Multiplies a full expression by a number, in place.")
+                               R"(Multiplies a full expression by a number, in place.)")
         .method<&_imul_ndarray>("_imul_ndarray(self, other)",
-                                "Multiplies a full expression by numbers, in place.")
+                                R"(Multiplies a full expression by numbers, in place.)")
         .method<&_imul_full_spmatrix>("_imul_full_spmatrix(self, spmat)",
-                                      "The same by a sparse matrix.")
+                                      R"(The same by a sparse matrix.)")
         .method<&_mul_compact_ndarray>(
             "_mul_compact_ndarray(self, other)",
-            "A compact expression times numbers; compact where the shape "
-            "allows it.")
+            R"(A compact expression times numbers; compact where the shape allows it.)")
         .method<&_mul_ndarray_numpy>("_mul_ndarray_numpy(self, other)",
-                                     "A full expression times numbers.")
-        .method<&_mul_full_mlinexpr_mvar>("_mul_full_mlinexpr_mvar(self, other)",
-                                          "A full expression times an MVar or MLinExpr, element by "
-                                          "element, as an MQuadExpr.")
+                                     R"(A full expression times numbers.)")
+        .method<&_mul_full_mlinexpr_mvar>(
+            "_mul_full_mlinexpr_mvar(self, other)",
+            R"(A full expression times an MVar or MLinExpr, element by element, as an MQuadExpr.)")
         .static_method<&_split_lin_quad>(
             "_split_lin_quad(mixarr)",
-            "Takes the linear parts out of an object array of QuadExpr "
-            "and LinExpr, and gives an array of them; what stays is "
-            "purely quadratic.");
+            R"(Takes the linear parts out of an object array of QuadExpr and LinExpr, and gives an
+array of them; what stays is purely quadratic.)");
 }
 
 }  // namespace taviropy::mlinexpr

@@ -1,17 +1,11 @@
-// MNLExpr: construction, and the trees of everything that can be an operand.
+// How an MNLExpr comes into being: the trees of everything that can be an operand.
 
 #include "mlinexpr/mlinexpr.hpp"
-#include "mnlexpr/methods.hpp"
-#include "mnlexpr/trees.hpp"
+#include "mnlexpr/mnlexpr.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
 
 namespace taviropy::mnlexpr {
-
-static nb::object init(nb::handle self, nb::handle nlearr) {
-    nb::setattr(self, "_nlearr", nlearr);
-    return nb::none();
-}
 
 /// One node an element, made by a factory of `_ExprTree`.
 static nb::object make_nodes(nb::handle np, const char* factory, nb::handle elements) {
@@ -107,27 +101,19 @@ static nb::object _from_mquadexpr(nb::handle cls, nb::handle fromobj) {
     return from_trees(cls, fromobj);
 }
 
-static nb::object _addAsConstr(nb::handle self, nb::handle model, nb::handle resvar,
-                               nb::handle name) {
-    return model.attr("addGenConstrNL")(resvar, self, name);
-}
-
 void add_build_methods(ClassBody& body) {
-    body.method<&init>("__init__(self, nlearr)")
-        .static_method<&_coerce_to_exprtree_array>("_coerce_to_exprtree_array(value)",
-                                                   "Object array of the trees of an MNLExpr, MVar, "
-                                                   "MLinExpr, MQuadExpr or ndarray; anything "
-                                                   "else is a TypeError.")
+    body.static_method<&_coerce_to_exprtree_array>(
+            "_coerce_to_exprtree_array(value)",
+            R"(Object array of the trees of an MNLExpr, MVar, MLinExpr, MQuadExpr or ndarray;
+anything else is a TypeError.)")
         .class_method<&_from_ndarray>("_from_ndarray(cls, fromobj)",
-                                      "Constants: one element for each number of an array.")
+                                      R"(Constants: one element for each number of an array.)")
         .class_method<&_from_mvar>("_from_mvar(cls, fromobj)",
-                                   "Variables: one element for each Var of an MVar.")
+                                   R"(Variables: one element for each Var of an MVar.)")
         .class_method<&_from_mlinexpr>("_from_mlinexpr(cls, fromobj)",
-                                       "One element for each LinExpr of an MLinExpr.")
+                                       R"(One element for each LinExpr of an MLinExpr.)")
         .class_method<&_from_mquadexpr>("_from_mquadexpr(cls, fromobj)",
-                                        "One element for each QuadExpr of an MQuadExpr.")
-        .method<&_addAsConstr>("_addAsConstr(self, model, resvar, name)",
-                               "Adds `resvar == self` to a model; what `addGenConstrNL` returns.");
+                                        R"(One element for each QuadExpr of an MQuadExpr.)");
 }
 
 }  // namespace taviropy::mnlexpr

@@ -4,7 +4,8 @@
 // top of the operands' nodes, which are shared and never copied; in-place operators put the new
 // node into the element itself, so whoever shares the element sees it.
 
-#include "mnlexpr/methods.hpp"
+#include "mnlexpr/mnlexpr.hpp"
+
 #include "units.hpp"
 
 namespace taviropy {
@@ -21,10 +22,14 @@ void define_mnlexpr(nb::module_ module) {
     nb::dict attributes;
     attributes["__array_priority__"] = 100;
     ClassBody body(module, "MNLExpr", kDoc, attributes);
+    mnlexpr::add_form_methods(body);
     mnlexpr::add_build_methods(body);
     mnlexpr::add_index_methods(body);
-    mnlexpr::add_operator_methods(body);
+    mnlexpr::add_text_methods(body);
+    mnlexpr::add_arithmetic_methods(body);
+    mnlexpr::add_matmul_methods(body);
     mnlexpr::add_reduction_methods(body);
+    mnlexpr::add_comparison_methods(body);
 }
 
 }  // namespace taviropy

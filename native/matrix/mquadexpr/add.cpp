@@ -7,6 +7,7 @@
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
@@ -31,15 +32,15 @@ static nb::object _iadd_compact_mquadexpr(nb::handle self, nb::handle other) {
 
 /// `other` may broadcast to the shape of `self`, not the other way round.
 static nb::object _iadd_full_mquadexpr(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered reduce_ok zerosize_ok",
-                                    {"readwrite no_broadcast", "readwrite updateifcopy"},
-                                    "OO"};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+        {flag::readwrite | flag::no_broadcast, flag::readwrite | flag::updateifcopy},
+        "OO"};
     self.attr("_ndle") += other.attr("_ndle");
     nb::object summands = is_compact(other) ? _to_full(other) : nb::borrow(other);
     nb::object qearr = self.attr("_qearr"), qearr_other = summands.attr("_qearr");
-    walk<2>(flags, {qearr, qearr_other}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[0].element(k).attr("add")(chunks[1].element(k));
+    walk<2>(flags, {qearr, qearr_other}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[0].element(k).attr("add")(chunks[1].element(k));
     });
     return nb::none();
 }
@@ -73,7 +74,7 @@ static nb::object iadd(nb::handle self, nb::handle other) {
 /// The result stops being compact where `other` broadcasts it; each element is then a copy of its
 /// own.
 static nb::object _add_compact_mlinexpr(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop", {"writeonly"}, nullptr};
+    constexpr WalkFlags flags = {flag::none, {flag::writeonly}};
     auto np = import_numpy();
     nb::object ndle = self.attr("_ndle") + other;
     nb::object shape = ndle.attr("shape");
@@ -82,8 +83,8 @@ static nb::object _add_compact_mlinexpr(nb::handle self, nb::handle other) {
     nb::object qearr = empty_object_array(np, shape);
     {
         GcPause pause;
-        walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t size) {
-            for (Py_ssize_t k = 0; k < size; ++k) chunks[0].store(k, new_quadexpr(common));
+        walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t k) {
+            chunks[0].store(k, new_quadexpr(common));
         });
     }
     return new_full(qearr, ndle);
@@ -158,11 +159,7 @@ static nb::object rsub(nb::handle self, nb::handle other) {
     return negated(self) + other;
 }
 
-static nb::object isub(nb::handle self, nb::handle other) {
-    nb::object result = nb::borrow(self);
-    result += negated(other);
-    return result;
-}
+static nb::object isub(nb::handle self, nb::handle other) { return subtract_in_place(self, other); }
 
 void add_addition_methods(ClassBody& body) {
     body.method<&iadd>("__iadd__(self, other)")

@@ -1,4 +1,5 @@
-// MQuadExpr: its fields, its two forms, and the road from the compact one to the full one.
+// The two forms of an MQuadExpr, the way from the compact to the full one, and what changes the
+// state of either in place: folding, merging and clearing terms.
 //
 // Compact: `_quadparts`, a list of products (x, Q, y) with x and y one-dimensional MVars and Q a
 // coo_matrix of float64; each stands for the number x @ Q @ y, so there is one element at most.
@@ -7,11 +8,12 @@
 
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
-#include "mvar.hpp"
+#include "mvar/mvar.hpp"
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
@@ -20,8 +22,16 @@ using namespace nb::literals;
 
 namespace {
 
-// The class that this module makes; lives as long as the module does.
-PyTypeObject* own_class = nullptr;
+OwnClass own_class;
+
+/// Calls a method without arguments on every element.
+void for_each(const WalkFlags& flags, nb::handle qearr, const char* method) {
+    nb::object name = checked(PyUnicode_InternFromString(method));
+    walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object element = chunks[0].element(k);
+        checked(PyObject_CallMethodNoArgs(element.ptr(), name.ptr()));
+    });
+}
 
 bool is_float64(nb::handle np, nb::handle array) {
     return array.attr("dtype").equal(np.attr("dtype")("float64"));
@@ -49,8 +59,6 @@ void assert_valid_parts(nb::handle np, nb::handle quadparts) {
         PY_ASSERT(is_mvar_of(part.y, nb::object(shape[1])));
     }
 }
-
-Py_ssize_t size_of(nb::handle expr) { return nb::cast<Py_ssize_t>(expr.attr("size")); }
 
 }  // namespace
 
@@ -116,9 +124,9 @@ static nb::object init(nb::handle self, nb::handle qearr, nb::handle quadparts, 
 /// call.
 static nb::object new_mquadexpr(nb::handle cls, nb::handle qearr, nb::handle quadparts,
                                 nb::handle ndle) {
-    if (cls.ptr() != reinterpret_cast<PyObject*>(own_class))
+    if (!own_class.is(cls))
         return cls("qearr"_a = qearr, "quadparts"_a = quadparts, "ndle"_a = ndle);
-    nb::object self = checked(PyBaseObject_Type.tp_new(own_class, nb::tuple().ptr(), nullptr));
+    nb::object self = own_class.make();
     init(self, qearr, quadparts, ndle);
     return self;
 }
@@ -160,12 +168,6 @@ static nb::object shape(nb::handle self) {
 static nb::object ndim(nb::handle self) { return self.attr("_ndle").attr("ndim"); }
 
 static nb::object size(nb::handle self) { return self.attr("_ndle").attr("size"); }
-
-static nb::object item(nb::handle self) {
-    if (is_compact(self)) return _to_full(self).attr("item")();
-    nb::object quadratic = self.attr("_qearr").attr("item")();
-    return quadratic + self.attr("_ndle").attr("item")();
-}
 
 /// Appends the product x @ Q @ y. A float64 coo_matrix shares its arrays with the part.
 nb::object _add_quadpart(nb::handle self, nb::handle x, nb::handle Q, nb::handle y) {
@@ -243,42 +245,75 @@ nb::object _convert_to_full(nb::handle self) {
     return nb::none();
 }
 
-static constexpr const char* kItemDoc = R"(
+/// Merges equal terms, in place.
+nb::object _normalize(nb::handle self) {
+    constexpr WalkFlags flags = {flag::buffered, {flag::readwrite}};
+    self.attr("_ndle").attr("_normalize")();
+    if (!is_compact(self)) for_each(flags, self.attr("_qearr"), "_normalize");
+    return nb::none();
+}
+
+/// Afterwards the term lists of each element of a full expression hold all its terms.
+nb::object _flatten(nb::handle self) {
+    constexpr WalkFlags flags = {flag::zerosize_ok, {flag::readwrite}};
+    if (!is_compact(self)) for_each(flags, self.attr("_qearr"), "_flatten");
+    return nb::none();
+}
+
+static constexpr const char* kClearDoc = R"(
 ROUTINE:
-  item()
+  clear()
 
 PURPOSE:
-  Get a copy of the sole element of this expression.
+  Reset this expression to all-zero. The shape stays.
 
 ARGUMENTS:
   None
 
 RETURN VALUE:
-  A QuadExpr with the quadratic terms, the linear terms and the constant of the element. Changing it
-  leaves this expression as it is.
+  None
 
 EXAMPLE:
-  qe = (x @ Q @ x + c @ x).item()
+  expr.clear()
 
 NOTES:
-  An expression of any size but 1 is a ValueError.
+  Afterwards all entries are constant 0.0. An expression without elements, such as one of shape
+  (0, 3, 4), may raise NumPy's ValueError.
 )";
 
+static nb::object clear(nb::handle self) {
+    self.attr("_ndle").attr("clear")();
+    if (is_compact(self))
+        self.attr("_quadparts") = nb::list();
+    else
+        _clear_quad_array(self.attr("_qearr"));
+    return nb::none();
+}
+
+nb::object _clear_quad_array(nb::handle qearr) {
+    constexpr WalkFlags flags = {flag::none, {flag::readwrite}};
+    for_each(flags, qearr, "clear");
+    return nb::none();
+}
+
 void add_form_methods(ClassBody& body) {
-    own_class = reinterpret_cast<PyTypeObject*>(names::MQuadExpr().ptr());
+    own_class = names::MQuadExpr();
     body.method<&init>("__init__(self, qearr=None, quadparts=None, ndle=None)")
-        .property<&shape>("shape", "The shape of the expression, as a tuple of ints")
-        .property<&ndim>("ndim", "The number of dimensions of this expression")
-        .property<&size>("size", "The number of elements in this expression")
+        .property<&shape>("shape", R"(The shape of the expression, as a tuple of ints)")
+        .property<&ndim>("ndim", R"(The number of dimensions of this expression)")
+        .property<&size>("size", R"(The number of elements in this expression)")
         .property<&_is_compact>("_is_compact")
         .static_method<&_allows_compact>("_allows_compact(shape)")
-        .method<&item>("item(self)", kItemDoc)
         .method<&_add_quadpart>("_add_quadpart(self, x, Q, y)")
         .method<&_concat_quadparts>("_concat_quadparts(self)")
         .method<&_extract_xQy>("_extract_xQy(self)")
         .method<&_extract_quadexpr>("_extract_quadexpr(self)")
         .method<&_to_full>("_to_full(self)")
-        .method<&_convert_to_full>("_convert_to_full(self)");
+        .method<&_convert_to_full>("_convert_to_full(self)")
+        .method<&_flatten>("_flatten(self)")
+        .method<&_normalize>("_normalize(self)")
+        .method<&clear>("clear(self)", kClearDoc)
+        .static_method<&_clear_quad_array>("_clear_quad_array(qearr)");
 }
 
 }  // namespace taviropy::mquadexpr

@@ -1,4 +1,4 @@
-// MQuadExpr: subscripts and assignment. Both work on the full form.
+// Reading and assigning elements of an MQuadExpr, which works on the full form.
 
 #include "core_interface/scalars.hpp"
 #include "mquadexpr/mquadexpr.hpp"
@@ -9,6 +9,33 @@
 namespace taviropy::mquadexpr {
 
 using namespace nb::literals;
+
+static constexpr const char* kItemDoc = R"(
+ROUTINE:
+  item()
+
+PURPOSE:
+  Get a copy of the sole element of this expression.
+
+ARGUMENTS:
+  None
+
+RETURN VALUE:
+  A QuadExpr with the quadratic terms, the linear terms and the constant of the element. Changing it
+  leaves this expression as it is.
+
+EXAMPLE:
+  qe = (x @ Q @ x + c @ x).item()
+
+NOTES:
+  An expression of any size but 1 is a ValueError.
+)";
+
+static nb::object item(nb::handle self) {
+    if (is_compact(self)) return _to_full(self).attr("item")();
+    nb::object quadratic = self.attr("_qearr").attr("item")();
+    return quadratic + self.attr("_ndle").attr("item")();
+}
 
 static nb::object getitem(nb::handle self, nb::handle obj) {
     _convert_to_full(self);
@@ -35,8 +62,8 @@ static nb::object _setitem_linear(nb::handle self, nb::handle obj, nb::handle va
 
 /// The elements stay the same objects, so that views of `self` see the new terms.
 static nb::object _setitem_mquadexpr(nb::handle self, nb::handle obj, nb::handle value) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered", {"readwrite", "readonly copy"}, "OO"};
+    constexpr WalkFlags flags = {
+        flag::buffered, {flag::readwrite, flag::readonly | flag::copy}, "OO"};
     auto np = import_numpy();
     self.attr("_ndle")[obj] = nb::getattr(value, "_ndle");  // checks the shape as well
     nb::object old = np.attr("asarray")(nb::object(self.attr("_qearr")[obj]));
@@ -44,15 +71,13 @@ static nb::object _setitem_mquadexpr(nb::handle self, nb::handle obj, nb::handle
     nb::object source = value.attr("copy")();  // the operands may overlap in part
     nb::object sub = self.attr("_qearr")[obj];
     if (is_quadexpr(sub)) sub = array_of_one(np, sub);
-    walk<2>(flags, {sub, source.attr("_qearr")}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object from = chunks[1].element(k), to = chunks[0].element(k);
-            from.attr("_flatten")();
-            QuadExprObject *right = as_quadexpr(from.ptr()), *left = as_quadexpr(to.ptr());
-            set_field(left->coeffs, copy_list(right->coeffs));
-            set_field(left->vars1, copy_list(right->vars1));
-            set_field(left->vars2, copy_list(right->vars2));
-        }
+    walk<2>(flags, {sub, source.attr("_qearr")}, [](const auto& chunks, Py_ssize_t k) {
+        nb::object from = chunks[1].element(k), to = chunks[0].element(k);
+        from.attr("_flatten")();
+        QuadExprObject *right = as_quadexpr(from.ptr()), *left = as_quadexpr(to.ptr());
+        set_field(left->coeffs, copy_list(right->coeffs));
+        set_field(left->vars1, copy_list(right->vars1));
+        set_field(left->vars2, copy_list(right->vars2));
     });
     return nb::none();
 }
@@ -126,7 +151,8 @@ NOTES:
 )";
 
 void add_index_methods(ClassBody& body) {
-    body.method<&getitem>("__getitem__(self, obj)", kGetitemDoc)
+    body.method<&item>("item(self)", kItemDoc)
+        .method<&getitem>("__getitem__(self, obj)", kGetitemDoc)
         .method<&setitem>("__setitem__(self, obj, value)", kSetitemDoc)
         .method<&_setitem_linear>("_setitem_linear(self, obj, value)")
         .method<&_setitem_mquadexpr>("_setitem_mquadexpr(self, obj, value)");

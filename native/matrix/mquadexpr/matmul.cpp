@@ -6,51 +6,35 @@
 #include "support/errors.hpp"
 #include "support/imports.hpp"
 #include "support/object_product.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
 
-using namespace nb::literals;
-
 namespace {
 
-/// The two operands of a product in their order, with `self` on either side.
-struct Operands {
-    nb::object left, right;
-    Operands(nb::handle self, nb::handle other, bool self_left)
-        : left(nb::borrow(self_left ? self : other)), right(nb::borrow(self_left ? other : self)) {}
-    nb::object product() const { return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr())); }
-};
-
-bool is_zero(nb::handle extent) { return extent.equal(nb::int_(0)); }
-
-bool has_zero(nb::handle shape) {
-    int found = PySequence_Contains(shape.ptr(), nb::int_(0).ptr());
-    check(found);
-    return found == 1;
+/// self @ other, or other @ self
+nb::object product_of(nb::handle self, nb::handle other, bool self_left) {
+    return self_left ? matrix_product(self, other) : matrix_product(other, self);
 }
 
 bool is_matrix(nb::handle np, nb::handle sp, nb::handle other) {
     return is_ndarray(np, other) || is_sparse(sp, other);
 }
 
-nb::object dense(nb::handle sp, nb::handle other) {
-    return is_sparse(sp, other) ? sparse::to_array(other) : nb::borrow(other);
-}
-
 nb::object full_product(nb::handle self, nb::handle other, bool self_left) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    Operands operands(self, other, self_left);
-    nb::object left_shape = operands.left.attr("shape");
-    nb::object right_shape = operands.right.attr("shape");
-    nb::object shape = names::_matmul_shape()(left_shape, right_shape, "do_raise"_a = true);
+    nb::object left_shape = (self_left ? self : other).attr("shape");
+    nb::object right_shape = (self_left ? other : self).attr("shape");
+    nb::object shape = product_shape(left_shape, right_shape);
     // What is empty, or a sum of nothing, goes past NumPy's object products.
-    if (is_zero(left_shape[-1]) || is_zero(right_shape[0]) || has_zero(shape))
+    if (is_empty_product(left_shape, right_shape, shape))
         return names::MQuadExpr().attr("zeros")(shape);
-    nb::object ndle = Operands(self.attr("_ndle"), other, self_left).product();
-    Operands factors(self.attr("_qearr"), dense(sp, other), self_left);
-    nb::object qearr = object_product(np, factors.left, factors.right);
+    nb::object ndle = product_of(self.attr("_ndle"), other, self_left);
+    nb::object quadratic = self.attr("_qearr"), numbers = dense(sp, other);
+    nb::object qearr =
+        self_left ? object_product(np, quadratic, numbers) : object_product(np, numbers, quadratic);
     nb::object result = new_full(qearr, ndle);
     _normalize(result);
     return result;
@@ -59,7 +43,7 @@ nb::object full_product(nb::handle self, nb::handle other, bool self_left) {
 /// A product of one element is a pure scaling; any other shape makes `self` full.
 nb::object compact_product(nb::handle self, nb::handle other, bool self_left) {
     auto sp = import_sparse();
-    nb::object ndle = Operands(self.attr("_ndle"), other, self_left).product();
+    nb::object ndle = product_of(self.attr("_ndle"), other, self_left);
     if (!allows_compact(ndle.attr("shape"))) {
         _convert_to_full(self);
         return full_product(self, other, self_left);
@@ -98,13 +82,12 @@ static nb::object _rmatmul_full_ndarray_or_spmatrix(nb::handle self, nb::handle 
 
 static nb::object matmul(nb::handle self, nb::handle other) {
     if (is_a(other, names::MVar, names::MLinExpr, names::MQuadExpr))
-        return Operands(as_nonlinear(self), other, true).product();
+        return matrix_product(as_nonlinear(self), other);
     return numeric_product(self, other, true);
 }
 
 static nb::object rmatmul(nb::handle self, nb::handle other) {
-    if (is_a(other, names::MVar, names::MLinExpr))
-        return Operands(as_nonlinear(self), other, false).product();
+    if (is_a(other, names::MVar, names::MLinExpr)) return matrix_product(other, as_nonlinear(self));
     return numeric_product(self, other, false);
 }
 

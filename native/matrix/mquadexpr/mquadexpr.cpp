@@ -33,11 +33,13 @@ void define_mquadexpr(nb::module_ module) {
     ClassBody body(module, "MQuadExpr", kClassDoc, attributes, /*hashable=*/false);
     mquadexpr::add_form_methods(body);
     mquadexpr::add_build_methods(body);
+    mquadexpr::add_index_methods(body);
+    mquadexpr::add_text_methods(body);
     mquadexpr::add_addition_methods(body);
     mquadexpr::add_scaling_methods(body);
     mquadexpr::add_matmul_methods(body);
-    mquadexpr::add_index_methods(body);
-    mquadexpr::add_value_methods(body);
+    mquadexpr::add_reduction_methods(body);
+    mquadexpr::add_comparison_methods(body);
 }
 
 }  // namespace taviropy

@@ -63,27 +63,27 @@ nb::object _extract_quadexpr(nb::handle self);
 nb::object _extract_xQy(nb::handle self);
 nb::object _to_full(nb::handle self);
 nb::object _convert_to_full(nb::handle self);
+nb::object _flatten(nb::handle self);
+nb::object _normalize(nb::handle self);
+nb::object _clear_quad_array(nb::handle qearr);
 
 // ---- build.cpp ----------------------------------------------------------------------------------
 
 nb::object zeros(nb::handle cls, nb::handle shape);
 nb::object _from_quad_expr(nb::handle cls, nb::handle qe);
 nb::object _from_mlinexpr(nb::handle cls, nb::handle ndle, nb::handle force_full);
-
-// ---- values.cpp ---------------------------------------------------------------------------------
-
 nb::object _copy_quadparts(nb::handle self);
-nb::object _clear_quad_array(nb::handle qearr);
-nb::object _normalize(nb::handle self);
 
 // ---- The families' methods, added to the class by define_mquadexpr ------------------------------
 
 void add_form_methods(ClassBody& body);
 void add_build_methods(ClassBody& body);
+void add_index_methods(ClassBody& body);
+void add_text_methods(ClassBody& body);
 void add_addition_methods(ClassBody& body);
 void add_scaling_methods(ClassBody& body);
 void add_matmul_methods(ClassBody& body);
-void add_index_methods(ClassBody& body);
-void add_value_methods(ClassBody& body);
+void add_reduction_methods(ClassBody& body);
+void add_comparison_methods(ClassBody& body);
 
 }  // namespace taviropy::mquadexpr

@@ -7,18 +7,12 @@
 #include "support/imports.hpp"
 #include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 
 namespace taviropy::mquadexpr {
 
 namespace {
-
-nb::object inverse(nb::handle divisor) { return nb::float_(1.0) / divisor; }
-
-bool is_scalar_expression(nb::handle other) {
-    return is_a(other, names::Var) || is_linexpr(other) || is_quadexpr(other) ||
-           is_a(other, names::NLExpr);
-}
 
 bool holds_variables(nb::handle other) {
     return is_scalar_expression(other) ||
@@ -53,26 +47,25 @@ static nb::object _imul_compact_ndarray(nb::handle self, nb::handle other) {
 }
 
 static nb::object _imul_full_scalar(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered reduce_ok zerosize_ok", {"readwrite no_broadcast"}, "O"};
+    constexpr WalkFlags flags = {flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+                                 {flag::readwrite | flag::no_broadcast},
+                                 "O"};
     nb::object value = real_float(other);
     self.attr("_ndle") *= value;
     nb::object qearr = self.attr("_qearr");
-    walk<1>(flags, {qearr}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) chunks[0].element(k).attr("_mul")(value);
-    });
+    walk<1>(flags, {qearr},
+            [&](const auto& chunks, Py_ssize_t k) { chunks[0].element(k).attr("_mul")(value); });
     return nb::none();
 }
 
 static nb::object _imul_full_ndarray(nb::handle self, nb::handle other) {
-    static const WalkFlags flags = {"refs_ok external_loop buffered reduce_ok zerosize_ok",
-                                    {"readwrite no_broadcast", "readonly"},
-                                    "Od"};
+    constexpr WalkFlags flags = {flag::buffered | flag::reduce_ok | flag::zerosize_ok,
+                                 {flag::readwrite | flag::no_broadcast, flag::readonly},
+                                 "Od"};
     self.attr("_ndle") *= other;
     nb::object qearr = self.attr("_qearr"), numbers = number_array(import_numpy(), other);
-    walk<2>(flags, {qearr, numbers}, [](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[0].element(k).attr("_mul")(chunks[1].number(k));
+    walk<2>(flags, {qearr, numbers}, [](const auto& chunks, Py_ssize_t k) {
+        chunks[0].element(k).attr("_mul")(chunks[1].number(k));
     });
     return nb::none();
 }
@@ -94,26 +87,12 @@ static nb::object imul(nb::handle self, nb::handle other) {
     return nb::borrow(self);
 }
 
-/// What a divisor multiplies by; an invalid object where it is no number.
-static nb::object reciprocal(nb::handle divisor) {
-    auto np = import_numpy();
-    auto sp = import_sparse();
-    if (is_ndarray(np, divisor)) return inverse(divisor);
-    if (is_sparse(sp, divisor)) return inverse(sparse::to_array(divisor));
-    if (is_scalar(divisor)) return inverse(real_float(divisor));
-    return nb::object();
-}
-
 static nb::object itruediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(other);
-    if (!factor.is_valid()) return not_implemented();
-    nb::object result = nb::borrow(self);
-    result *= factor;
-    return result;
+    return divide_in_place(self, other);
 }
 
 static nb::object truediv(nb::handle self, nb::handle other) {
-    nb::object factor = reciprocal(other);
+    nb::object factor = reciprocal(import_numpy(), import_sparse(), other);
     if (factor.is_valid()) return self * factor;
     if (holds_variables(other)) return as_nonlinear(self) / other;
     return not_implemented();
@@ -177,16 +156,14 @@ static nb::object neg(nb::handle self) { return self * nb::float_(-1.0); }
 static nb::object pos(nb::handle self) { return self.attr("copy")(); }
 
 static nb::object pow(nb::handle self, nb::handle exponent) {
-    nb::object base = as_nonlinear(self);
-    return checked(PyNumber_Power(base.ptr(), exponent.ptr(), Py_None));
+    return power(as_nonlinear(self), exponent);
 }
 
 static nb::object rpow(nb::handle self, nb::handle other) {
     auto np = import_numpy();
     if (!is_ndarray(np, other) && !is_scalar_expression(other) && !is_scalar(other))
         return not_implemented();
-    nb::object exponent = as_nonlinear(self);
-    return checked(PyNumber_Power(other.ptr(), exponent.ptr(), Py_None));
+    return power(other, as_nonlinear(self));
 }
 
 void add_scaling_methods(ClassBody& body) {

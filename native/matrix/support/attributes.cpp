@@ -6,7 +6,9 @@
 #include "support/handles.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
+#include "support/numbers.hpp"
 #include "support/object_arrays.hpp"
+#include "support/sparse.hpp"
 
 namespace taviropy::attributes {
 
@@ -106,8 +108,13 @@ nb::object list_of_indices(nb::handle indices) {
     return list;
 }
 
-/// The indices of all elements, in C order.
-nb::object indices_of(const HandleClass& type, nb::handle self) {
+/// Whether a function is one of the package's own, which take arrays as well as lists.
+bool takes_arrays(nb::handle function) {
+    return PyFunction_Check(function.ptr()) && nb::hasattr(function, "takes_arrays");
+}
+
+/// The indices of all elements, in C order: a list, or an array for who takes it.
+nb::object indices_of(const HandleClass& type, nb::handle self, bool as_array) {
     nb::object indices = self.attr("_idxarr")();
     if (type.checks_indices) {
         handles::Places places = handles::look_at_places(indices);
@@ -118,7 +125,7 @@ nb::object indices_of(const HandleClass& type, nb::handle self) {
             raise_taviro_error(names::TVO().attr("Error").attr("NOT_IN_MODEL"),
                                std::string("GenConstr") + problem);
     }
-    return list_of_indices(indices);
+    return as_array ? indices.attr("reshape")(-1) : list_of_indices(indices);
 }
 
 /// [value] * np.prod(self.shape, dtype='i')
@@ -139,8 +146,6 @@ nb::object repeated(nb::handle np, nb::handle self, nb::object value) {
     return list * np.attr("prod")(shape, "dtype"_a = "i");
 }
 
-nb::object as_float(nb::handle value) { return checked(PyNumber_Float(value.ptr())); }
-
 [[noreturn]] void refuse_shape(nb::handle self, nb::handle given, Site site = Site::current()) {
     try {
         raise(PyExc_AttributeError, "Shape mismatch", site);
@@ -152,7 +157,18 @@ nb::object as_float(nb::handle value) { return checked(PyNumber_Float(value.ptr(
     }
 }
 
-nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::handle datatype) {
+/// Whether an attribute of numbers can take the entries of an array as they are.
+bool holds_numbers(nb::handle np, nb::handle value, nb::handle datatype) {
+    if (holds_texts(datatype) ||
+        !nb::borrow((PyObject*)Py_TYPE(value.ptr())).is(np.attr("ndarray")))
+        return false;
+    nb::object kind = value.attr("dtype").attr("kind");
+    const Py_UCS4 letter = PyUnicode_READ_CHAR(kind.ptr(), 0);
+    return letter == 'f' || letter == 'i' || letter == 'u' || letter == 'b';
+}
+
+nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::handle datatype,
+                      bool as_array) {
     if (equal(value.attr("size"), 1)) {
         nb::object item = value.attr("item")();
         const bool text = PyUnicode_Check(item.ptr()) && holds_texts(datatype);
@@ -160,18 +176,21 @@ nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::hand
     }
     if (!equal(value.attr("shape"), self.attr("shape")))
         refuse_shape(self, nb::object(value.attr("shape")));
+    if (as_array && holds_numbers(np, value, datatype)) return value.attr("reshape")(-1);
     return checked(PySequence_List(nb::object(value.attr("flat")).ptr()));
 }
 
 nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self,
                          nb::handle value) {
-    nb::object list = checked(PySequence_List(value.ptr()));
+    const bool plain = PyList_Check(value.ptr()) || PyTuple_Check(value.ptr());
+    nb::object items = plain ? nb::borrow(value) : sparse::sound(value);
+    nb::object list = checked(PySequence_List(items.ptr()));
     Py_ssize_t size = PyList_GET_SIZE(list.ptr());
     // A single item is repeated by multiplying what was given: a tuple stays a tuple, and what
     // can't be multiplied is a TypeError.
     if (size == 1)
-        return value * (type.repeats_by_product ? np.attr("prod")(nb::getattr(self, "shape"))
-                                                : nb::object(self.attr("size")));
+        return value * (type.repeats_by_shape ? np.attr("prod")(nb::getattr(self, "shape"))
+                                              : nb::object(self.attr("size")));
     nb::object shape = self.attr("shape");
     if (nb::len(shape) != 1 || !equal(nb::object(shape[0]), static_cast<long>(size)))
         refuse_shape(self, nb::make_tuple(size));
@@ -179,16 +198,16 @@ nb::object flat_iterable(const HandleClass& type, nb::handle np, nb::handle self
 }
 
 /// The value of each element, from a value as users give it to `setAttr`; `datatype` is the
-/// attribute's.
+/// attribute's. A list, or an array for who takes it.
 nb::object flat_values(const HandleClass& type, nb::handle np, nb::handle self, nb::handle value,
-                       nb::handle datatype) {
+                       nb::handle datatype, bool as_array) {
     if (truth(names::_isstr()(value))) {
-        if (type.repeats_by_product) return repeated(np, self, nb::borrow(value));
+        if (type.repeats_by_shape) return repeated(np, self, nb::borrow(value));
         nb::list list;
         list.append(value);
         return list * self.attr("size");
     }
-    if (is_ndarray(np, value)) return flat_array(np, self, value, datatype);
+    if (is_ndarray(np, value)) return flat_array(np, self, value, datatype, as_array);
     if (is_scalar(value)) return repeated(np, self, as_float(value));
     if (is_a(value, names::Iterable)) return flat_iterable(type, np, self, value);
     raise(PyExc_AttributeError, "Use scalar or ndarray to set attribute");
@@ -253,14 +272,20 @@ nb::object getAttr(const HandleClass& type, nb::handle self, nb::handle attrname
     Info info = unpacked(found);
     if (!equal(info.kind, type.kind))
         refuse_with_hint("for_foreign", type, type.refused_get, attrname, "'");
-    nb::object values =
-        names::_gettypedattrlist()(self, attrname, info.type, indices_of(type, self));
+    nb::object read = names::_gettypedattrlist();
+    nb::object indices = indices_of(type, self, takes_arrays(read));
+    nb::object values = read(self, attrname, info.type, indices);
     nb::object dtype = result_dtype(np, info.type);
     if (!dtype.is_valid())
         raise(PyExc_UnboundLocalError,
               "cannot access local variable 'dtype' where it is not "
               "associated with a value");
-    return np.attr("array")(values, "dtype"_a = dtype).attr("reshape")(nb::getattr(self, "shape"));
+    nb::object array = np.attr("array")(values, "dtype"_a = dtype);
+    nb::object shape = nb::getattr(self, "shape");
+    // An attribute with several values an element has an axis for them in front.
+    if (nb::cast<int>(array.attr("ndim")) == 2)
+        shape = nb::make_tuple(nb::len(array)) + nb::tuple(shape);
+    return array.attr("reshape")(shape);
 }
 
 nb::object setAttr(const HandleClass& type, nb::handle self, nb::handle attrname,
@@ -274,8 +299,10 @@ nb::object setAttr(const HandleClass& type, nb::handle self, nb::handle attrname
         refuse_with_hint("for_foreign", type, type.refused_set, attrname, "'");
     if (equal(info.settable, 0))
         refuse_with_hint("for_read_only", type, "Attribute '", attrname, "' cannot be set");
-    nb::object values = flat_values(type, np, self, value, info.type);
-    names::_settypedattrlist()(self, attrname, info.type, indices_of(type, self), values);
+    nb::object write = names::_settypedattrlist();
+    const bool as_array = takes_arrays(write);
+    nb::object values = flat_values(type, np, self, value, info.type, as_array);
+    write(self, attrname, info.type, indices_of(type, self, as_array), values);
     return nb::none();
 }
 

@@ -32,4 +32,9 @@ ClassBody& ClassBody::set_property(const char* name, nb::object getter, const ch
     return set(name, property_type(getter, nb::none(), nb::none(), text));
 }
 
+nb::object OwnClass::make() const {
+    static PyObject* no_arguments = PyTuple_New(0);
+    return checked(PyBaseObject_Type.tp_new(type_, no_arguments, nullptr));
+}
+
 }  // namespace taviropy

@@ -57,6 +57,19 @@ class ClassBody {
     nb::object type_, module_name_;
 };
 
+/// A class that this module makes, kept as long as the module is: its instances are made without a
+/// call of it.
+class OwnClass {
+  public:
+    void operator=(nb::handle type) { type_ = reinterpret_cast<PyTypeObject*>(type.ptr()); }
+    bool is(nb::handle type) const { return type.ptr() == reinterpret_cast<PyObject*>(type_); }
+    /// An instance without fields.
+    nb::object make() const;
+
+  private:
+    PyTypeObject* type_ = nullptr;
+};
+
 /// Adds a module-level function.
 template <auto Fn>
 void add_function(nb::module_ module, const char* signature, const char* doc = nullptr,

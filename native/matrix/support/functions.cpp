@@ -1,9 +1,9 @@
 #include "support/functions.hpp"
 
 #include <algorithm>
-#include <stdexcept>
 #include <string_view>
 
+#include "base/python.hpp"
 #include "support/names.hpp"
 
 namespace taviropy {
@@ -77,13 +77,13 @@ void refuse_pandas(nb::handle self, nb::handle other) {
     throw nb::python_error();
 }
 
-void FunctionInfo::parse(const char* owner, const char* signature, const char* first,
-                         const char* text, Site where) {
+FunctionInfo::FunctionInfo(const char* owner, const char* signature, const char* first,
+                           const char* text, Site where)
+    : site(where) {
     std::string_view whole(signature);
     auto open = whole.find('(');
     name = whole.substr(0, open);
     qualified = std::string("taviropy._matrixapi.") + owner + (*owner ? "." : "") + name;
-    site = where;
     std::string_view list = whole.substr(open + 1, whole.rfind(')') - open - 1);
     bool skip_self = *first != '\0', by_position = true;
     std::string shown = first;
@@ -110,6 +110,14 @@ void FunctionInfo::parse(const char* owner, const char* signature, const char* f
         if (by_position) ++positional;
     }
     doc = name + "(" + shown + ")\n--\n\n" + (text ? text : "");
+}
+
+void FunctionInfo::take(FunctionInfo read) {
+    if (name.empty())
+        *this = std::move(read);
+    else if (qualified != read.qualified || doc != read.doc)
+        raise(PyExc_SystemError, "the function of " + qualified + " is bound a second time, as " +
+                                     read.qualified + ": give that a function of its own");
 }
 
 nb::object bind_arguments(const FunctionInfo& info, PyObject* const* args, Py_ssize_t count,
@@ -156,10 +164,8 @@ void translate_exception() noexcept {
         PyErr_SetString(type, error.what() ? error.what() : "");
     } catch (const nb::cast_error&) {
         PyErr_SetString(PyExc_TypeError, "an argument has an unsuitable type");
-    } catch (const std::bad_alloc&) {
-        PyErr_NoMemory();
-    } catch (const std::exception& error) {
-        PyErr_SetString(PyExc_RuntimeError, error.what());
+    } catch (...) {
+        base::translate_exception();
     }
 }
 

@@ -33,9 +33,14 @@ struct FunctionInfo {
     int rest = -1;                      ///< place of the parameter that takes `*rest`
     mutable std::vector<std::pair<unsigned, PyObject*>> code;  ///< per line, for tracebacks
 
+    FunctionInfo() = default;
     /// Reads a signature text; `first` is what stands for self: "$self", "$type" or "".
-    void parse(const char* owner, const char* signature, const char* first, const char* text,
-               Site where);
+    FunctionInfo(const char* owner, const char* signature, const char* first, const char* text,
+                 Site where);
+    /// Takes what was read where nothing is known yet. SystemError where another function is: one
+    /// C++ function is bound once, since its entry points find no more than one table. Bound to the
+    /// same again, as by a second import of the module, it stays as it is.
+    void take(FunctionInfo read);
 };
 
 /// Matches the arguments of a vectorcall with the parameters: fills `out`, and gives the tuple of
@@ -55,7 +60,8 @@ void refuse_pandas(nb::handle self, nb::handle other);
 
 enum class Kind { Method, ClassMethod, StaticMethod };
 
-/// The C entry points of `Fn`, a function of so many handles.
+/// The C entry points of `Fn`, a function of so many handles. What several classes share is
+/// therefore a template with the class as its parameter: a function for each.
 template <auto Fn, Kind kind, class = decltype(Fn)>
 struct Function;
 
@@ -110,7 +116,7 @@ struct Function<Fn, kind, nb::object (*)(Handles...)> {
         const char* first = kind == Kind::Method        ? "$self"
                             : kind == Kind::ClassMethod ? "$type"
                                                         : "";
-        info.parse(owner, signature, first, doc, site);
+        info.take(FunctionInfo(owner, signature, first, doc, site));
         def.ml_name = info.name.c_str();
         def.ml_doc = info.doc.c_str();
         if constexpr (arity == 0) {

@@ -13,34 +13,7 @@ using namespace nb::literals;
 
 namespace {
 
-/// The elements of a strided buffer, one after the other in C order.
-class Cursor {
-  public:
-    explicit Cursor(const Py_buffer& view) : view_(view), place_(static_cast<char*>(view.buf)) {}
-
-    template <class T>
-    T& at() const {
-        return *reinterpret_cast<T*>(place_);
-    }
-    void advance() {
-        for (int axis = view_.ndim - 1; axis >= 0; --axis) {
-            place_ += view_.strides[axis];
-            if (++index_[axis] < view_.shape[axis]) return;
-            place_ -= view_.strides[axis] * view_.shape[axis];
-            index_[axis] = 0;
-        }
-    }
-
-  private:
-    const Py_buffer& view_;
-    char* place_;
-    Py_ssize_t index_[detail::kMaxAxes] = {};
-};
-
-nb::object element_at(const Cursor& cursor) {
-    PyObject* element = cursor.at<PyObject*>();
-    return element ? nb::borrow(element) : nb::none();
-}
+nb::object element_at(char* place) { return Chunk{place, 0}.element(0); }
 
 bool acquire_elements(ArrayBuffer& buffer, nb::handle array) {
     return buffer.acquire(array, PyBUF_STRIDES | PyBUF_FORMAT) && buffer.holds('O');
@@ -52,34 +25,32 @@ bool gather_indices(nb::handle array, nb::handle indices, const char* field) {
     if (!acquire_elements(from, array)) return false;
     if (!to.acquire(indices, PyBUF_STRIDES | PyBUF_FORMAT | PyBUF_WRITABLE) || !to.holds('i'))
         return false;
-    if (to->len / to->itemsize != from->len / from->itemsize) return false;
+    if (to.size() != from.size()) return false;
     nb::object key = checked(PyUnicode_InternFromString(field));
-    Cursor source(*from), target(*to);
-    for (Py_ssize_t left = to->len / to->itemsize; left > 0; --left) {
-        nb::object element = element_at(source);  // kept while its attribute is read
+    base::Walker source(from), target(to);
+    for (Py_ssize_t left = to.size(); left > 0; --left) {
+        nb::object element = element_at(source.next());  // kept while its attribute is read
         nb::object index = checked(PyObject_GetAttr(element.ptr(), key.ptr()));
         int overflow = 1;
         long number =
             PyLong_CheckExact(index.ptr()) ? PyLong_AsLongAndOverflow(index.ptr(), &overflow) : 0;
         if (overflow || number != static_cast<int>(number)) return false;
-        target.at<int>() = static_cast<int>(number);
-        source.advance();
-        target.advance();
+        *reinterpret_cast<int*>(target.next()) = static_cast<int>(number);
     }
     return true;
 }
 
 }  // namespace
 
-nb::object model_of(const Py_buffer& elements) {
-    if (elements.len == 0) return nb::none();
-    return element_at(Cursor(elements)).attr("_cmodel");
+nb::object model_of(const ArrayBuffer& elements) {
+    if (elements->len == 0) return nb::none();
+    return element_at(static_cast<char*>(elements->buf)).attr("_cmodel");
 }
 
 nb::object model_of(nb::handle array) {
     {
         ArrayBuffer buffer;
-        if (acquire_elements(buffer, array)) return model_of(*buffer);
+        if (acquire_elements(buffer, array)) return model_of(buffer);
     }
     nb::object size = array.attr("size");
     if (!(size > nb::int_(0))) return nb::none();
@@ -107,9 +78,9 @@ nb::object find_stranger(const HandleClass& type, nb::handle array) {
         return nb::object();
     }
     nb::object cls = (*type.element)();
-    Cursor cursor(*buffer);
-    for (Py_ssize_t left = buffer->len / buffer->itemsize; left > 0; --left, cursor.advance()) {
-        nb::object element = element_at(cursor);
+    base::Walker elements(buffer);
+    for (Py_ssize_t left = buffer.size(); left > 0; --left) {
+        nb::object element = element_at(elements.next());
         if (!is_instance(element, cls)) return element;
     }
     return nb::object();
@@ -192,9 +163,9 @@ Places look_at_places(nb::handle indices, long count) {
         if (!buffer.acquire(converted, PyBUF_STRIDES | PyBUF_FORMAT))
             raise(PyExc_ValueError, "_idxarr() gave no array of indices");
     }
-    Cursor cursor(*buffer);
-    for (Py_ssize_t left = buffer->len / buffer->itemsize; left > 0; --left, cursor.advance()) {
-        int index = cursor.at<int>();
+    base::Walker items(buffer);
+    for (Py_ssize_t left = buffer.size(); left > 0; --left) {
+        int index = *reinterpret_cast<int*>(items.next());
         places.waiting |= index == -1;
         places.removed |= index <= -2;
         places.beyond |= index > count;

@@ -10,6 +10,7 @@
 
 #include "support/attributes.hpp"
 #include "support/names.hpp"
+#include "support/object_arrays.hpp"
 
 namespace taviropy {
 
@@ -21,7 +22,7 @@ struct HandleClass {
     const char* index;         ///< the field of an element that `_idxarr` reads
     const char* refused_get;   ///< how `getAttr` begins its refusal of another kind's attribute
     const char* refused_set;   ///< the same for `setAttr`
-    bool repeats_by_product;   ///< values are repeated by np.prod(self.shape), not by self.size
+    bool repeats_by_shape;     ///< values are repeated by np.prod(self.shape), not by self.size
     bool checks_indices;       ///< elements that aren't in the model are refused before any call
     const Name* element;       ///< the class of the elements
     const char* count_method;  ///< gives how many there are in the model; null where there is none
@@ -36,7 +37,7 @@ inline constexpr HandleClass kMVar = {
     .index = "_colno",
     .refused_get = "'taviropy.Var' object has no attribute '",
     .refused_set = "'taviropy.Var' object has no attribute '",
-    .repeats_by_product = true,
+    .repeats_by_shape = true,
     .checks_indices = false,
     .element = &names::Var,
     .count_method = nullptr,
@@ -51,7 +52,7 @@ inline constexpr HandleClass kMConstr = {
     .index = "_rowno",
     .refused_get = "'taviropy.Constr' object has no attribute '",
     .refused_set = "'taviropy.Constr' object has no attribute '",
-    .repeats_by_product = false,
+    .repeats_by_shape = false,
     .checks_indices = false,
     .element = &names::Constr,
     .count_method = "_numrows",
@@ -66,7 +67,7 @@ inline constexpr HandleClass kMQConstr = {
     .index = "_qconstrno",
     .refused_get = "'taviropy.MQConstr' object has no attribute '",
     .refused_set = "'taviropy.MQConstr' object has no attribute '",
-    .repeats_by_product = false,
+    .repeats_by_shape = false,
     .checks_indices = false,
     .element = &names::QConstr,
     .count_method = "_numqconstrs",
@@ -81,7 +82,7 @@ inline constexpr HandleClass kMGenConstr = {
     .index = "_genconstrno",
     .refused_get = "'taviropy.GenConstr' object has no attribute '",
     .refused_set = "'taviropy.MGenConstr' object has no attribute '",
-    .repeats_by_product = false,
+    .repeats_by_shape = false,
     .checks_indices = true,
     .element = &names::GenConstr,
     .count_method = nullptr,
@@ -93,7 +94,7 @@ namespace handles {
 
 /// The model of the first element of an array; None where the array is empty.
 nb::object model_of(nb::handle array);
-nb::object model_of(const Py_buffer& elements);
+nb::object model_of(const ArrayBuffer& elements);
 
 /// Keeps the two fields of a new handle, in this order, by way of its class's `__setattr__`.
 void store_fields(nb::handle self, const char* first, nb::handle first_value, const char* second,

@@ -28,7 +28,6 @@ class Name {
 
 namespace names {
 #define TAVIROPY_NAME(name) inline const Name name{#name};
-TAVIROPY_NAME(itertools)
 TAVIROPY_NAME(Iterable)
 TAVIROPY_NAME(_attrlist)
 TAVIROPY_NAME(_getattrinfo)

@@ -25,11 +25,13 @@ bool is_complex(nb::handle number) {
                                              !is_instance(number, number_class("Real")));
 }
 
+nb::object as_float(nb::handle object) { return checked(PyNumber_Float(object.ptr())); }
+
 nb::object real_float(nb::handle number) {
     if (is_complex(number))
         raise(PyExc_TypeError,
               std::string("must be real number, not ") + text_of(number.type().attr("__name__")));
-    return checked(PyNumber_Float(number.ptr()));
+    return as_float(number);
 }
 
 nb::object negated(nb::handle operand) {
@@ -39,7 +41,7 @@ nb::object negated(nb::handle operand) {
     } catch (const nb::python_error& error) {
         if (!error.matches(PyExc_TypeError) || !is_scalar(operand) || is_complex(operand)) throw;
     }
-    return minus_one * checked(PyNumber_Float(operand.ptr()));
+    return minus_one * as_float(operand);
 }
 
 bool is_exact(nb::handle np, nb::handle array) { return array.type().is(np.attr("ndarray")); }

@@ -10,8 +10,11 @@ namespace nb = nanobind;
 /// Whether a number has an imaginary part, be it 0.
 bool is_complex(nb::handle number);
 
-/// float(number). A complex number is a TypeError, also one of NumPy, of which float() would drop
-/// the imaginary part.
+/// float(object), texts of numbers included.
+nb::object as_float(nb::handle object);
+
+/// The same of a number. A complex one is a TypeError, also where it is NumPy's, of
+/// which float() would drop the imaginary part.
 nb::object real_float(nb::handle number);
 
 /// -1.0 * operand. A number that no float can multiply, such as a Decimal, is taken as one.

@@ -2,32 +2,12 @@
 
 #include <cstring>
 #include <string>
-#include <string_view>
 
 #include "core_interface/scalars.hpp"
 #include "support/imports.hpp"
 #include "support/names.hpp"
 
 namespace taviropy {
-
-using namespace nb::literals;
-
-bool ArrayBuffer::acquire(nb::handle array, int flags) {
-    release();
-    if (PyObject_GetBuffer(array.ptr(), &view_, flags) == 0) return true;
-    PyErr_Clear();
-    view_.obj = nullptr;
-    return false;
-}
-
-void ArrayBuffer::release() {
-    if (view_.obj) PyBuffer_Release(&view_);
-    view_.obj = nullptr;
-}
-
-bool ArrayBuffer::holds(char letter) const {
-    return view_.format && view_.format[0] == letter && view_.format[1] == '\0';
-}
 
 nb::object empty_object_array(nb::handle np, nb::handle shape) {
     return np.attr("empty")(shape, nb::handle(reinterpret_cast<PyObject*>(&PyBaseObject_Type)));
@@ -55,52 +35,41 @@ namespace detail {
 
 namespace {
 
-bool has_word(const char* words, std::string_view word) {
-    std::string_view rest(words);
-    while (!rest.empty()) {
-        auto blank = rest.find(' ');
-        if (rest.substr(0, blank) == word) return true;
-        rest = blank == std::string_view::npos ? std::string_view() : rest.substr(blank + 1);
-    }
-    return false;
-}
+/// Words for the bits of a set of flags, the lowest first.
+struct Vocabulary {
+    const char* words[6];
+    PyObject* lists[64] = {};
 
-nb::list word_list(const char* words) {
-    nb::list result;
-    std::string_view rest(words);
-    while (!rest.empty()) {
-        auto blank = rest.find(' ');
-        std::string_view word = rest.substr(0, blank);
-        result.append(nb::str(word.data(), word.size()));
-        rest = blank == std::string_view::npos ? std::string_view() : rest.substr(blank + 1);
+    /// The words of the bits that are set, as a list that is made once and kept for good.
+    nb::handle list_of(unsigned bits) {
+        if (!lists[bits]) {
+            nb::list made;
+            for (int k = 0; k < 6; ++k)
+                if (bits >> k & 1) made.append(words[k]);
+            lists[bits] = made.release().ptr();
+        }
+        return lists[bits];
     }
-    return result;
-}
+};
 
-bool writes(const char* op_flags) { return std::strncmp(op_flags, "readonly", 8) != 0; }
+constexpr unsigned kEveryPass = 8 | 16;
+Vocabulary pass_words = {{"buffered", "reduce_ok", "zerosize_ok", "refs_ok", "external_loop"}};
+Vocabulary operand_words = {
+    {"readonly", "readwrite", "writeonly", "no_broadcast", "copy", "updateifcopy"}};
 
-/// The keyword values of the call, made once and kept for good.
-void make_lists(const WalkFlags& spec, std::size_t count) {
-    if (spec.made[0]) return;
-    nb::list op_flags, op_dtypes;
-    for (std::size_t k = 0; k < count; ++k) {
-        op_flags.append(word_list(spec.op_flags[k]));
-        if (spec.op_dtypes) op_dtypes.append(nb::str(spec.op_dtypes + k, 1));
-    }
-    spec.made[2] = (spec.op_dtypes ? nb::object(op_dtypes) : nb::none()).release().ptr();
-    spec.made[1] = op_flags.release().ptr();
-    spec.made[0] = word_list(spec.flags).release().ptr();
+/// The buffer that a pass asks an operand for.
+int buffer_flags(unsigned operand) {
+    return PyBUF_FORMAT | (operand & flag::readonly ? 0 : PyBUF_WRITABLE);
 }
 
 }  // namespace
 
-Py_ssize_t whole_chunk(const WalkFlags& spec, const nb::handle* operands, std::size_t count,
+Py_ssize_t whole_chunk(const WalkFlags& flags, const nb::handle* operands, std::size_t count,
                        ArrayBuffer* buffers, Chunk* chunks) {
     for (std::size_t k = 0; k < count; ++k) {
-        int flags =
-            PyBUF_C_CONTIGUOUS | PyBUF_FORMAT | (writes(spec.op_flags[k]) ? PyBUF_WRITABLE : 0);
-        if (!buffers[k].acquire(operands[k], flags)) return -1;
-        if (!buffers[k].holds(spec.op_dtypes ? spec.op_dtypes[k] : 'O')) return -1;
+        if (!buffers[k].acquire(operands[k], PyBUF_C_CONTIGUOUS | buffer_flags(flags.operands[k])))
+            return -1;
+        if (!buffers[k].holds(flags.dtypes ? flags.dtypes[k] : 'O')) return -1;
         const Py_buffer &first = *buffers[0], &view = *buffers[k];
         if (view.ndim != first.ndim) return -1;
         if (first.ndim > 0 &&
@@ -109,23 +78,26 @@ Py_ssize_t whole_chunk(const WalkFlags& spec, const nb::handle* operands, std::s
         chunks[k] = {static_cast<char*>(view.buf), view.itemsize};
     }
     Py_ssize_t size = buffers[0]->len / buffers[0]->itemsize;
-    if (size == 0 && !has_word(spec.flags, "zerosize_ok")) return -1;
+    if (size == 0 && !(flags.pass & flag::zerosize_ok)) return -1;
     return size;
 }
 
-Nditer::Nditer(const WalkFlags& spec, const nb::handle* operands, std::size_t count,
+Nditer::Nditer(const WalkFlags& flags, const nb::handle* operands, std::size_t count,
                nb::handle op_axes)
-    : spec_(spec), count_(count) {
-    make_lists(spec, count);
+    : flags_(flags), count_(count) {
     nb::object np = import_numpy();
-    nb::list list;
-    for (std::size_t k = 0; k < count; ++k) list.append(operands[k]);
+    nb::list arrays, op_flags, op_dtypes;
+    for (std::size_t k = 0; k < count; ++k) {
+        arrays.append(operands[k]);
+        op_flags.append(operand_words.list_of(flags.operands[k]));
+        if (flags.dtypes) op_dtypes.append(nb::str(flags.dtypes + k, 1));
+    }
     nb::dict options;
-    options["flags"] = nb::handle(spec.made[0]);
-    options["op_flags"] = nb::handle(spec.made[1]);
-    if (spec.op_dtypes) options["op_dtypes"] = nb::handle(spec.made[2]);
+    options["flags"] = pass_words.list_of(flags.pass | kEveryPass);
+    options["op_flags"] = op_flags;
+    if (flags.dtypes) options["op_dtypes"] = op_dtypes;
     if (op_axes.is_valid()) options["op_axes"] = op_axes;
-    iterator_ = np.attr("nditer")(list, **options);
+    iterator_ = np.attr("nditer")(arrays, **options);
     iterator_.attr("__enter__")();
 }
 
@@ -154,9 +126,8 @@ Py_ssize_t Nditer::next(ArrayBuffer* buffers, Chunk* chunks) {
     Py_ssize_t size = 0;
     for (std::size_t k = 0; k < count_; ++k) {
         nb::object chunk = count_ == 1 ? step : nb::object(step[k]);
-        int flags = PyBUF_STRIDES | PyBUF_FORMAT | (writes(spec_.op_flags[k]) ? PyBUF_WRITABLE : 0);
-        if (!buffers[k].acquire(chunk, flags) || buffers[k]->ndim != 1 ||
-            !buffers[k].holds(spec_.op_dtypes ? spec_.op_dtypes[k] : 'O'))
+        if (!buffers[k].acquire(chunk, PyBUF_STRIDES | buffer_flags(flags_.operands[k])) ||
+            buffers[k]->ndim != 1 || !buffers[k].holds(flags_.dtypes ? flags_.dtypes[k] : 'O'))
             raise(PyExc_AttributeError,
                   "the elements of an array of dtype " + text_of(chunk.attr("dtype")) +
                       " are no expressions; the arrays of an expression hold objects");
@@ -165,9 +136,6 @@ Py_ssize_t Nditer::next(ArrayBuffer* buffers, Chunk* chunks) {
     }
     return size;
 }
-
-const WalkFlags kSumFlags = {
-    "refs_ok reduce_ok external_loop buffered zerosize_ok", {"readwrite", "readwrite"}, "OO"};
 
 nb::object sum_op_axes(nb::handle axes) {
     nb::list list;

@@ -1,7 +1,7 @@
 // Element-wise passes over object arrays.
 //
 // Every pass is one call of numpy.nditer: its flags decide what broadcasts, what is cast and what
-// is refused. A pass hands out one-dimensional chunks, and a native loop visits their slots. Where
+// is refused. It hands out one-dimensional chunks, and a native loop visits their slots. Where
 // all operands are C-contiguous, of one shape and of the right type, the iterator would give the
 // whole of them as one chunk in that order, so it isn't even made.
 #pragma once
@@ -10,7 +10,9 @@
 
 #include <array>
 #include <cstddef>
+#include <utility>
 
+#include "base/arrays.hpp"
 #include "support/errors.hpp"
 
 namespace taviropy {
@@ -41,44 +43,44 @@ struct Chunk {
     }
 };
 
-/// The flags of a call of numpy.nditer, each a list of words with blanks between.
-struct WalkFlags {
-    const char* flags;        ///< "refs_ok external_loop buffered"
-    const char* op_flags[3];  ///< one for each operand: "readwrite no_broadcast"
-    const char* op_dtypes;  ///< one letter for each operand, 'O' or 'd'; null where none is passed
+/// The flags of numpy.nditer, by its names for them.
+namespace flag {
+/// Of a pass; `refs_ok` and `external_loop` go without saying.
+enum : unsigned { none = 0, buffered = 1, reduce_ok = 2, zerosize_ok = 4 };
+/// Of an operand.
+enum : unsigned {
+    readonly = 1,
+    readwrite = 2,
+    writeonly = 4,
+    no_broadcast = 8,
+    copy = 16,
+    updateifcopy = 32
+};
+}  // namespace flag
 
-    mutable PyObject* made[3] = {};  ///< the Python lists, made at first use
+/// How a pass treats its operands: `{flag::buffered, {flag::readwrite, flag::readonly}, "Od"}`.
+struct WalkFlags {
+    unsigned pass;
+    unsigned operands[3];
+    const char* dtypes = nullptr;  ///< one letter for each operand, 'O' or 'd'; null for any dtype
 };
 
-/// A buffer of an array, released at the end of its scope.
-class ArrayBuffer {
+/// A buffer of an array, acquired by nanobind's handle on it.
+class ArrayBuffer : public base::Buffer {
   public:
-    ArrayBuffer() = default;
-    ArrayBuffer(const ArrayBuffer&) = delete;
-    ArrayBuffer& operator=(const ArrayBuffer&) = delete;
-    ~ArrayBuffer() { release(); }
-    /// False, with no exception set, where the array doesn't offer such a buffer.
-    bool acquire(nb::handle array, int flags);
-    void release();
-    const Py_buffer* operator->() const { return &view_; }
-    const Py_buffer& operator*() const { return view_; }
-    /// Native object references ('O') or doubles ('d').
-    bool holds(char letter) const;
-
-  private:
-    Py_buffer view_{};
+    bool acquire(nb::handle array, int flags) { return Buffer::acquire(array.ptr(), flags); }
 };
 
 namespace detail {
 
 /// One chunk an operand where the whole pass is one; -1 where numpy.nditer has to be asked.
-Py_ssize_t whole_chunk(const WalkFlags& spec, const nb::handle* operands, std::size_t count,
+Py_ssize_t whole_chunk(const WalkFlags& flags, const nb::handle* operands, std::size_t count,
                        ArrayBuffer* buffers, Chunk* chunks);
 
 /// A numpy.nditer in its `with` block.
 class Nditer {
   public:
-    Nditer(const WalkFlags& spec, const nb::handle* operands, std::size_t count,
+    Nditer(const WalkFlags& flags, const nb::handle* operands, std::size_t count,
            nb::handle op_axes = nb::handle());
     ~Nditer();
     /// The next chunks and their length; -1 at the end.
@@ -87,7 +89,7 @@ class Nditer {
     void close();
 
   private:
-    const WalkFlags& spec_;
+    const WalkFlags& flags_;
     std::size_t count_;
     nb::object iterator_;
     bool open_ = true;
@@ -110,27 +112,38 @@ class GcPause {
     bool was_enabled_;
 };
 
-/// Walks the operands side by side: `body(chunks, size)` for each step, chunks being an array of N.
+/// Walks the operands side by side: `body(chunks, k)` for each place k, chunks being an array of N.
 /// With `op_axes`, a list as numpy.nditer takes it, the iterator is always asked.
 template <std::size_t N, class Body>
-void walk(const WalkFlags& spec, const std::array<nb::handle, N>& operands, Body&& body,
+void walk(const WalkFlags& flags, const std::array<nb::handle, N>& operands, Body&& body,
           nb::handle op_axes = nb::handle()) {
     GcPause pause;
     std::array<ArrayBuffer, N> buffers;
     std::array<Chunk, N> chunks;
+    auto visit = [&](Py_ssize_t size) {
+        for (Py_ssize_t k = 0; k < size; ++k) body(std::as_const(chunks), k);
+    };
     if (!op_axes.is_valid()) {
         Py_ssize_t size =
-            detail::whole_chunk(spec, operands.data(), N, buffers.data(), chunks.data());
-        if (size >= 0) {
-            if (size > 0) body(chunks, size);
-            return;
-        }
+            detail::whole_chunk(flags, operands.data(), N, buffers.data(), chunks.data());
+        if (size >= 0) return visit(size);
     }
-    detail::Nditer iterator(spec, operands.data(), N, op_axes);
-    for (Py_ssize_t size; (size = iterator.next(buffers.data(), chunks.data())) >= 0;)
-        body(chunks, size);
+    detail::Nditer iterator(flags, operands.data(), N, op_axes);
+    for (Py_ssize_t size; (size = iterator.next(buffers.data(), chunks.data())) >= 0;) visit(size);
     for (ArrayBuffer& buffer : buffers) buffer.release();
     iterator.close();
+}
+
+/// A float64 array with a number for each element of an array: `number_of(element)`.
+template <class NumberOf>
+nb::object doubles_of(nb::handle np, nb::handle elements, NumberOf&& number_of) {
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::zerosize_ok, {flag::readonly, flag::writeonly}, "Od"};
+    nb::object result = np.attr("empty")(nb::getattr(elements, "shape"));
+    walk<2>(flags, {elements, result}, [&](const auto& chunks, Py_ssize_t k) {
+        chunks[1].number(k) = number_of(chunks[0].element(k));
+    });
+    return result;
 }
 
 /// Walks `summands` and `sums`, each summand with the sum that it goes to: `body(summand, sum)`.
@@ -138,6 +151,29 @@ void walk(const WalkFlags& spec, const std::array<nb::handle, N>& operands, Body
 /// the result. `sums` is a C-contiguous object array of the shape that is left.
 template <class Body>
 void walk_sums(nb::handle summands, nb::handle sums, nb::handle axes, Body&& body);
+
+/// A new list of so many objects: `make(k)` gives a new reference to each, or null with an
+/// exception set.
+template <class Make>
+nb::object list_of(Py_ssize_t size, Make&& make) {
+    nb::object list = checked(PyList_New(size));
+    for (Py_ssize_t k = 0; k < size; ++k) {
+        PyObject* item = make(k);
+        if (!item) throw nb::python_error();
+        PyList_SET_ITEM(list.ptr(), k, item);
+    }
+    return list;
+}
+
+/// The doubles of a chunk as a new list of floats.
+inline nb::object float_list(const Chunk& chunk, Py_ssize_t size) {
+    return list_of(size, [&](Py_ssize_t k) { return PyFloat_FromDouble(chunk.number(k)); });
+}
+
+/// The objects of a chunk as a new list.
+inline nb::object object_list(const Chunk& chunk, Py_ssize_t size) {
+    return list_of(size, [&](Py_ssize_t k) { return chunk.element(k).release().ptr(); });
+}
 
 /// np.empty(shape, dtype=object)
 nb::object empty_object_array(nb::handle np, nb::handle shape);
@@ -177,7 +213,8 @@ void for_each_sum(const SumPlan& plan, Py_ssize_t size, Body&& body) {
     }
 }
 
-extern const WalkFlags kSumFlags;
+constexpr WalkFlags kSumFlags = {
+    flag::buffered | flag::reduce_ok | flag::zerosize_ok, {flag::readwrite, flag::readwrite}, "OO"};
 nb::object sum_op_axes(nb::handle axes);
 
 }  // namespace detail
@@ -188,9 +225,7 @@ void walk_sums(nb::handle summands, nb::handle sums, nb::handle axes, Body&& bod
     if (!detail::plan_sums(plan, summands, sums, axes)) {
         walk<2>(
             detail::kSumFlags, {summands, sums},
-            [&](const std::array<Chunk, 2>& chunks, Py_ssize_t size) {
-                for (Py_ssize_t k = 0; k < size; ++k) body(chunks[0][k], chunks[1][k]);
-            },
+            [&](const auto& chunks, Py_ssize_t k) { body(chunks[0][k], chunks[1][k]); },
             detail::sum_op_axes(axes));
         return;
     }

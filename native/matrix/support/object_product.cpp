@@ -3,6 +3,7 @@
 #include "core_interface/scalars.hpp"
 #include "support/errors.hpp"
 #include "support/object_arrays.hpp"
+#include "support/operators.hpp"
 
 namespace taviropy {
 
@@ -37,10 +38,6 @@ struct Slots {
     }
 };
 
-nb::object numpy_product(nb::handle left, nb::handle right) {
-    return checked(PyNumber_MatrixMultiply(left.ptr(), right.ptr()));
-}
-
 /// An expression that nobody else refers to.
 bool is_own_expression(const nb::object& object) {
     PyTypeObject* type = Py_TYPE(object.ptr());
@@ -70,12 +67,12 @@ nb::object as_objects(nb::handle np, nb::handle array) {
 nb::object object_product(nb::handle np, nb::handle left, nb::handle right) {
     GcPause pause;
     nb::object ndarray = np.attr("ndarray");
-    if (!left.type().is(ndarray) || !right.type().is(ndarray)) return numpy_product(left, right);
+    if (!left.type().is(ndarray) || !right.type().is(ndarray)) return matrix_product(left, right);
     nb::object lefts = as_objects(np, left), rights = as_objects(np, right);
     Slots a, b;
     if (!a.acquire(lefts, /*vector_is_row=*/true) || !b.acquire(rights, /*vector_is_row=*/false) ||
         a.columns != b.rows || a.columns == 0)
-        return numpy_product(left, right);
+        return matrix_product(left, right);
     if (a.buffer->ndim == 1 && b.buffer->ndim == 1) return element(a, b, 0, 0);
     nb::list shape;
     if (a.buffer->ndim == 2) shape.append(a.rows);
@@ -83,7 +80,7 @@ nb::object object_product(nb::handle np, nb::handle left, nb::handle right) {
     nb::object result = empty_object_array(np, nb::tuple(shape));
     ArrayBuffer out;
     if (!out.acquire(result, PyBUF_C_CONTIGUOUS | PyBUF_FORMAT | PyBUF_WRITABLE))
-        return numpy_product(left, right);
+        return matrix_product(left, right);
     Chunk slots{static_cast<char*>(out->buf), out->itemsize};
     for (Py_ssize_t row = 0, k = 0; row < a.rows; ++row)
         for (Py_ssize_t column = 0; column < b.columns; ++column, ++k)

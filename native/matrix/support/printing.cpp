@@ -1,5 +1,7 @@
 #include "support/printing.hpp"
 
+#include <algorithm>
+
 #include "support/errors.hpp"
 
 namespace taviropy {
@@ -31,21 +33,26 @@ class PrintOptions {
 
 }  // namespace
 
-std::string array_text(nb::handle np, nb::handle array, const char* lead) {
-    nb::object show = nb::cpp_function(
-        [lead](nb::handle element) {
-            std::string text = lead + text_of(element);
-            return nb::str(text.c_str(), text.size());
-        },
-        nb::arg().none());
+nb::object array_text(nb::handle array) {
+    nb::object text = checked(PyObject_Repr(array.ptr()));
+    const Py_ssize_t length = PyUnicode_GET_LENGTH(text.ptr());
+    Py_ssize_t end = PyUnicode_FindChar(text.ptr(), ',', 0, length, -1);
+    if (end < 0) end = std::max<Py_ssize_t>(length - 1, 0);
+    return checked(PyUnicode_Substring(text.ptr(), 0, end)) + nb::str(")");
+}
+
+nb::object array_text(nb::handle np, nb::handle array, const char* lead) {
+    nb::object show = nb::str(lead) + nb::str("{!s}");
     nb::dict formatter;
-    formatter["object"] = show;
+    formatter["object"] = nb::getattr(show, "format");
     PrintOptions options(np, formatter);
-    nb::object shown = checked(PyObject_Repr(array.ptr()));
-    std::string text = text_of(shown);
-    auto comma = text.rfind(',');
-    text.erase(comma == std::string::npos ? text.size() - 1 : comma);
-    return text + ')';
+    return array_text(array);
+}
+
+nb::object block_text(const char* name, nb::handle shape, const std::string& marks,
+                      nb::handle elements) {
+    return checked(
+        PyUnicode_FromFormat("<%s %S%s>\n%S", name, shape.ptr(), marks.c_str(), elements.ptr()));
 }
 
 }  // namespace taviropy

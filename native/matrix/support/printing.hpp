@@ -9,9 +9,15 @@ namespace taviropy {
 
 namespace nb = nanobind;
 
-/// repr(array) of an object array, each element shown as `lead` and its str, without the note of
-/// the dtype: whatever stands behind the last comma is cut, or the last character where there is
-/// none.
-std::string array_text(nb::handle np, nb::handle array, const char* lead = "");
+/// repr(array) of an object array without the note of the dtype: whatever stands behind the last
+/// comma is cut, or the last character where there is none.
+nb::object array_text(nb::handle array);
+
+/// The same, each element shown as `lead` and its str.
+nb::object array_text(nb::handle np, nb::handle array, const char* lead);
+
+/// The text of a matrix object: "<", its class, its shape and marks, ">", and its elements below.
+nb::object block_text(const char* name, nb::handle shape, const std::string& marks,
+                      nb::handle elements);
 
 }  // namespace taviropy

@@ -110,39 +110,30 @@ double SolutionValues::value(std::size_t number) const {
 
 /// Notes all elements; each gets its number in the place of its value. False where one can't be.
 static bool note_all(SolutionValues& solution, nb::handle elements, nb::handle numbers) {
-    static const WalkFlags flags = {
-        "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
+    constexpr WalkFlags flags = {
+        flag::buffered | flag::zerosize_ok, {flag::readonly, flag::writeonly}, "Od"};
     bool noted = true;
-    walk<2>(flags, {elements, numbers}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; noted && k < size; ++k) {
-            chunks[1].number(k) = static_cast<double>(solution.size());
-            noted = solution.note(chunks[0][k]);
-        }
+    walk<2>(flags, {elements, numbers}, [&](const auto& chunks, Py_ssize_t k) {
+        if (!noted) return;
+        chunks[1].number(k) = static_cast<double>(solution.size());
+        noted = solution.note(chunks[0][k]);
     });
     return noted;
 }
 
 nb::object values_of_elements(nb::handle np, nb::handle elements) {
-    static const WalkFlags number_flags = {
-        "refs_ok external_loop buffered zerosize_ok", {"readwrite"}, "d"};
-    static const WalkFlags value_flags = {
-        "refs_ok external_loop buffered zerosize_ok", {"readonly", "writeonly"}, "Od"};
+    constexpr WalkFlags number_flags = {flag::buffered | flag::zerosize_ok, {flag::readwrite}, "d"};
     nb::object result = np.attr("empty")(nb::getattr(elements, "shape"));
     SolutionValues solution;
     if (note_all(solution, elements, result) && solution.read()) {
-        walk<1>(number_flags, {result}, [&](const auto& chunks, Py_ssize_t size) {
-            for (Py_ssize_t k = 0; k < size; ++k) {
-                double& slot = chunks[0].number(k);
-                slot = solution.value(static_cast<std::size_t>(slot));
-            }
+        walk<1>(number_flags, {result}, [&](const auto& chunks, Py_ssize_t k) {
+            double& slot = chunks[0].number(k);
+            slot = solution.value(static_cast<std::size_t>(slot));
         });
         return result;
     }
-    walk<2>(value_flags, {elements, result}, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k)
-            chunks[1].number(k) = as_double(chunks[0].element(k).attr("getValue")());
-    });
-    return result;
+    return doubles_of(np, elements,
+                      [](nb::object element) { return as_double(element.attr("getValue")()); });
 }
 
 }  // namespace taviropy

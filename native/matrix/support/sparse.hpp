@@ -46,7 +46,7 @@ struct Beside {
 
 /// hstack(matrices, format='csr'), with kron(ones((rows, 1)), A) for a repeated row A. Where
 /// nothing is repeated, `rows` doesn't count.
-nb::object hstack(const std::vector<Beside>& parts, Py_ssize_t rows = 0);
+nb::object hstack(const std::vector<Beside>& matrices, Py_ssize_t rows = 0);
 
 /// csr_matrix(kron(ones((rows, 1)), A)): the single row of A, `rows` times
 nb::object repeat_row(nb::handle A, Py_ssize_t rows);
@@ -68,8 +68,8 @@ nb::object product(nb::handle left, nb::handle right);
 /// coo_matrix(A, dtype=float64, copy=copy). Checked.
 nb::object to_coo(nb::handle A, bool copy);
 
-/// block_diag(parts, format='coo'), for a list of coo matrices of ours
-nb::object block_diag(nb::list parts);
+/// block_diag(matrices, format='coo'), for a list of coo matrices of ours
+nb::object block_diag(nb::list matrices);
 
 /// A.toarray(), checked first: SciPy itself walks malformed matrices into foreign memory.
 nb::object to_array(nb::handle A);

@@ -14,87 +14,6 @@ using namespace nb::literals;
 
 // ---- Views -------------------------------------------------------------------------------------
 
-namespace {
-
-constexpr int kContiguous = PyBUF_C_CONTIGUOUS | PyBUF_FORMAT;
-
-bool holds_index(const ArrayBuffer& view) {
-    return view.holds('i') || ((view.holds('l') || view.holds('q')) && view->itemsize == 8);
-}
-
-/// Types that convert to float64 without SciPy's refusing or warning.
-bool is_real_format(const ArrayBuffer& view) {
-    const char* format = view->format;
-    return format && std::strlen(format) == 1 && std::strchr("?bBhHiIlLqQfd", *format);
-}
-
-nb::object as_int64(nb::handle array) {
-    auto np = import_numpy();
-    return np.attr("array")(array, "dtype"_a = nb::getattr(np, "int64"), "order"_a = "C");
-}
-
-}  // namespace
-
-bool IndexArray::acquire(nb::handle array) {
-    auto np = import_numpy();
-    if (!is_ndarray(np, array)) return false;
-    array_ = viewed_ = plain_array(np, array);
-    if (!view_.acquire(array_, kContiguous) || !holds_index(view_)) {
-        view_.release();
-        std::string kind = text_of(array_.attr("dtype").attr("kind"));
-        if (kind != "i" && kind != "u") return false;
-        viewed_ = as_int64(array_);
-        if (!view_.acquire(viewed_, kContiguous)) return false;
-    }
-    wide_ = view_->itemsize == 8;
-    return true;
-}
-
-void IndexArray::widen() {
-    if (wide_) return;
-    viewed_ = as_int64(array_);
-    view_.acquire(viewed_, kContiguous);
-    wide_ = true;
-}
-
-void IndexArray::unify(IndexArray& a, IndexArray& b) {
-    if (a.wide_ == b.wide_) return;
-    a.widen();
-    b.widen();
-}
-
-bool DataArray::acquire(nb::handle array) {
-    auto np = import_numpy();
-    if (!is_ndarray(np, array)) return false;
-    array_ = viewed_ = plain_array(np, array);
-    bool contiguous = view_.acquire(array_, kContiguous);
-    if (contiguous || view_.acquire(array_, PyBUF_STRIDES | PyBUF_FORMAT)) {
-        ndim_ = view_->ndim;
-        length_ = ndim_ > 0 ? view_->shape[0] : 1;
-        real_ = is_real_format(view_);
-        double_ = contiguous && view_.holds('d');
-        return true;
-    }
-    // A dtype that no buffer can tell, such as datetime64.
-    ndim_ = nb::cast<int>(array_.attr("ndim"));
-    length_ = ndim_ > 0 ? nb::cast<Py_ssize_t>(array_.attr("shape")[0]) : 1;
-    return true;
-}
-
-Py_ssize_t DataArray::extent(int axis) const {
-    return nb::cast<Py_ssize_t>(array_.attr("shape")[axis]);
-}
-
-const double* DataArray::doubles(nb::handle np) {
-    if (!double_) {
-        viewed_ =
-            np.attr("asarray")(array_, "dtype"_a = nb::getattr(np, "float64"), "order"_a = "C");
-        if (!view_.acquire(viewed_, kContiguous))
-            raise(PyExc_TypeError, "the values of a sparse matrix could not be read as float64");
-    }
-    return static_cast<const double*>(view_->buf);
-}
-
 bool Dense::acquire(nb::handle np, nb::handle A) {
     if (!A.type().is(np.attr("ndarray")) || !view.acquire(A, PyBUF_STRIDES | PyBUF_FORMAT))
         return false;
@@ -126,24 +45,6 @@ Py_ssize_t Dense::count_nonzero() const {
         }
     }
     return count;
-}
-
-Kind kind_of(nb::handle sp, nb::handle A) {
-    static constexpr struct {
-        const char* name;
-        Kind kind;
-    } known[] = {{"csr_matrix", {Format::csr, false}}, {"csr_array", {Format::csr, true}},
-                 {"csc_matrix", {Format::csc, false}}, {"csc_array", {Format::csc, true}},
-                 {"coo_matrix", {Format::coo, false}}, {"coo_array", {Format::coo, true}}};
-    static PyObject* types[std::size(known)] = {};  // SciPy's classes, looked up once and kept
-    for (std::size_t k = 0; k < std::size(known); ++k) {
-        if (!types[k]) types[k] = nb::object(sp.attr(known[k].name)).release().ptr();
-        if (types[k] != A.type().ptr()) continue;
-        if (!known[k].kind.is_array) return known[k].kind;
-        nb::object shape = A.attr("shape");
-        return nb::len(shape) == 2 ? known[k].kind : Kind();
-    }
-    return Kind();
 }
 
 // ---- Fresh arrays ------------------------------------------------------------------------------

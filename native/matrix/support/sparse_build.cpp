@@ -45,11 +45,11 @@ struct Block {
     std::vector<double> values;
 
     explicit Block(const Beside& part)
-        : c(part.A, "csr", Compressed::Later()), repeated(part.repeated) {}
+        : c(part.A.ptr(), "csr", Compressed::Later()), repeated(part.repeated) {}
     /// Finds the matrix sound, when all of a stack are viewed.
-    void check(nb::handle np, const Beside& part) {
-        c.check(part.A);
-        if (repeated) take_row(c.data.doubles(np));
+    void check(const Beside& part) {
+        c.check(part.A.ptr());
+        if (repeated) take_row(c.data.doubles());
     }
     void check_rows(Py_ssize_t rows) const {
         if (c.major != (repeated ? 1 : rows))
@@ -104,7 +104,7 @@ void write_row(const Block& block, const double* values, Py_ssize_t i, Py_ssize_
 nb::object stack_of_one(nb::handle np, nb::handle sp, Compressed& c) {
     return with_index(needs_wide({c.nnz, c.major, c.minor}), [&](auto index) {
         CsrArrays<decltype(index)> made(np, c.major, c.nnz);
-        copy_values(c.data.doubles(np), c.nnz, made.data.begin());
+        copy_values(c.data.doubles(), c.nnz, made.data.begin());
         with_index(c.wide(), [&](auto in) {
             using In = decltype(in);
             copy_values(c.indices.as<In>(), c.nnz, made.indices.begin());
@@ -123,7 +123,7 @@ nb::object stack(nb::handle np, nb::handle sp, std::deque<Block>& blocks, Py_ssi
         cols += block.c.minor;
         nnz += block.entries(rows);
         repeated = repeated || block.repeated;
-        values.push_back(block.c.data.doubles(np));
+        values.push_back(block.c.data.doubles());
     }
     return with_index(needs_wide({nnz, rows, cols}), [&](auto index) {
         using I = decltype(index);
@@ -170,12 +170,12 @@ nb::object scaled_identity(Py_ssize_t n, double value) {
     return value == 0.0 ? empty_csr(n, n) : diagonal(n, value);
 }
 
-nb::object hstack(const std::vector<Beside>& parts, Py_ssize_t rows) {
+nb::object hstack(const std::vector<Beside>& matrices, Py_ssize_t rows) {
     auto np = import_numpy();
     auto sp = import_sparse();
     std::deque<Block> blocks;
-    for (const Beside& part : parts) blocks.emplace_back(part);
-    for (std::size_t k = 0; k < parts.size(); ++k) blocks[k].check(np, parts[k]);
+    for (const Beside& matrix : matrices) blocks.emplace_back(matrix);
+    for (std::size_t k = 0; k < matrices.size(); ++k) blocks[k].check(matrices[k]);
     if (!blocks.front().repeated) rows = blocks.front().c.major;
     for (const Block& block : blocks) block.check_rows(rows);
     return stack(np, sp, blocks, rows);
@@ -221,7 +221,7 @@ static nb::object flat_doubles(nb::handle np, nb::handle array, bool first_row_i
 
 void scale_rows(nb::handle A, nb::handle factors) {
     auto np = import_numpy();
-    Compressed c(A, "csr", Compressed::Later());
+    Compressed c(A.ptr(), "csr", Compressed::Later());
     ArrayBuffer data, scale;
     constexpr int flags = PyBUF_C_CONTIGUOUS | PyBUF_FORMAT;
     bool usable = factors.type().is(np.attr("ndarray")) && scale.acquire(factors, flags);
@@ -230,7 +230,7 @@ void scale_rows(nb::handle A, nb::handle factors) {
         if (!scale.acquire(flat_doubles(np, factors, first_row_is_empty), flags))
             throw nb::python_error();
     }
-    c.check(A);
+    c.check(A.ptr());
     if (scale->len / scale->itemsize < c.major)
         raise(PyExc_IndexError, std::to_string(scale->len / scale->itemsize) + " factors for " +
                                     std::to_string(c.major) + " rows");
@@ -251,14 +251,14 @@ nb::object kron(nb::handle left, nb::handle right) {
     auto sp = import_sparse();
     Dense number;
     if (!number.acquire(np, left) || number.rows != 1 || number.cols != 1 ||
-        kind_of(sp, right).format != Format::csr) {
+        kind_of(right.ptr()).format != Format::csr) {
         nb::object product = sp.attr("kron")(sound(left), sound(right), "format"_a = "csr");
         return to_csr(product, false);
     }
-    Compressed c(right, "csr");
+    Compressed c(right.ptr(), "csr");
     const double factor = number.at(0, 0);
     if (factor == 0.0 || c.nnz == 0) return empty_csr(c.major, c.minor);
-    const double* values = c.data.doubles(np);
+    const double* values = c.data.doubles();
     return with_index(needs_wide({c.nnz, c.major, c.minor}), [&](auto index) {
         CsrArrays<decltype(index)> made(np, c.major, c.nnz);
         for (Py_ssize_t i = 0; i <= c.major; ++i)
@@ -271,13 +271,14 @@ nb::object kron(nb::handle left, nb::handle right) {
     });
 }
 
-nb::object block_diag(nb::list parts) {
+nb::object block_diag(nb::list matrices) {
     auto np = import_numpy();
     auto sp = import_sparse();
     std::deque<Triplets> blocks;
     Py_ssize_t rows = 0, cols = 0, nnz = 0;
-    for (std::size_t k = 0; k < parts.size(); ++k) {
-        const Triplets& block = blocks.emplace_back(parts[k]);
+    for (std::size_t k = 0; k < matrices.size(); ++k) {
+        nb::object part = matrices[k];
+        const Triplets& block = blocks.emplace_back(part.ptr());
         rows += block.rows;
         cols += block.cols;
         nnz += block.nnz;
@@ -288,7 +289,7 @@ nb::object block_diag(nb::list parts) {
         Fresh<I> row(np, nnz), col(np, nnz);
         Py_ssize_t place = 0, row_shift = 0, col_shift = 0;
         for (Triplets& block : blocks) {
-            copy_values(block.data.doubles(np), block.nnz, data.begin() + place);
+            copy_values(block.data.doubles(), block.nnz, data.begin() + place);
             for (Py_ssize_t k = 0; k < block.nnz; ++k, ++place) {
                 row[place] = static_cast<I>(block.row[k] + row_shift);
                 col[place] = static_cast<I>(block.col[k] + col_shift);

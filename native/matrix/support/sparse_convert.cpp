@@ -15,6 +15,10 @@ namespace taviropy::sparse {
 
 using namespace nb::literals;
 
+nb::object sound(nb::handle A) { return nb::steal(sound(A.ptr()).release()); }
+
+void check(nb::handle A) { sound(A.ptr()); }
+
 namespace {
 
 /// Whether SciPy gives new arrays of this content int64. The `matrix` classes look at the values,
@@ -32,7 +36,7 @@ void copy_indices(const IndexArray& from, Py_ssize_t size, To* to) {
 nb::object index_array(nb::handle np, const IndexArray& from, Py_ssize_t size, bool wide,
                        bool copy) {
     if (from.is_given() && from.wide() == wide && from.size() == size)
-        return copy ? from.array().attr("copy")() : nb::borrow(from.array());
+        return copy ? nb::handle(from.array()).attr("copy")() : nb::borrow(from.array());
     return with_index(wide, [&](auto index) {
         Fresh<decltype(index)> to(np, size);
         copy_indices(from, size, to.begin());
@@ -43,8 +47,8 @@ nb::object index_array(nb::handle np, const IndexArray& from, Py_ssize_t size, b
 /// The first `size` values as float64, likewise.
 nb::object data_array(nb::handle np, DataArray& from, Py_ssize_t size, bool copy) {
     if (from.is_double() && from.length() == size)
-        return copy ? from.array().attr("copy")() : nb::borrow(from.array());
-    const double* values = from.doubles(np);
+        return copy ? nb::handle(from.array()).attr("copy")() : nb::borrow(from.array());
+    const double* values = from.doubles();
     Fresh<double> to(np, size);
     copy_values(values, size, to.begin());
     return to.take();
@@ -72,7 +76,7 @@ nb::object copied_csr(nb::handle np, nb::handle sp, const Kind& kind, Compressed
 
 /// A copy with one row for each `major` index, sorted.
 nb::object sorted_csr(nb::handle np, nb::handle sp, const Kind& kind, Compressed& c) {
-    const double* values = c.data.doubles(np);
+    const double* values = c.data.doubles();
     return with_index(copies_wide(kind, c), [&](auto index) {
         CsrArrays<decltype(index)> made(np, c.major, c.nnz);
         copy_indices(c.indptr, c.major + 1, made.indptr.begin());
@@ -86,7 +90,7 @@ nb::object sorted_csr(nb::handle np, nb::handle sp, const Kind& kind, Compressed
 
 /// The matrix of the other orientation: `c.minor` rows, each sorted.
 nb::object csr_from_transpose(nb::handle np, nb::handle sp, const Kind& kind, Compressed& c) {
-    const double* values = c.data.doubles(np);
+    const double* values = c.data.doubles();
     const bool wide = stays_wide(kind, c.wide(), {c.nnz, c.major, c.minor});
     return with_index(wide, [&](auto out) {
         CsrArrays<decltype(out)> made(np, c.minor, c.nnz);
@@ -104,14 +108,14 @@ nb::object csr_from_transpose(nb::handle np, nb::handle sp, const Kind& kind, Co
 nb::object csr_from_coo(nb::handle np, nb::handle sp, nb::handle A, const Kind& kind,
                         bool transposed) {
     const bool canonical = !transposed && truth(A.attr("has_canonical_format"));
-    Triplets t(A);
+    Triplets t(A.ptr());
     if (!t.data.is_real()) return nb::object();
     const IndexArray &row = transposed ? t.col : t.row, &col = transposed ? t.row : t.col;
     const Py_ssize_t rows = transposed ? t.cols : t.rows, cols = transposed ? t.rows : t.cols;
     const bool is_double = t.data.is_double();
     const bool wide =
         t.nnz > 0 ? stays_wide(kind, t.wide(), {t.nnz, rows, cols}) : needs_wide({rows, cols});
-    const double* values = t.data.doubles(np);
+    const double* values = t.data.doubles();
     return with_index(wide, [&](auto out) -> nb::object {
         CsrArrays<decltype(out)> made(np, rows, t.nnz);
         with_index(t.wide(), [&](auto in) {
@@ -250,13 +254,13 @@ nb::object converted(nb::handle np, nb::handle type, nb::handle A, bool copy) {
 nb::object to_csr(nb::handle A, bool copy) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    Kind kind = kind_of(sp, A);
+    Kind kind = kind_of(A.ptr());
     if (kind.format == Format::csr) {
-        Compressed c(A, "csr");
+        Compressed c(A.ptr(), "csr");
         if (c.data.is_real() && copy) return copied_csr(np, sp, kind, c);
         if (c.data.is_real() && !c.has_spare()) return shared_csr(np, sp, c);
     } else if (kind.format == Format::csc) {
-        Compressed c(A, "csc");
+        Compressed c(A.ptr(), "csc");
         if (c.data.is_real()) return csr_from_transpose(np, sp, kind, c);
     } else if (kind.format == Format::coo && nb::len(nb::object(A.attr("shape"))) == 2) {
         nb::object made = csr_from_coo(np, sp, A, kind, false);
@@ -270,12 +274,12 @@ nb::object to_csr(nb::handle A, bool copy) {
 nb::object transposed_to_csr(nb::handle A) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    Kind kind = kind_of(sp, A);
+    Kind kind = kind_of(A.ptr());
     if (kind.format == Format::csr) {
-        Compressed c(A, "csr");
+        Compressed c(A.ptr(), "csr");
         if (c.data.is_real()) return csr_from_transpose(np, sp, kind, c);
     } else if (kind.format == Format::csc) {
-        Compressed c(A, "csc");
+        Compressed c(A.ptr(), "csc");
         if (c.data.is_real()) return sorted_csr(np, sp, kind, c);
     } else if (kind.format == Format::coo) {
         nb::object made = csr_from_coo(np, sp, A, kind, true);
@@ -292,12 +296,12 @@ nb::object transposed_to_csr(nb::handle A) {
 nb::object to_coo(nb::handle A, bool copy) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    Kind kind = kind_of(sp, A);
+    Kind kind = kind_of(A.ptr());
     if (kind.format == Format::csr || kind.format == Format::csc) {
-        Compressed c(A, kind.format == Format::csr ? "csr" : "csc");
+        Compressed c(A.ptr(), kind.format == Format::csr ? "csr" : "csc");
         if (c.data.is_real()) return coo_from_compressed(np, sp, kind, c, copy);
     } else if (kind.format == Format::coo) {
-        Triplets t(A);
+        Triplets t(A.ptr());
         if (t.data.is_real()) return coo_from_coo(np, sp, A, t, copy);
     } else if (Dense dense; dense.acquire(np, A)) {
         return coo_from_dense(np, sp, dense);
@@ -307,7 +311,7 @@ nb::object to_coo(nb::handle A, bool copy) {
 
 nb::object copy(nb::handle A) {
     auto sp = import_sparse();
-    Kind kind = kind_of(sp, A);
+    Kind kind = kind_of(A.ptr());
     if (kind.format == Format::coo) return to_coo(A, true);
     if (kind.format != Format::csr) return A.attr("copy")();
     nb::object data = A.attr("data"), indices = A.attr("indices"), indptr = A.attr("indptr");

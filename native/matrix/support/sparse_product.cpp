@@ -5,6 +5,7 @@
 
 #include "support/errors.hpp"
 #include "support/imports.hpp"
+#include "support/operators.hpp"
 #include "support/sparse.hpp"
 #include "support/sparse_arrays.hpp"
 #include "support/sparse_kernels.hpp"
@@ -75,7 +76,7 @@ struct RowSums {
 /// over rising rows of the right matrix.
 template <class I, class In>
 nb::object dense_product(nb::handle np, nb::handle sp, const Dense& left, Compressed& right) {
-    const double* values = right.data.doubles(np);
+    const double* values = right.data.doubles();
     const In *indptr = right.indptr.as<In>(), *indices = right.indices.as<In>();
     const bool skip_zeros = all_finite(values, right.nnz);
     GrowingCsr<I> result;
@@ -123,7 +124,7 @@ struct Chain {
 
 template <class I, class In>
 nb::object csr_product(nb::handle np, nb::handle sp, Compressed& left, Compressed& right) {
-    const double *factors = left.data.doubles(np), *values = right.data.doubles(np);
+    const double *factors = left.data.doubles(), *values = right.data.doubles();
     const In *indptr = right.indptr.as<In>(), *indices = right.indices.as<In>();
     GrowingCsr<I> result;
     Chain<I> row(right.minor);
@@ -146,7 +147,7 @@ bool may_be_wide(Py_ssize_t rows, Py_ssize_t cols) {
 
 nb::object scipy_product(nb::handle left, nb::handle right) {
     nb::object sound_left = sound(left), sound_right = sound(right);
-    return to_csr(checked(PyNumber_MatrixMultiply(sound_left.ptr(), sound_right.ptr())), false);
+    return to_csr(matrix_product(sound_left, sound_right), false);
 }
 
 }  // namespace
@@ -154,9 +155,9 @@ nb::object scipy_product(nb::handle left, nb::handle right) {
 nb::object product(nb::handle left, nb::handle right) {
     auto np = import_numpy();
     auto sp = import_sparse();
-    const Kind kind = kind_of(sp, left);
-    if (kind_of(sp, right).format != Format::csr) return scipy_product(left, right);
-    Compressed c(right, "csr");
+    const Kind kind = kind_of(left.ptr());
+    if (kind_of(right.ptr()).format != Format::csr) return scipy_product(left, right);
+    Compressed c(right.ptr(), "csr");
     if (Dense dense; dense.acquire(np, left) && dense.cols == c.major && c.data.is_double()) {
         if (may_be_wide(dense.rows, c.minor)) return scipy_product(left, right);
         return with_index(c.wide(), [&](auto in) {
@@ -164,8 +165,8 @@ nb::object product(nb::handle left, nb::handle right) {
         });
     }
     if (kind.format == Format::csr && c.data.is_double()) {
-        Compressed factor(left, "csr");
-        c.check(right);  // once more: the left matrix may have run code of the user
+        Compressed factor(left.ptr(), "csr");
+        c.check(right.ptr());  // once more: the left matrix may have run code of the user
         const bool wide = may_be_wide(factor.major, c.minor) || factor.wide() || c.wide();
         if (!wide && factor.data.is_real() && factor.minor == c.major)
             return csr_product<std::int32_t, std::int32_t>(np, sp, factor, c);

@@ -8,34 +8,27 @@
 namespace taviropy::sparse {
 
 CompressedView::CompressedView(nb::handle matrix) {
-    if (!indptr_.acquire(matrix.attr("indptr")) || indptr_.ndim() != 1 ||
-        !indices_.acquire(matrix.attr("indices")) || indices_.ndim() != 1 ||
-        !data_.acquire(matrix.attr("data")) || data_.ndim() != 1 || !data_.is_real())
+    nb::object indptr = matrix.attr("indptr"), indices = matrix.attr("indices");
+    nb::object data = matrix.attr("data");
+    if (!indptr_.acquire(indptr.ptr()) || indptr_.ndim() != 1 || !indices_.acquire(indices.ptr()) ||
+        indices_.ndim() != 1 || !data_.acquire(data.ptr()) || data_.ndim() != 1 || !data_.is_real())
         raise(PyExc_ValueError,
               "malformed sparse matrix: indptr and indices must be one-dimensional arrays of "
               "integers, "
               "and data one of real numbers");
-    values_ = data_.doubles(import_numpy());
+    values_ = data_.doubles();
     stored_ = std::min(data_.length(), indices_.size());
 }
 
 nb::object CompressedView::value_list(Line line) const {
-    nb::object list = checked(PyList_New(line.size()));
-    for (Py_ssize_t k = 0; k < line.size(); ++k) {
-        PyObject* number = PyFloat_FromDouble(values_[line.begin + k]);
-        if (!number) throw nb::python_error();
-        PyList_SET_ITEM(list.ptr(), k, number);
-    }
-    return list;
+    return list_of(line.size(),
+                   [&](Py_ssize_t k) { return PyFloat_FromDouble(values_[line.begin + k]); });
 }
 
 nb::object CompressedView::picked_list(Line line, const Chunk& objects, Py_ssize_t size) const {
-    nb::object list = checked(PyList_New(line.size()));
-    for (Py_ssize_t k = 0; k < line.size(); ++k) {
-        PyObject* object = objects[index(line.begin + k, size)];
-        PyList_SET_ITEM(list.ptr(), k, Py_NewRef(object ? object : Py_None));
-    }
-    return list;
+    return list_of(line.size(), [&](Py_ssize_t k) {
+        return objects.element(index(line.begin + k, size)).release().ptr();
+    });
 }
 
 void CompressedView::refuse_line(Py_ssize_t i) {

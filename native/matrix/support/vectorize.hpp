@@ -15,9 +15,9 @@ namespace detail {
 
 /// Flags of a pass that reads N object arrays and writes one.
 template <std::size_t N>
-inline const WalkFlags kMapFlags = {"refs_ok external_loop buffered zerosize_ok",
-                                    {"readonly", N == 1 ? "writeonly" : "readonly", "writeonly"},
-                                    nullptr};
+inline constexpr WalkFlags kMapFlags = {
+    flag::buffered | flag::zerosize_ok,
+    {flag::readonly, N == 1 ? flag::writeonly : flag::readonly, flag::writeonly}};
 
 /// An object array of the shape to which the operands broadcast, laid out as NumPy's own
 /// element-wise operations lay out their results.
@@ -59,14 +59,12 @@ nb::object vectorize(nb::handle np, Body&& body, const Operands&... operands) {
     }
     nb::object result = detail::empty_result(np, all.data(), N);
     all[N] = result;
-    walk<N + 1>(detail::kMapFlags<N>, all, [&](const auto& chunks, Py_ssize_t size) {
-        for (Py_ssize_t k = 0; k < size; ++k) {
-            nb::object first = chunks[0].element(k);
-            if constexpr (N == 1)
-                chunks[1].store(k, body(first));
-            else
-                chunks[2].store(k, body(first, chunks[1].element(k)));
-        }
+    walk<N + 1>(detail::kMapFlags<N>, all, [&](const auto& chunks, Py_ssize_t k) {
+        nb::object first = chunks[0].element(k);
+        if constexpr (N == 1)
+            chunks[1].store(k, body(first));
+        else
+            chunks[2].store(k, body(first, chunks[1].element(k)));
     });
     return result;
 }
