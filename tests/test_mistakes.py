@@ -85,7 +85,7 @@ m.setObjective(x.sum(), "up") -> ValueError: 'min' or 'max' | 'up'
 m.setObjective("x") -> TypeError: 'x' | give real numbers, expressions
 m.setObjective(None) -> TypeError: None | give real numbers, expressions
 m.setObjective(x.sum() <= 3) -> TypeError: TempConstr | give real numbers, expressions
-m.setObjective(tv.exp(x[0])) -> TaviroError: add a variable y
+m.setObjective(tv.exp(x[0])) => None
 m.ObjSense = "maximum" -> TaviroError: 'maximum' | use 'max'
 m.setObjective(x.sum(), "MAX"); m.ObjSense => -1
 c.Sense = "<=" -> TaviroError: '<', '=', '>' | '<='
@@ -94,7 +94,7 @@ c.Sense = "<=" -> TaviroError: '<', '=', '>' | '<='
 m.addVar(vtype="integer") -> TaviroError: 'integer' | did you mean 'I'?
 m.addVar(vtype="binary") -> TaviroError: 'binary' | did you mean 'B'?
 m.addVar(vtype="i") -> TaviroError: did you mean 'I'?
-m.addVar(vtype=int) -> TaviroError: use 'C' (continuous), 'B' (binary) or 'I' (integer)
+m.addVar(vtype=int) -> TaviroError: use 'C' (continuous), 'B' (binary)
 m.addMVar(3, vtype="bin") -> TaviroError: did you mean 'B'?
 m.addMVar(2, vtype=["C", "X"]) -> TaviroError: 'X' | use 'C'
 x.VType = "integer" -> TaviroError: 'C', 'B', 'I' | 'integer'
