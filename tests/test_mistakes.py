@@ -121,7 +121,6 @@ m.addMVar(3, obj=np.inf) -> TaviroError: 'obj' is inf | finite
 m.addConstr(A @ x <= [1, np.nan]) -> TaviroError: Row 1 | check the data
 m.addConstr(np.array([[1, np.nan, 0]]) @ x <= 1) -> TaviroError: nan | 'x[1]' | finite
 m.addConstr(np.array([[1, np.inf, 0]]) @ x <= 1) -> TaviroError: inf | 'x[1]' | finite
-m.addConstr(np.array([[None, 1, 2]]) @ x <= 1) -> TaviroError: nan | 'x[0]' | finite
 m.setObjective(np.array([1, np.nan, 2]) @ x) -> TaviroError: nan | 'x[1]' | finite
 m.addConstr((A * 1j) @ x <= 1) -> TypeError: real numbers | complex128
 c.RHS = np.nan -> TaviroError: 'RHS' can't be NaN | check the data

@@ -241,10 +241,8 @@ nb::object converted(nb::handle np, nb::handle type, nb::handle A, bool copy) {
     refuse_complex(A);
     nb::object checked_matrix = sound(A), float64 = np.attr("float64");
     // Objects become numbers first, and the matrix is looked at again, before SciPy walks it.
-    if (is_ndarray(np, A) && text_of(nb::object(A.attr("dtype")).attr("kind")) == "O")
-        checked_matrix = A.attr("astype")(float64);
-    else if (is_sparse(import_sparse(), A) && holds_objects(A) &&
-             text_of(A.attr("format")) != std::string("lil"))
+    if (is_sparse(import_sparse(), A) && holds_objects(A) &&
+        text_of(A.attr("format")) != std::string("lil"))
         checked_matrix = sound(checked_matrix.attr("astype")(float64));
     return type(checked_matrix, "dtype"_a = float64, "copy"_a = copy);
 }
