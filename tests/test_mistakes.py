@@ -95,6 +95,7 @@ m.addVar(vtype="integer") -> TaviroError: 'integer' | did you mean 'I'?
 m.addVar(vtype="binary") -> TaviroError: 'binary' | did you mean 'B'?
 m.addVar(vtype="i") -> TaviroError: did you mean 'I'?
 m.addVar(vtype=int) -> TaviroError: use 'C' (continuous), 'B' (binary)
+m.addMVar((3, 3), vtype=sp.eye_array(3)) -> TaviroError: variable type | 'C'
 m.addMVar(3, vtype="bin") -> TaviroError: did you mean 'B'?
 m.addMVar(2, vtype=["C", "X"]) -> TaviroError: 'X' | use 'C'
 x.VType = "integer" -> TaviroError: 'C', 'B', 'I' | 'integer'

@@ -185,10 +185,13 @@ def type_codes(vtype: object, shape: Shape) -> int | Codes:
         if code is None:
             raise _unknown_type(vtype)
         return code
-    array = np.asarray(vtype)
+    array = texts = np.asarray(vtype)
+    if array.dtype == object:  # whose elements would compare as they like
+        plain = [each if isinstance(each, str) else "" for each in array.flat]
+        texts = np.array(plain, np.str_).reshape(array.shape)
     codes = np.full(array.shape, len(_TYPES), np.uint8)
     for character, code in _TYPES.items():
-        codes[array == character] = code
+        codes[texts == character] = code
     if (codes == len(_TYPES)).any() or array.ndim == 0:
         raise _unknown_type(array.reshape(-1).tolist()[int(np.argmax(codes))])
     return spread("vtype", codes, shape)

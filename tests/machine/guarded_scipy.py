@@ -14,7 +14,14 @@ import scipy.sparse as sp
 
 def guard() -> None:
     """A method of a sparse class is a ValueError from now on where a matrix that it gets is broken."""
-    formats = (sp.csr_matrix, sp.csc_matrix, sp.bsr_matrix, sp.coo_matrix, sp.dia_matrix)
+    formats = (
+        sp.csr_matrix,
+        sp.csc_matrix,
+        sp.bsr_matrix,
+        sp.coo_matrix,
+        sp.dia_matrix,
+        sp.lil_matrix,
+    )
     classes = {cls for form in formats for cls in form.__mro__ if cls is not object}
     for cls in classes:
         for name, method in list(vars(cls).items()):
@@ -62,6 +69,12 @@ def sound(matrix: Any) -> bool:
         )
     if "offsets" in inside:
         return data.ndim == 2 and len(data) == len(inside["offsets"])
+    if "rows" in inside:  # a list of columns and one of values for each row
+        rows = inside["rows"]
+        return len(rows) == len(data) == shape[0] and all(
+            len(places) == len(values) and within(np.asarray(places, int), shape[1])
+            for places, values in zip(rows, data, strict=True)
+        )
     return True
 
 
