@@ -13,7 +13,7 @@ from hypothesis import strategies as st
 from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, precondition, rule
 from judge import complaint, is_tame
 from shadow import DOOMED, GONE, PLACED, WAITING, Shadow, as_quadratic
-from writing import CHANGES, OPTIONS, REFUSED, TYPES, Block, Writer, numbers
+from writing import CHANGES, LOWER_SEMI, OPTIONS, REFUSED, TYPES, UPPER_SEMI, Block, Writer, numbers
 
 import taviropy as tv
 
@@ -218,6 +218,8 @@ class Machine(RuleBasedStateMachine, Agreement):
         choices = dict(CHANGES[kind])
         if kind == "variables" and self.world in ("mip", "miqp"):
             choices["VType"] = ("C", "I", "B")
+        if kind == "variables" and self.world == "semi":
+            choices |= {"VType": TYPES["semi"], "LB": LOWER_SEMI, "UB": UPPER_SEMI}
         if w.chance(0.15):
             choices = {table.name_attribute: ("n", "x y")}
         attribute = w.pick(list(choices))

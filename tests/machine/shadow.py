@@ -98,6 +98,8 @@ def as_quadratic(affine):
 class Problem:
     """What is to be solved, over the variables in place, by index. Sides that are open are infinite.
 
+    Where `semi` is true zero is allowed too, outside the bounds.
+
     `quadratics` hold triples of a symmetric matrix, its lower and upper side with a row in between;
     `indicators` hold a column, its value, a row and the row's sides.
     """
@@ -112,6 +114,7 @@ class Problem:
     rows: np.ndarray
     row_lower: np.ndarray
     row_upper: np.ndarray
+    semi: np.ndarray
     quadratics: list = field(default_factory=list)
     indicators: list = field(default_factory=list)
 
@@ -241,10 +244,7 @@ class Shadow:
             self.variables.at(name, columns).astype(float) for name in ("LB", "UB", "Obj")
         )
         types = self.variables.at("VType", columns)
-        lower, upper = (
-            np.where(types == "B", np.maximum(lower, 0.0), lower),
-            np.where(types == "B", np.minimum(upper, 1.0), upper),
-        )
+        lower, upper, whole, semi = domains(types, lower, upper)
         rows = self.linear.placed()
         sides = [
             side(*each)
@@ -255,12 +255,13 @@ class Shadow:
             self.offset,
             costs,
             cut_square(self.square)[1:, 1:],
-            np.where(types == "C", lower, np.ceil(lower)),
-            np.where(types == "C", upper, np.floor(upper)),
-            types != "C",
+            lower,
+            upper,
+            whole,
             np.array([cut(self.rows[row]) for row in rows]).reshape(len(rows), len(columns)),
             np.array([low for low, _ in sides]),
             np.array([high for _, high in sides]),
+            semi,
         )
         for number in self.quadratic.placed():
             square = cut_square(self.squares[number])
@@ -271,6 +272,19 @@ class Shadow:
             column = int(np.searchsorted(columns, binary))
             found.indicators.append((column, value, cut(row), *side(-row[0], sense)))
         return found
+
+
+def domains(types, lower, upper):
+    """The bounds as they hold, which variables are integer, and which may be zero outside them."""
+    whole, binary, semi = (np.isin(types, list(kinds)) for kinds in ("BIN", "B", "SN"))
+    semi &= lower <= upper
+    lower = np.where(binary, np.maximum(lower, 0.0), lower)
+    upper = np.where(binary, np.minimum(upper, 1.0), upper)
+    lower = np.where(whole, np.ceil(lower), lower)
+    upper = np.where(whole, np.floor(upper), upper)
+    only_zero = semi & (lower > upper)  # no whole number lies between the bounds
+    lower[only_zero], upper[only_zero] = 0.0, 0.0
+    return lower, upper, whole, semi & ((lower > 0.0) | (upper < 0.0))
 
 
 def side(rhs, sense):

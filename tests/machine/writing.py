@@ -8,8 +8,19 @@ from shadow import DOOMED, PLACED, WAITING, as_quadratic, onehot, product
 INF = float("inf")
 LOWER = (0.0, 0.0, 0.0, -2.0, -2.75, 1.0, -3.5, -INF)
 UPPER = (1.0, 1.5, 2.0, 4.0, 4.25, 7.5, INF, INF)
+# Of variables some of which are semi-continuous: an engine doesn't take all of them.
+LOWER_SEMI = (0.0, 0.0, 0.25, 1.0, 1.0, 2.0, 2.75, 0.0, -2.0, -INF)
+UPPER_SEMI = (0.75, 1.0, 1.5, 2.0, 3.0, 4.25, 5.0, 7.5, 7.5, INF, -1.0, 2e5)
 
-TYPES = {"lp": "C", "qp": "C", "mip": "CIB", "miqp": "CCIB", "indicators": "CCBI", "all": "CCIB"}
+TYPES = {
+    "lp": "C",
+    "qp": "C",
+    "mip": "CIB",
+    "miqp": "CCIB",
+    "indicators": "CCBI",
+    "all": "CCIB",
+    "semi": "SNSNCIB",
+}
 CHANGES = {
     "variables": {"LB": LOWER, "UB": UPPER, "Obj": (-2.0, 0.0, 1.0, 1.5), "Start": (0.0, 1.0, np.nan)},
     "linear": {"RHS": (-2.0, -1.0, 0.0, 1.5, 4.0), "Sense": ("<", ">", "=")},
@@ -90,7 +101,9 @@ class Writer:
     def columns(self, shape, types):
         """Bounds, costs and types of new variables."""
         vtype = self.some(types, shape)
-        lb, ub = self.some(LOWER, shape), self.some(UPPER, shape)
+        semi = types == TYPES["semi"]
+        lb = self.some(LOWER_SEMI if semi else LOWER, shape)
+        ub = self.some(UPPER_SEMI if semi else UPPER, shape)
         if self.chance(0.95):  # else they may cross
             ub = np.maximum(lb, ub)
         return lb, ub, self.data(shape or ()), vtype
