@@ -1,7 +1,7 @@
 """Whether an answer is right, by arithmetic of its own where that proves it, else by other solvers.
 
 Dual values that are feasible and complementary prove a convex answer. What a model without
-quadratic terms can reach, SciPy says, for each choice of the indicators' variables; that it is
+quadratic or nonlinear terms can reach, SciPy says, for each choice of the indicators' variables; that it is
 infeasible or unbounded, models say that are neither. A variable that may be zero outside its bounds
 counts as an indicator that is a choice of its own. For the rest SCIP is called directly.
 """
@@ -10,6 +10,7 @@ from dataclasses import dataclass, replace
 from itertools import product
 
 import numpy as np
+import pyscipopt
 from pyscipopt import Model as Scip
 from pyscipopt import quicksum
 from scipy.optimize import Bounds, LinearConstraint, milp
@@ -70,10 +71,14 @@ def _is_positive(square):
 
 
 def _is_convex(problem):
-    """Whether all is, but for integer variables."""
-    return _is_positive(problem.sense * problem.square) and all(
-        (upper == INF or _is_positive(square)) and (lower == -INF or _is_positive(-square))
-        for square, _, lower, upper in problem.quadratics
+    """Whether all is, but for integer variables; a nonlinear objective counts as if it weren't."""
+    return (
+        not problem.curves
+        and _is_positive(problem.sense * problem.square)
+        and all(
+            (upper == INF or _is_positive(square)) and (lower == -INF or _is_positive(-square))
+            for square, _, lower, upper in problem.quadratics
+        )
     )
 
 
@@ -126,7 +131,7 @@ def _wrong_duals(problem, answer):
     if discrete or problem.indicators or len(problem.rows) and answer.dual is None:
         return "dual values of a model that has none"
     x, sense = answer.x, problem.sense
-    pulls = [-(problem.costs + 2.0 * problem.square @ x), answer.reduced_costs]
+    pulls = [-problem.gradient(x), answer.reduced_costs]
     triples = [(answer.reduced_costs, x, problem.lower, problem.upper)]
     if len(problem.rows):
         pulls.append(problem.rows.T @ answer.dual)
@@ -161,7 +166,8 @@ def truth(problem):
         return ("OPTIMAL", problem.offset) if holds else ("INFEASIBLE", None)
     problem = _with_switches(problem)
     columns = sorted({column for column, *_ in problem.indicators})
-    if problem.square.any() or problem.quadratics or 2 ** len(columns) > CHOICES:
+    curved = problem.square.any() or problem.quadratics or problem.curves
+    if curved or 2 ** len(columns) > CHOICES:
         return _truth_by_scip(problem)
     outcomes = [
         _linear_truth(_chosen(problem, columns, v)) for v in product((0, 1), repeat=len(columns))
@@ -200,6 +206,7 @@ def _with_switches(problem):
         semi=np.zeros(count + more, bool),
         quadratics=[(np.pad(q, (0, more)), wider(row), *s) for q, row, *s in problem.quadratics],
         indicators=indicators,
+        curves=[(*curve, wider(row)) for *curve, row in problem.curves],
     )
 
 
@@ -324,7 +331,11 @@ def _by_scip(problem):
 
     goal = scip.addVar(lb=None, ub=None)
     costs, square = problem.sense * problem.costs, problem.sense * problem.square
-    scip.addCons(value(costs, square) - goal <= 0.0)
+    curves = [
+        problem.sense * by * getattr(pyscipopt, name, lambda argument: argument)(value(row) + at)
+        for name, by, at, row in problem.curves
+    ]
+    scip.addCons(value(costs, square) + quicksum(curves) - goal <= 0.0)
     scip.setObjective(goal)
     for row, lower, upper in zip(problem.rows, problem.row_lower, problem.row_upper, strict=True):
         if row.any():
