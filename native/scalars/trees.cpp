@@ -67,6 +67,7 @@ class Program {
         const Py_ssize_t count = Py_SIZE(node);
         if (count == 0) return append(operation(Op::constant, kNone));  // an empty sum
         auto place_of = [&](Py_ssize_t k) { return places.at(as_node(node->children[k])); };
+        if (node->op == Op::plus && count == 1) return place_of(0);  // a sum of one element
         int32_t place = append(operation(node->op, place_of(0), count > 1 ? place_of(1) : kNone));
         for (Py_ssize_t k = 2; k < count; ++k)
             place = append(operation(node->op, place, place_of(k)));

@@ -133,8 +133,11 @@ class View:
         if is_integer.any():
             is_integer &= types != SEMI
             lower, upper = cut_binaries(lower, upper, types)
+            may_be_zero = (types >= SEMI) & (lower <= upper)
             lower = np.where(is_integer, np.ceil(lower - _ROUNDING), lower)
             upper = np.where(is_integer, np.floor(upper + _ROUNDING), upper)
+            only_zero = may_be_zero & (lower > upper)  # no whole number lies in between
+            lower[only_zero] = upper[only_zero] = 0.0
             semi = _semi_columns(types, lower, upper)
         _refuse_infinite(variables, at, lower, upper, "variable")
         if semi is not None:

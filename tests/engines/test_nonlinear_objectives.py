@@ -90,6 +90,8 @@ def test_sums_that_are_used_twice_and_fixed_variables(m):
         e = e + e
     m.setObjective(e * 2.0**-40)
     assert solved(m) == pytest.approx(np.exp(2) + 1)
+    m.setObjective(3 * tv.exp(x).sum())  # a sum of one element, which travels as well
+    assert solved(pickle.loads(pickle.dumps(m))) == pytest.approx(3 * np.exp(2))
 
 
 def test_integers_and_what_has_no_place_for_it(tmp_path):

@@ -133,6 +133,10 @@ def test_what_takes_them_and_what_they_are_called():
     x.LB = 6  # above the bound of x[0]
     m.optimize()
     assert m.Status == "INFEASIBLE"
+    x.LB, x.UB, x.VType = 0.25, 0.75, "N"  # nothing whole lies in between: they are zero
+    m.remove(m.getConstrs())
+    m.optimize()
+    assert m.Status == "OPTIMAL" and not x.X.any()
 
 
 def test_the_judges_know_them():

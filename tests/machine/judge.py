@@ -1,14 +1,16 @@
 """Whether an answer is right, by arithmetic of its own where that proves it, else by other solvers.
 
 Dual values that are feasible and complementary prove a convex answer. What a model without
-quadratic terms can reach, SciPy says, for each choice of the indicators' variables; that it is
-infeasible or unbounded, models say that are neither. For the rest SCIP is called directly.
+quadratic or nonlinear terms can reach, SciPy says, for each choice of the indicators' variables; that it is
+infeasible or unbounded, models say that are neither. A variable that may be zero outside its bounds
+counts as an indicator that is a choice of its own. For the rest SCIP is called directly.
 """
 
 from dataclasses import dataclass, replace
 from itertools import product
 
 import numpy as np
+import pyscipopt
 from pyscipopt import Model as Scip
 from pyscipopt import quicksum
 from scipy.optimize import Bounds, LinearConstraint, milp
@@ -45,7 +47,7 @@ def complaint(problem, answer):
             return "Dual without ReducedCost, or the other way round"
         if answer.reduced_costs is not None:
             wrong = _wrong_duals(problem, answer)
-            if wrong or (_is_convex(problem) and not problem.integer.any()):
+            if wrong or (_is_convex(problem) and not (problem.integer | problem.semi).any()):
                 return wrong
     status, best = truth(problem)
     if answer.status != status:
@@ -69,10 +71,14 @@ def _is_positive(square):
 
 
 def _is_convex(problem):
-    """Whether all is, but for integer variables."""
-    return _is_positive(problem.sense * problem.square) and all(
-        (upper == INF or _is_positive(square)) and (lower == -INF or _is_positive(-square))
-        for square, _, lower, upper in problem.quadratics
+    """Whether all is, but for integer variables; a nonlinear objective counts as if it weren't."""
+    return (
+        not problem.curves
+        and _is_positive(problem.sense * problem.square)
+        and all(
+            (upper == INF or _is_positive(square)) and (lower == -INF or _is_positive(-square))
+            for square, _, lower, upper in problem.quadratics
+        )
     )
 
 
@@ -85,7 +91,9 @@ def _differ(first, second, tolerance):
 
 def _wrong_point(problem, answer):
     x = answer.x
-    sides = [(x, problem.lower, problem.upper, "bounds")]
+    is_zero = problem.semi & (abs(x) <= FEASIBLE)
+    lower, upper = np.where(is_zero, -INF, problem.lower), np.where(is_zero, INF, problem.upper)
+    sides = [(x, lower, upper, "bounds")]
     sides.append((problem.rows @ x, problem.row_lower, problem.row_upper, "rows"))
     for square, row, lower, upper in problem.quadratics:
         sides.append((x @ square @ x + row @ x, lower, upper, "a quadratic row"))
@@ -119,10 +127,11 @@ def wrong_slacks(values, sides, slack):
 
 
 def _wrong_duals(problem, answer):
-    if problem.integer.any() or problem.indicators or len(problem.rows) and answer.dual is None:
+    discrete = (problem.integer | problem.semi).any()
+    if discrete or problem.indicators or len(problem.rows) and answer.dual is None:
         return "dual values of a model that has none"
     x, sense = answer.x, problem.sense
-    pulls = [-(problem.costs + 2.0 * problem.square @ x), answer.reduced_costs]
+    pulls = [-problem.gradient(x), answer.reduced_costs]
     triples = [(answer.reduced_costs, x, problem.lower, problem.upper)]
     if len(problem.rows):
         pulls.append(problem.rows.T @ answer.dual)
@@ -155,8 +164,10 @@ def truth(problem):
         sides += [each[2:] for each in problem.quadratics]
         holds = all(low <= 0.0 <= high for low, high in sides)
         return ("OPTIMAL", problem.offset) if holds else ("INFEASIBLE", None)
+    problem = _with_switches(problem)
     columns = sorted({column for column, *_ in problem.indicators})
-    if problem.square.any() or problem.quadratics or 2 ** len(columns) > CHOICES:
+    curved = problem.square.any() or problem.quadratics or problem.curves
+    if curved or 2 ** len(columns) > CHOICES:
         return _truth_by_scip(problem)
     outcomes = [
         _linear_truth(_chosen(problem, columns, v)) for v in product((0, 1), repeat=len(columns))
@@ -167,6 +178,36 @@ def truth(problem):
     if not values:
         return "INFEASIBLE", None
     return "OPTIMAL", problem.sense * min(problem.sense * value for value in values)
+
+
+def _with_switches(problem):
+    """The same without semi-continuous variables: a binary one more for each says which it is."""
+    semi = np.flatnonzero(problem.semi)
+    count, more = len(problem.costs), len(semi)
+    zeros, lower, upper = np.zeros(more), problem.lower.copy(), problem.upper.copy()
+    lower[semi], upper[semi] = np.minimum(lower[semi], 0.0), np.maximum(upper[semi], 0.0)
+
+    def wider(row):
+        return np.append(row, zeros)
+
+    indicators = [(at, on, wider(row), *sides) for at, on, row, *sides in problem.indicators]
+    for switch, at in enumerate(semi, count):
+        row = np.eye(1, count + more, at)[0]
+        indicators += [(switch, 0, row, 0.0, 0.0)]
+        indicators += [(switch, 1, row, problem.lower[at], problem.upper[at])]
+    return replace(
+        problem,
+        costs=wider(problem.costs),
+        square=np.pad(problem.square, (0, more)),
+        lower=wider(lower),
+        upper=np.append(upper, zeros + 1.0),
+        integer=np.append(problem.integer, zeros == 0.0),
+        rows=np.pad(problem.rows, ((0, 0), (0, more))),
+        semi=np.zeros(count + more, bool),
+        quadratics=[(np.pad(q, (0, more)), wider(row), *s) for q, row, *s in problem.quadratics],
+        indicators=indicators,
+        curves=[(*curve, wider(row)) for *curve, row in problem.curves],
+    )
 
 
 def _chosen(problem, columns, values):
@@ -290,7 +331,11 @@ def _by_scip(problem):
 
     goal = scip.addVar(lb=None, ub=None)
     costs, square = problem.sense * problem.costs, problem.sense * problem.square
-    scip.addCons(value(costs, square) - goal <= 0.0)
+    curves = [
+        problem.sense * by * getattr(pyscipopt, name, lambda argument: argument)(value(row) + at)
+        for name, by, at, row in problem.curves
+    ]
+    scip.addCons(value(costs, square) + quicksum(curves) - goal <= 0.0)
     scip.setObjective(goal)
     for row, lower, upper in zip(problem.rows, problem.row_lower, problem.row_upper, strict=True):
         if row.any():

@@ -13,7 +13,7 @@ from hypothesis import strategies as st
 from hypothesis.stateful import RuleBasedStateMachine, initialize, invariant, precondition, rule
 from judge import complaint, is_tame
 from shadow import DOOMED, GONE, PLACED, WAITING, Shadow, as_quadratic
-from writing import CHANGES, OPTIONS, REFUSED, TYPES, Block, Writer, numbers
+from writing import BOUNDS, CHANGES, OPTIONS, REFUSED, TYPES, Block, Writer, numbers
 
 import taviropy as tv
 
@@ -107,7 +107,7 @@ class Machine(RuleBasedStateMachine, Agreement):
         w = self.draw(seed)
         shape = w.pick((None, (2,), (3,), (3,), (4,), (2, 2), ()))
         types = "B" if self.world in ("indicators", "all") and w.chance(0.4) else TYPES[self.world]
-        lb, ub, obj, vtype = w.columns(shape, types)
+        lb, ub, obj, vtype = w.columns(shape, types, *BOUNDS.get(self.world, ()))
         words, name = self.name()
         call = "addVar(" if shape is None else f"addMVar({shape}, "
         arguments = (
@@ -187,8 +187,12 @@ class Machine(RuleBasedStateMachine, Agreement):
     def set_objective(self, seed):
         w = self.draw(seed)
         words, sense = w.pick((("", 0), ("", 0), (", 'min'", 1), (", 'max'", -1), (", -1", -1)))
-        text, square = "3.5", as_quadratic(np.array([3.5]))
-        if self.world in ("all", "qp", "miqp") and w.chance(0.7):
+        text, square, curves = "3.5", as_quadratic(np.array([3.5])), []
+        if self.world == "curves" and w.chance(0.8):
+            drawn = w.curved()
+            if drawn:
+                (text, curves), square = drawn, np.zeros((1, 1))
+        elif self.world in ("all", "qp", "miqp") and w.chance(0.7):
             drawn = w.quadratic(sense or self.shadow.sense, w.chance(0.8))
             text, square = drawn[:2] if drawn else (text, square)
         elif w.chance(0.95):
@@ -197,7 +201,7 @@ class Machine(RuleBasedStateMachine, Agreement):
                 text = f"({line.text}).sum()" if line.is_matrix else line.text
                 square = as_quadratic(line.array.reshape(-1, line.array.shape[-1]).sum(0))
         self.do(f"m.setObjective({text}{words})")
-        self.shadow.set_objective(square, sense)
+        self.shadow.set_objective(square, sense, curves)
 
     @rule(seed=SEEDS)
     def change(self, seed):
@@ -218,6 +222,9 @@ class Machine(RuleBasedStateMachine, Agreement):
         choices = dict(CHANGES[kind])
         if kind == "variables" and self.world in ("mip", "miqp"):
             choices["VType"] = ("C", "I", "B")
+        if kind == "variables" and self.world in BOUNDS:
+            choices |= {"VType": TYPES[self.world]}
+            choices["LB"], choices["UB"] = BOUNDS[self.world]
         if w.chance(0.15):
             choices = {table.name_attribute: ("n", "x y")}
         attribute = w.pick(list(choices))
@@ -298,7 +305,7 @@ class Machine(RuleBasedStateMachine, Agreement):
         """Go on with what a file gives back."""
         shadow = self.shadow
         shadow.update()
-        if shadow.is_broken() or not len(shadow.variables.placed()):
+        if shadow.is_broken() or shadow.curves or not len(shadow.variables.placed()):
             self.do("m.update()")
             return
         memory = "/dev/shm" if os.path.isdir("/dev/shm") else None  # files are flushed to the disk

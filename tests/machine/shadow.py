@@ -11,6 +11,13 @@ import numpy as np
 
 WAITING, PLACED, DOOMED, GONE = range(4)  # DOOMED: removed, and in place until the next update
 INF = float("inf")
+# Functions of a nonlinear objective by name, with their derivatives.
+CURVES = {
+    "exp": (np.exp, np.exp),
+    "sin": (np.sin, np.cos),
+    "cos": (np.cos, lambda values: -np.sin(values)),
+    "linear": (np.positive, np.ones_like),
+}
 
 
 class Table:
@@ -98,8 +105,11 @@ def as_quadratic(affine):
 class Problem:
     """What is to be solved, over the variables in place, by index. Sides that are open are infinite.
 
+    Where `semi` is true zero is allowed too, outside the bounds.
+
     `quadratics` hold triples of a symmetric matrix, its lower and upper side with a row in between;
-    `indicators` hold a column, its value, a row and the row's sides.
+    `indicators` hold a column, its value, a row and the row's sides; `curves`, which are addends of
+    the objective, a function's name, a factor, and the constant and row of its argument.
     """
 
     sense: int
@@ -112,12 +122,20 @@ class Problem:
     rows: np.ndarray
     row_lower: np.ndarray
     row_upper: np.ndarray
+    semi: np.ndarray
     quadratics: list = field(default_factory=list)
     indicators: list = field(default_factory=list)
+    curves: list = field(default_factory=list)
 
     def objective(self, x):
         """The objective at a point."""
-        return self.offset + self.costs @ x + x @ self.square @ x
+        curved = sum(by * CURVES[name][0](at + row @ x) for name, by, at, row in self.curves)
+        return self.offset + self.costs @ x + x @ self.square @ x + curved
+
+    def gradient(self, x):
+        """The objective's gradient at a point."""
+        curved = sum(by * CURVES[name][1](at + row @ x) * row for name, by, at, row in self.curves)
+        return self.costs + 2.0 * self.square @ x + curved
 
 
 class Shadow:
@@ -133,6 +151,7 @@ class Shadow:
         self.squares = []  # quadratic expressions, one a quadratic constraint
         self.implications = []  # (binary, value, affine expression, sense), one a general one
         self.square = np.zeros((1, 1))  # the objective's quadratic part
+        self.curves = []  # (function, factor, affine expression) that are added to it
         self.sense, self.offset, self.model_name = 1, 0.0, ""
         self.options = {}
 
@@ -178,8 +197,9 @@ class Shadow:
             self.implications.append((int(binary), value, row, sense))
         return self.general.add(shape if is_matrix else None, name, GenKind=2)
 
-    def set_objective(self, square, sense):
-        """Replace the objective by a quadratic expression."""
+    def set_objective(self, square, sense, curves=()):
+        """Replace the objective by a quadratic expression and curves."""
+        self.curves = curves
         self.sense = sense or self.sense
         self.offset = square[0, 0]
         costs = np.zeros(len(self.variables))
@@ -217,11 +237,13 @@ class Shadow:
         return found
 
     def is_broken(self):
-        """Whether an indicator constraint uses a variable that is gone."""
+        """Whether an indicator constraint or the objective's curves use a variable that is gone."""
         used = []
         for number in self.general.placed():
             binary, _, row, _ = self.implications[number]
             used += [binary, *(np.flatnonzero(row[1:]))]
+        for _, _, affine in self.curves:
+            used += [*np.flatnonzero(affine[1:])]
         return not self.variables.are(np.array(used, int), PLACED)
 
     def problem(self):
@@ -241,10 +263,7 @@ class Shadow:
             self.variables.at(name, columns).astype(float) for name in ("LB", "UB", "Obj")
         )
         types = self.variables.at("VType", columns)
-        lower, upper = (
-            np.where(types == "B", np.maximum(lower, 0.0), lower),
-            np.where(types == "B", np.minimum(upper, 1.0), upper),
-        )
+        lower, upper, whole, semi = domains(types, lower, upper)
         rows = self.linear.placed()
         sides = [
             side(*each)
@@ -255,12 +274,14 @@ class Shadow:
             self.offset,
             costs,
             cut_square(self.square)[1:, 1:],
-            np.where(types == "C", lower, np.ceil(lower)),
-            np.where(types == "C", upper, np.floor(upper)),
-            types != "C",
+            lower,
+            upper,
+            whole,
             np.array([cut(self.rows[row]) for row in rows]).reshape(len(rows), len(columns)),
             np.array([low for low, _ in sides]),
             np.array([high for _, high in sides]),
+            semi,
+            curves=[(name, by, affine[0], cut(affine)) for name, by, affine in self.curves],
         )
         for number in self.quadratic.placed():
             square = cut_square(self.squares[number])
@@ -271,6 +292,19 @@ class Shadow:
             column = int(np.searchsorted(columns, binary))
             found.indicators.append((column, value, cut(row), *side(-row[0], sense)))
         return found
+
+
+def domains(types, lower, upper):
+    """The bounds as they hold, which variables are integer, and which may be zero outside them."""
+    whole, binary, semi = (np.isin(types, list(kinds)) for kinds in ("BIN", "B", "SN"))
+    semi &= lower <= upper
+    lower = np.where(binary, np.maximum(lower, 0.0), lower)
+    upper = np.where(binary, np.minimum(upper, 1.0), upper)
+    lower = np.where(whole, np.ceil(lower), lower)
+    upper = np.where(whole, np.floor(upper), upper)
+    only_zero = semi & (lower > upper)  # no whole number lies between the bounds
+    lower[only_zero], upper[only_zero] = 0.0, 0.0
+    return lower, upper, whole, semi & ((lower > 0.0) | (upper < 0.0))
 
 
 def side(rhs, sense):

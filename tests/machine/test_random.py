@@ -2,7 +2,7 @@
 
     python tests/machine/test_random.py KIND ENGINE COUNT SEED
 
-does that with so many models of a kind (lp, mip, qp, miqp) and prints what is wrong.
+does that with so many models of a kind (lp, mip, qp, miqp, semi) and prints what is wrong.
 """
 
 import sys
@@ -10,7 +10,7 @@ import sys
 import numpy as np
 import pytest
 from judge import Answer, complaint
-from shadow import Problem, side
+from shadow import Problem, domains, side
 
 import taviropy as tv
 
@@ -24,6 +24,8 @@ class Drawn:
         self.kind, self.rng = kind, rng
         n = int(rng.integers(0 if kind in ("lp", "mip") else 1, 5 if kind == "miqp" else 6))
         self.types = rng.choice(list("CIB"), n, p=[0.4, 0.4, 0.2]) if kind[0] == "m" else ["C"] * n
+        if kind == "semi":
+            self.types = rng.choice(list("SNCIB"), n)
         counts = [int(rng.integers(0, n + 2)) if n else 0 for _ in range(rng.integers(0, 5))]
         self.rows = [(rng.integers(0, max(n, 1), k), self.halves(k)) for k in counts]
         self.senses = rng.choice(list("<>="), len(counts), p=[0.4, 0.4, 0.2])
@@ -52,6 +54,9 @@ class Drawn:
             share = 0.15 if self.kind == "mip" else 0.3
             self.lower[rng.random(n) < share] = -INF
             self.upper[rng.random(n) < share] = INF
+        if self.kind == "semi" and rng.random() < 0.6:  # rather some that every engine takes
+            self.lower = rng.integers(0, 20, n) / 4.0
+            self.upper = self.lower + abs(width) + (rng.random(n) < 0.1) * 1e6
 
     def problem(self):
         """What the judge needs to know."""
@@ -59,13 +64,11 @@ class Drawn:
         for row, (columns, coefficients) in zip(rows, self.rows, strict=True):
             np.add.at(row, columns[: len(coefficients)], coefficients)
         sides = [side(*each) for each in zip(self.rhs, self.senses, strict=True)]
-        whole, binary = (np.isin(self.types, list(kinds)) for kinds in ("IB", "B"))
-        lower = np.where(binary, np.maximum(self.lower, 0.0), self.lower)
-        upper = np.where(binary, np.minimum(self.upper, 1.0), self.upper)
+        lower, upper, whole, semi = domains(self.types, self.lower, self.upper)
         return Problem(
             self.sense, self.offset, self.costs, (self.square + self.square.T) / 2,
-            np.where(whole, np.ceil(lower), lower), np.where(whole, np.floor(upper), upper), whole,
-            rows, np.array([low for low, _ in sides]), np.array([high for _, high in sides]),
+            lower, upper, whole,
+            rows, np.array([low for low, _ in sides]), np.array([high for _, high in sides]), semi,
         )  # fmt: skip
 
     def build(self, m):
@@ -130,7 +133,8 @@ def complaints(kind, engine, count, seed):
 @pytest.mark.parametrize(
     "kind, engine, count",
     [("lp", "highs", 100), ("mip", "highs", 60), ("qp", "clarabel", 60), ("qp", "highs", 60),
-     ("lp", "scip", 30), ("mip", "scip", 30), ("miqp", "auto", 30)],
+     ("lp", "scip", 30), ("mip", "scip", 30), ("miqp", "auto", 30),
+     ("semi", "auto", 60), ("semi", "scip", 30)],
 )  # fmt: skip
 def test_random_models(kind, engine, count):
     wrong = list(complaints(kind, engine, count, seed=10))

@@ -8,8 +8,21 @@ from shadow import DOOMED, PLACED, WAITING, as_quadratic, onehot, product
 INF = float("inf")
 LOWER = (0.0, 0.0, 0.0, -2.0, -2.75, 1.0, -3.5, -INF)
 UPPER = (1.0, 1.5, 2.0, 4.0, 4.25, 7.5, INF, INF)
+# Of variables some of which are semi-continuous: an engine doesn't take all of them.
+LOWER_SEMI = (0.0, 0.0, 0.25, 1.0, 1.0, 2.0, 2.75, 0.0, -2.0, -INF)
+UPPER_SEMI = (0.75, 1.0, 1.5, 2.0, 3.0, 4.25, 5.0, 7.5, 7.5, INF, -1.0, 2e5)
+BOUNDS = {"semi": (LOWER_SEMI, UPPER_SEMI), "curves": (LOWER[:-1], UPPER[:-2])}  # by world
 
-TYPES = {"lp": "C", "qp": "C", "mip": "CIB", "miqp": "CCIB", "indicators": "CCBI", "all": "CCIB"}
+TYPES = {
+    "lp": "C",
+    "qp": "C",
+    "mip": "CIB",
+    "miqp": "CCIB",
+    "indicators": "CCBI",
+    "all": "CCIB",
+    "semi": "SNSNCIB",
+    "curves": "CCCI",
+}
 CHANGES = {
     "variables": {"LB": LOWER, "UB": UPPER, "Obj": (-2.0, 0.0, 1.0, 1.5), "Start": (0.0, 1.0, np.nan)},
     "linear": {"RHS": (-2.0, -1.0, 0.0, 1.5, 4.0), "Sense": ("<", ">", "=")},
@@ -87,10 +100,10 @@ class Writer:
             return self.pick(values)
         return np.array(list(values))[self.rng.integers(len(values), size=shape)]
 
-    def columns(self, shape, types):
+    def columns(self, shape, types, lower=LOWER, upper=UPPER):
         """Bounds, costs and types of new variables."""
         vtype = self.some(types, shape)
-        lb, ub = self.some(LOWER, shape), self.some(UPPER, shape)
+        lb, ub = self.some(lower, shape), self.some(upper, shape)
         if self.chance(0.95):  # else they may cross
             ub = np.maximum(lb, ub)
         return lb, ub, self.data(shape or ()), vtype
@@ -255,3 +268,21 @@ class Writer:
             )
         is_matrix = first.is_matrix or second.is_matrix or line.is_matrix
         return f"{text} + ({line.text})", square + as_quadratic(line.array), is_matrix
+
+    # Nonlinear objectives
+
+    def curved(self):
+        """A function's sum, and variables: the text, and curves; None where there is no variable."""
+        inner, outer = self.leaf(), self.leaf()
+        if inner is None:
+            return None
+        name, by, at = self.pick(("exp", "sin", "cos")), self.pick((-1.0, 0.5, 2.0)), self.data(())
+        text = f"tv.{name}(0.5 * {inner.text} + {at})" + ".sum()" * inner.is_matrix
+        curves = []
+        for row in inner.array.reshape(-1, inner.array.shape[-1]):
+            row = 0.5 * row
+            row[0] = at
+            curves.append((name, by, row))
+        total = outer.array.reshape(-1, outer.array.shape[-1]).sum(0)
+        text = f"{by} * {text} + {outer.text}" + ".sum()" * outer.is_matrix
+        return text, [*curves, ("linear", 1.0, total)]
