@@ -48,6 +48,10 @@ def test_a_basis_goes_from_model_to_model(m):
             other.setBasis(basis)
         with pytest.raises(TaviroError, match="came after it"):
             basis.of(y)
+        other.remove(other.getVars()[:4])
+        other.update()
+        with pytest.raises(TaviroError, match="of 60 Var elements, and the model has 59"):
+            basis.of(y)
     for bad, text in (
         (3, "not int"),
         ((["L"] * 60, ["L"] * 30), "0 basic elements, but the model 30"),
