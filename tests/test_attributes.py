@@ -221,6 +221,8 @@ def test_an_empty_handle_reads_as_empty_and_takes_anything(case):
         assert "NoSuchName" not in handle.__dict__
         if case[0] is not tv.MGenConstr:
             assert handle.prefetchAttr("NoSuchName") is None
+    low, high = tv.MVar(np.empty((0, 3), dtype=object)).ObjRange
+    assert low.shape == high.shape == (0, 3)
 
 
 def test_general_constraints_must_be_in_the_model(m):

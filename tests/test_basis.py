@@ -48,6 +48,10 @@ def test_a_basis_goes_from_model_to_model(m):
             other.setBasis(basis)
         with pytest.raises(TaviroError, match="came after it"):
             basis.of(y)
+        other.remove(other.getVars()[:4])
+        other.update()
+        with pytest.raises(TaviroError, match="of 60 Var elements, and the model has 59"):
+            basis.of(y)
     for bad, text in (
         (3, "not int"),
         ((["L"] * 60, ["L"] * 30), "0 basic elements, but the model 30"),
@@ -97,6 +101,24 @@ def test_ranges_have_the_shapes_of_blocks(m):
     second = pickle.loads(pickle.dumps(m))
     with pytest.raises(TaviroError, match="changed since its last solve"):
         _ = second.getVars().ObjRange
+
+
+def test_models_that_were_changed_into_others_have_no_ranges(m):
+    x = m.addMVar(2, ub=5.0)
+    m.addConstr(x.sum() <= 3)
+    for change in (
+        lambda m, x: m.setObjective(tv.exp(x).sum()),
+        lambda m, x: m.addConstr(x @ x <= 1),
+        lambda m, x: m.addConstr(x[:1] == tv.sin(x[1:])),
+        lambda m, x: x.setAttr("VType", "I"),
+        lambda m, x: (m.remove(x[0]), m.addMVar(1, ub=5.0)),
+    ):
+        other = m.copy()
+        other.optimize()
+        change(other, other.getVars())
+        other.update()
+        with pytest.raises(TaviroError, match="changed since its last solve"):
+            _ = other.getVars()[:1].ObjRange
 
 
 def drawn(m, rng):

@@ -11,7 +11,7 @@ from .._exception import TaviroError
 from .._matrixapi import MConstr, MVar
 from .._scalars import Constr, Var, data_of
 from .._tvo import TVO
-from .attributes import LINEAR, VARIABLE
+from .attributes import KIND_NAMES, LINEAR, VARIABLE
 from .values import invalid
 
 BASIC, AT_LOWER, AT_UPPER, FREE = "BLUF"
@@ -28,13 +28,22 @@ class Basis(NamedTuple):
     constrs: NDArray[np.str_]
 
     def of(self, block: Var | MVar | Constr | MConstr) -> NDArray[np.str_]:
-        """The part of some variables or linear constraints, in their shape."""
+        """The part of some variables or linear constraints, in their shape.
+
+        They are found by their numbers: once elements were removed, TaviroError.
+        """
         for kind, scalar, matrix, field in _KINDS:
             if isinstance(block, scalar | matrix):
                 handles: Any = block if isinstance(block, scalar) else getattr(block, field)
                 numbering = data_of(block).numbering(kind)
                 at = numbering.numbers(data_of(block).ids(kind, handles).reshape(-1))
                 whole = self.variables if kind == VARIABLE else self.constrs
+                if numbering.count() < len(whole):
+                    raise invalid(
+                        f"The basis is of {len(whole)} {KIND_NAMES[kind]} elements, and the model "
+                        f"has {numbering.count()}: some were removed since; ask before that, or "
+                        f"solve again"
+                    )
                 if len(at) and not (at.min() >= 0 and at.max() < len(whole)):
                     raise invalid("The basis holds nothing of elements that came after it")
                 part: NDArray[np.str_] = whole[at].reshape(np.shape(handles))

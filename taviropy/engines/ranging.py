@@ -24,7 +24,9 @@ def ranges(view: View, basis: Basis, x: Floats) -> dict[str, Floats] | None:
 
     None where the basis, with the point `x`, isn't that of an optimum of the model.
     """
-    if view.column_count != len(basis.variables) or view.row_count != len(basis.constrs):
+    if not _is_linear(view) or (view.column_count, view.row_count) != tuple(map(len, basis)):
+        return None
+    if len(x) != view.column_count:  # some were removed, and as many added
         return None
     live = LiveHighs()
     try:
@@ -45,6 +47,13 @@ def ranges(view: View, basis: Basis, x: Floats) -> dict[str, Floats] | None:
         return _Ranges(view, highs, found, told).all()
     finally:
         live.close()
+
+
+def _is_linear(view: View) -> bool:
+    """Whether the model is what HiGHS gets of it, and continuous."""
+    objective = view.nonlinear_objective, view.quadratic_objective
+    constraints = view.quadratic_count, view.general_count
+    return objective == (None, None) and not any(constraints) and not view.has_integers
 
 
 class _Ranges:

@@ -86,6 +86,13 @@ Info unpacked(nb::handle info) {
 /// Whether the values of an attribute are texts, of one character or of any number.
 bool holds_texts(nb::handle type) { return equal(type, 0) || equal(type, 3); }
 
+/// Whether an attribute has a lower and an upper value an element.
+bool is_range(nb::handle attrname) {
+    if (!PyUnicode_CheckExact(attrname.ptr())) return false;
+    nb::object ranges = nb::module_::import_("taviropy.data.attributes").attr("RANGES");
+    return nb::cast<bool>(ranges.attr("__contains__")(attrname));
+}
+
 /// The element type of the array that `getAttr` gives; invalid for an unknown type code.
 nb::object result_dtype(nb::handle np, nb::handle type) {
     if (equal(type, 0)) return nb::str("U1");
@@ -265,8 +272,11 @@ void store(nb::handle self, nb::handle name, nb::handle value) {
 
 nb::object getAttr(const HandleClass& type, nb::handle self, nb::handle attrname) {
     nb::object np = import_numpy();
-    if (self.attr("_cmodel").is_none())
-        return np.attr("array")(nb::list()).attr("reshape")(nb::getattr(self, "shape"));
+    if (self.attr("_cmodel").is_none()) {
+        nb::object shape = nb::getattr(self, "shape");
+        if (is_range(attrname)) shape = nb::make_tuple(2) + nb::tuple(shape);
+        return np.attr("array")(nb::list()).attr("reshape")(shape);
+    }
     nb::object found = look_up(self, attrname);
     if (!found.is_valid()) return found;
     Info info = unpacked(found);
