@@ -89,6 +89,29 @@ def test_arrays_of_any_layout_and_number_are_taken_and_stay_the_users(m):
     assert x.UB.tolist() == before.astype(float).tolist()
 
 
+def test_what_lies_under_a_mask_is_never_read(m):
+    x = m.addMVar(3, name="x")
+    c = m.addConstr(x.sum() <= 3)
+    m.update()
+    part, one = np.ma.array([1.0, 2.0, 3.0], mask=[0, 1, 0]), np.ma.array([3.0], mask=[1])
+    for given in (part, one, np.ma.masked):
+        with pytest.raises(tv.TaviroError, match="'UB' can't be NaN"):
+            x.UB = given
+        for take, *args in (
+            (m.addMVar, 3, 0.0, given),
+            (m.setCoefficients, c, x, given),
+            (tv.solveAll, m, {"UB": (x, np.ma.array(np.ones((2, 3)), mask=True))}),
+        ):
+            with pytest.raises(tv.TaviroError, match="masked entries"):
+                take(*args)
+    x.Start = part
+    assert np.isinf(x.UB).all() and m.NumVars == 3 and np.isnan(x.Start).tolist() == [0, 1, 0]
+    for given in (np.ones((1, 3)) * 1j, ["1", "2", "3"], np.ones((1, 3), "m8[s]")):
+        with pytest.raises(tv.TaviroError, match="Coefficients are real numbers"):
+            m.setCoefficients(c, x, given)
+    assert m.getCoefficients().matrix.sum() == 3
+
+
 @by_class
 def test_the_type_of_an_attribute_is_that_of_the_array(m, monkeypatch, case):
     handle = make(m, case[0], (2,))

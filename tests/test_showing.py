@@ -142,4 +142,5 @@ def test_picture_of_the_matrix(m):
     m.addConstr(np.ones((200, 1000)) @ x <= 1)
     m.update()
     assert m.spy(axes) is axes and axes.images[0].get_array().sum() == 205_000
+    assert "0 nonzeros" in tv.Model().spy().get_title()
     matplotlib.pyplot.close("all")

@@ -148,7 +148,8 @@ def scenarios(count=60):
 
 def test_changes_of_one_model(executor):
     m, x, y, table = scenarios()
-    results = tv.solveAll(m, table, {"flow": (x, "X"), "y": (y, "X")}, executor)
+    wanted = {"flow": (x, "X"), "y": (y, "X"), "range": (x, "ObjRange"), "pool": (y, "Pool")}
+    results = tv.solveAll(m, table, wanted, executor)
     for k in (0, 17, 59):
         other, x2, y2, _ = scenarios()
         other.setOption("log", False)
@@ -159,6 +160,8 @@ def test_changes_of_one_model(executor):
         other.optimize()
         assert results[k].objective == pytest.approx(other.Objective)
         assert results[k]["flow"] == pytest.approx(x2.X) and results[k]["y"] == y2.X
+        assert results[k]["range"].shape == (2, *x.shape)
+        assert results[k]["pool"].tolist() == [y2.X]
     with pytest.warns(UserWarning, match="NumVars is 0 as of the last update"):
         assert m.NumVars == 0
     assert len(tv.solveAll(m, table, ["X"], executor)[3]["X"]) == 7

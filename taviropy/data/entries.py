@@ -11,7 +11,7 @@ from .._matrixapi import MConstr, MVar
 from .._scalars import Constr, ModelCore, Var
 from .attributes import LINEAR, VARIABLE
 from .rows import Rows, offsets
-from .values import Floats, Ids, invalid, rising, shortened
+from .values import Floats, Ids, invalid, real_numbers, refuse_masked, rising, shortened
 
 
 class Entries(NamedTuple):
@@ -69,13 +69,14 @@ def _stored(coefficients: Any, variables: Any, shape: tuple[int, int]) -> tuple[
         found = coefficients.tocoo(copy=True)
         found.sum_duplicates()
         return found.row, found.col, found.data.astype(np.float64)
-    try:
-        dense = np.asarray(coefficients, np.float64)
-    except (TypeError, ValueError):
+    refuse_masked("A block of coefficients", coefficients)
+    given = real_numbers(coefficients)
+    if given is None:
         raise invalid(
             f"Coefficients are real numbers, not {shortened(coefficients)}: give an array or a "
             f"sparse matrix of them"
-        ) from None
+        )
+    dense = given.astype(np.float64, copy=False)
     if dense.ndim < 2 and dense.size in (1, shape[0] * shape[1]):
         dense = np.broadcast_to(dense, (dense.size,)) if dense.ndim else dense
         dense = np.full(shape, dense) if dense.size == 1 else dense.reshape(shape)

@@ -26,7 +26,7 @@ from .._util import _dense_array
 from .attributes import VARIABLE
 from .quadratic import Terms, first_ids, packed, second_ids
 from .rows import Rows, difference_of_rows, side_by_side
-from .values import Floats, Ids, Shape, invalid, shortened
+from .values import Floats, Ids, Shape, invalid, refuse_masked, shortened
 
 _LINEAR = (Var, LinExpr, int, float, Real, Decimal, np.bool)
 _HIGHER = (QuadExpr, NLExpr, MQuadExpr, MNLExpr)
@@ -134,12 +134,7 @@ def _side_of_data(core: ModelCore, operand: Any, unfilled: bool) -> Side | None:
             f"for nothing: give its numbers in order, by .to_numpy()"
         )
     array = np.asarray(operand)
-    masked = np.count_nonzero(getattr(operand, "mask", 0)) if isinstance(operand, np.ndarray) else 0
-    if masked:
-        raise invalid(
-            f"A constraint can't take an array with {masked} masked entries: leave their rows out, "
-            f"or fill them by filled(value)"
-        )
+    refuse_masked("A constraint", operand)
     is_sequence = isinstance(operand, list | tuple)
     is_matrix = is_sequence or array.ndim > 0
     is_data = is_sequence or not is_matrix or hasattr(operand, "__array__")

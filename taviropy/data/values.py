@@ -21,6 +21,7 @@ Shape = tuple[int, ...]
 
 INF = float("inf")
 _TYPES = {character: code for code, character in enumerate(CHARACTERS["VType"])}
+_UNFIT = str | bytes | None  # what float() or NumPy would take for a number
 _FINITE = ("Obj", "ObjOffset")
 _NAME = ": a name goes by its keyword, name='x'"
 _OPEN_SIDE = ": an open side is float('inf') or -float('inf')"
@@ -160,15 +161,32 @@ def spread(noun: str, array: NDArray[Any], shape: Shape) -> NDArray[Any]:
         ) from None
 
 
-def column_data(noun: str, value: Any, shape: Shape) -> np.float64 | Floats:
-    """A float64 scalar, or a flat array with one entry a variable."""
+def refuse_masked(what: str, value: object) -> None:
+    """Refuse an array with masked entries: what lies under a mask isn't to be read."""
+    masked = np.count_nonzero(getattr(value, "mask", 0)) if isinstance(value, np.ndarray) else 0
+    if masked:
+        raise invalid(
+            f"{what} can't take an array with {masked} masked entries: leave them out, or fill "
+            f"them by filled(value)"
+        )
+
+
+def real_numbers(value: object) -> NDArray[Any] | None:
+    """An array of the value's real numbers, None where it has others."""
     try:
         array = np.asarray(value)
-        if array.dtype.kind == "O" and not any(each is None for each in array.flat):
+        if array.dtype.kind == "O" and not any(isinstance(v, _UNFIT) for v in array.flat):
             array = array.astype(np.float64)
     except (TypeError, ValueError, OverflowError):
-        array = np.asarray("unfit")
-    if array.dtype.kind not in "biuf":
+        return None
+    return array if array.dtype.kind in "biuf" else None
+
+
+def column_data(noun: str, value: Any, shape: Shape) -> np.float64 | Floats:
+    """A float64 scalar, or a flat array with one entry a variable."""
+    refuse_masked(f"'{noun}'", value)
+    array = real_numbers(value)
+    if array is None:
         open_side = _OPEN_SIDE if noun in ("lb", "ub") else ""
         if noun == "lb" and isinstance(value, str):
             open_side = _NAME
@@ -192,7 +210,7 @@ def type_codes(vtype: object, shape: Shape) -> int | Codes:
     codes = np.full(array.shape, len(_TYPES), np.uint8)
     for character, code in _TYPES.items():
         codes[texts == character] = code
-    if (codes == len(_TYPES)).any() or array.ndim == 0:
+    if (codes == len(_TYPES)).any():
         raise _unknown_type(array.reshape(-1).tolist()[int(np.argmax(codes))])
     return spread("vtype", codes, shape)
 

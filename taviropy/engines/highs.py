@@ -441,6 +441,7 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
         highs.setOptionValue("output_flag", True)
         highs.setOptionValue("log_to_console", log.is_process_output)
         log.flush()
+    columns = highs.getNumCol()  # HiGHS adds some of its own to semi-continuous ones
     raised: list[BaseException] = []  # by a signal handler of the user's own; HiGHS would drop it
     is_over = Stop()
 
@@ -450,7 +451,7 @@ def _run(highs: Any, run: Run, silent: bool = False, has_integers: bool = False)
                 log.write(text)
                 return
             if kind == _IMPROVING:
-                x = np.array(data_out.mip_solution)
+                x = np.array(data_out.mip_solution)[:columns]
                 value, nodes = data_out.objective_function_value, data_out.mip_node_count
                 run.found.append(Found(value, x))
                 if run.reporter:

@@ -23,8 +23,8 @@ def draw_matrix(data: ModelData, ax: Axes | None) -> Axes:
         ax = pyplot.subplots()[1]
     if matrix.nnz > _MARKS:
         _draw_density(ax, matrix)
-    else:
-        size = max(0.5, min(8.0, 200.0 / max(*matrix.shape, 1)))
+    elif all(matrix.shape):
+        size = max(0.5, min(8.0, 200.0 / max(matrix.shape)))
         ax.spy(matrix, markersize=size, aspect="auto")
     rows, columns = matrix.shape
     ax.set_title(f"{data.name or 'model'}: {matrix.nnz:,} nonzeros", pad=20)

@@ -40,7 +40,8 @@ def solveAll(
         scenarios as a further first axis. Several blocks of one attribute stand in a list.
       attributes: names of attributes to bring back, such as ["X", "Dual", "Bound"]: of all
         variables or constraints in the model's order. With `changes` also a dict
-        {"flow": (x, "X")}, which takes them of some elements, in their shape.
+        {"flow": (x, "X")}, which takes them of some elements, in their shape ("Pool" and the
+        ranges with an axis more in front).
       executor: an executor of concurrent.futures, a Client of Dask, or anything else with its
         submit(). None stands for threads, one a processor; the engines solve without Python's lock.
       progress: True prints a line on stderr now and then; a function is called with the number of

@@ -121,13 +121,14 @@ def _change(data: Any, base: Any, name: str, block: Any) -> Change:
     import numpy as np
 
     from ..data.attributes import ATTRIBUTES, STRING
-    from ..data.values import convert
+    from ..data.values import convert, refuse_masked
 
     if not ATTRIBUTES[name].settable or ATTRIBUTES[name].datatype == STRING:
         raise ValueError(f"changes can't set '{name}': they take data such as RHS, LB, UB, Obj")
     if not isinstance(block, tuple) or len(block) != 2:
         raise ValueError(f"changes of '{name}' are a pair (elements, values), not {block!r:.80}")
     positions, shape = _positions(data, base, name, block[0])
+    refuse_masked(f"changes of '{name}'", block[1])
     values = np.asarray(block[1])
     if values.ndim == 0 or values.shape[1:] != shape:
         raise ValueError(

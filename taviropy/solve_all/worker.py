@@ -164,7 +164,9 @@ def _solved(data: Any, wanted: list[Wanted], stop: Any) -> SolveResult:
             if positions is None:
                 positions = np.arange(data.elements_of(kind).placed)
             values = np.asarray(data.read(attrname, positions))
-            result._values[key] = values if shape is None else values.reshape(shape)[()]
+            if shape is not None:  # what has several values an element has an axis in front
+                values = values.reshape((*values.shape[:-1], *shape))[()]
+            result._values[key] = values
         except TaviroError as error:
             result._missing[key] = error.message
     return result

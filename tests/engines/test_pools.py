@@ -15,7 +15,7 @@ def knapsack(engine, sense):
     m = tv.Model(engine=engine)
     m.setOption("log", False)
     x = m.addMVar((4, 10), vtype="B")
-    slack = m.addMVar(5, ub=50)
+    slack = m.addMVar(5, lb=1, ub=50, vtype="S")  # for which HiGHS has columns of its own
     weights = rng.integers(100, 1000, (5, 40)).astype(float)
     c = m.addConstr(weights @ x.reshape(-1) + slack <= 7000)
     sign = 1.0 if sense == "max" else -1.0

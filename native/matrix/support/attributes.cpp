@@ -1,5 +1,6 @@
 #include "support/attributes.hpp"
 
+#include <cmath>
 #include <string>
 
 #include "support/errors.hpp"
@@ -174,6 +175,15 @@ bool holds_numbers(nb::handle np, nb::handle value, nb::handle datatype) {
     return letter == 'f' || letter == 'i' || letter == 'u' || letter == 'b';
 }
 
+/// An array, with NaN for the entries of numbers that are masked.
+nb::object unmasked(nb::handle np, nb::handle value, nb::handle datatype) {
+    if (nb::borrow((PyObject*)Py_TYPE(value.ptr())).is(np.attr("ndarray")) ||
+        holds_texts(datatype) ||
+        !truth(np.attr("any")(nb::getattr(value, "mask", nb::bool_(false)))))
+        return nb::borrow(value);
+    return value.attr("astype")("float64").attr("filled")(std::nan(""));
+}
+
 nb::object flat_array(nb::handle np, nb::handle self, nb::handle value, nb::handle datatype,
                       bool as_array) {
     if (equal(value.attr("size"), 1)) {
@@ -214,7 +224,8 @@ nb::object flat_values(const HandleClass& type, nb::handle np, nb::handle self, 
         list.append(value);
         return list * self.attr("size");
     }
-    if (is_ndarray(np, value)) return flat_array(np, self, value, datatype, as_array);
+    if (is_ndarray(np, value))
+        return flat_array(np, self, unmasked(np, value, datatype), datatype, as_array);
     if (is_scalar(value)) return repeated(np, self, as_float(value));
     if (is_a(value, names::Iterable)) return flat_iterable(type, np, self, value);
     raise(PyExc_AttributeError, "Use scalar or ndarray to set attribute");
