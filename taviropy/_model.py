@@ -161,6 +161,9 @@ class Model(ModelShell):
           y = m.addVar(ub=10, vtype="I", name="y")
 
         NOTES:
+          Where lb is above ub the model is infeasible, zero isn't left to semi-continuous variables
+          either. A semi-integer one is zero where no whole number lies between its bounds.
+
           TaviroError for NaN, an infinite cost or an unknown type: nothing is added then.
         """
         return data_of(self).add_var(lb, ub, obj, vtype, name)

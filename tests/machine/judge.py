@@ -361,6 +361,9 @@ def _by_scip(problem):
     status = {"optimal": "OPTIMAL", "infeasible": "INFEASIBLE", "unbounded": "UNBOUNDED"}.get(
         scip.getStatus(), scip.getStatus()
     )
+    if status == "inforunbd":  # a feasible one is unbounded
+        status, _ = _by_scip(replace(problem, costs=0.0 * costs, square=0.0 * square, curves=[]))
+        return ("UNBOUNDED" if status == "OPTIMAL" else status), None
     if status != "OPTIMAL":
         return status, None
     point = np.array([scip.getVal(each) for each in x]).reshape(count)

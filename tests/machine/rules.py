@@ -359,6 +359,7 @@ class Machine(RuleBasedStateMachine, Agreement):
         assert not wrong, f"{wrong} ({self.get('m.Engine')})"
         self.answer = answer, shadow.variables.placed()
         if answer.status == "OPTIMAL":
+            assert self.space["m"].check(1e-4), "check() finds something"
             self.check_slacks(problem, answer)
 
     # What must hold after each statement

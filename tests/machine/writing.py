@@ -19,7 +19,7 @@ TYPES = {
     "mip": "CIB",
     "miqp": "CCIB",
     "indicators": "CCBI",
-    "all": "CCIB",
+    "all": "CCIBSN",
     "semi": "SNSNCIB",
     "curves": "CCCI",
 }
